@@ -1,0 +1,44 @@
+#pragma once
+// In-process benchmark cases. Each case runs its body repeatedly and the runner prints the
+// median and the spread; nothing here ever fails on time.
+
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace cmr::bench {
+
+struct Case {
+  std::string name;
+  int repetitions;
+  std::function<void()> body;
+};
+
+struct Figures {
+  double medianMicros = 0;
+  double minMicros = 0;
+  double maxMicros = 0;
+};
+
+std::vector<Case>& Registry();
+bool Register(Case c);
+
+// Runs a body `repetitions` times and returns its figures (used by cases that report ratios).
+Figures Measure(int repetitions, const std::function<void()>& body);
+void PrintFigures(const std::string& name, int repetitions, const Figures& figures);
+// A free-form result line of a case (ratios, counts).
+void Note(const std::string& text);
+
+// Keeps the optimiser from discarding a computed value.
+void Consume(const void* p);
+
+}  // namespace cmr::bench
+
+#define CMR_BENCH_CONCAT2(a, b) a##b
+#define CMR_BENCH_CONCAT(a, b) CMR_BENCH_CONCAT2(a, b)
+// CMR_BENCH("name", repetitions) { body }
+#define CMR_BENCH(name, repetitions)                                                          \
+  static void CMR_BENCH_CONCAT(BenchBody_, __LINE__)();                                       \
+  static const bool CMR_BENCH_CONCAT(bench_registered_, __LINE__) =                           \
+      ::cmr::bench::Register({name, repetitions, &CMR_BENCH_CONCAT(BenchBody_, __LINE__)});   \
+  static void CMR_BENCH_CONCAT(BenchBody_, __LINE__)()

@@ -1,0 +1,64 @@
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+
+#include "bench/bench.h"
+
+namespace cmr::bench {
+
+std::vector<Case>& Registry() {
+  static std::vector<Case> cases;
+  return cases;
+}
+
+bool Register(Case c) {
+  Registry().push_back(std::move(c));
+  return true;
+}
+
+Figures Measure(int repetitions, const std::function<void()>& body) {
+  std::vector<double> samples;
+  samples.reserve(static_cast<size_t>(repetitions));
+  body();  // warm-up: first-touch page faults and caches are not what we measure
+  for (int i = 0; i < repetitions; ++i) {
+    const auto start = std::chrono::steady_clock::now();
+    body();
+    const auto end = std::chrono::steady_clock::now();
+    samples.push_back(std::chrono::duration<double, std::micro>(end - start).count());
+  }
+  std::sort(samples.begin(), samples.end());
+  Figures f;
+  f.medianMicros = samples[samples.size() / 2];
+  f.minMicros = samples.front();
+  f.maxMicros = samples.back();
+  return f;
+}
+
+void PrintFigures(const std::string& name, int repetitions, const Figures& f) {
+  std::printf("%-58s median %12.1f us   min %12.1f us   max %12.1f us   (n=%d)\n", name.c_str(),
+              f.medianMicros, f.minMicros, f.maxMicros, repetitions);
+  std::fflush(stdout);
+}
+
+void Note(const std::string& text) {
+  std::printf("    %s\n", text.c_str());
+  std::fflush(stdout);
+}
+
+void Consume(const void* p) {
+  asm volatile("" : : "g"(p) : "memory");
+}
+
+}  // namespace cmr::bench
+
+// Usage: controller_bench [substring]  runs the cases whose name contains the substring.
+int main(int argc, char** argv) {
+  using namespace cmr::bench;
+  const char* filter = argc > 1 ? argv[1] : nullptr;
+  for (const Case& c : Registry()) {
+    if (filter && std::strstr(c.name.c_str(), filter) == nullptr) continue;
+    PrintFigures(c.name, c.repetitions, Measure(c.repetitions, c.body));
+  }
+  return 0;
+}

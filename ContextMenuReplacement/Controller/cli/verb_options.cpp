@@ -1,0 +1,81 @@
+#include "cli/verb_options.h"
+
+#include "cli/console.h"
+
+namespace cmr {
+
+std::wstring ParseEnableOptions(const std::vector<std::wstring>& args, EnableOptions& options) {
+  for (size_t i = 0; i < args.size(); ++i) {
+    const std::wstring& word = args[i];
+    if (word == L"--yes") {
+      options.yes = true;
+    } else if (word == L"--force") {
+      options.force = true;
+    } else if (word == L"--no-restart") {
+      options.restart = false;
+    } else if (word == L"--strategy" && i + 1 < args.size()) {
+      const std::wstring& value = args[++i];
+      if (value == L"classic") {
+        options.strategy = SuppressionStrategy::classic;
+      } else if (value == L"refusal") {
+        options.strategy = SuppressionStrategy::refusal;
+      } else {
+        return FormatConsoleText(L"Unknown strategy '%s'. Use classic or refusal.\n", {value});
+      }
+    } else {
+      return FormatConsoleText(L"Unknown option '%s'.\n", {word});
+    }
+  }
+  return {};
+}
+
+std::wstring ParseReconcileOptions(const std::vector<std::wstring>& args, ReconcileOptions& options) {
+  for (const std::wstring& word : args) {
+    if (word == L"--force") {
+      options.force = true;
+    } else if (word == L"--allow-restart") {
+      options.allowRestart = true;
+    } else {
+      return FormatConsoleText(L"Unknown reconcile option '%s'.\n", {word});
+    }
+  }
+  return {};
+}
+
+std::wstring ParseConfigArguments(const std::vector<std::wstring>& args, ConfigArguments& parsed) {
+  if (args.empty()) {
+    return L"config needs an action: init, path, check, validate, publish, watch, or status.\n";
+  }
+  parsed.action = args[0];
+  bool haveFile = false;
+  for (size_t i = 1; i < args.size(); ++i) {
+    if (args[i] == L"--json") {
+      parsed.json = true;
+    } else if (!haveFile) {
+      parsed.file = args[i];
+      haveFile = true;
+    } else {
+      return FormatConsoleText(L"Unexpected argument '%s'.\n", {args[i]});
+    }
+  }
+  return {};
+}
+
+std::wstring ParseCustomModelArguments(const std::vector<std::wstring>& args,
+                                       CustomModelArguments& parsed) {
+  if (args.empty()) {
+    return L"custom-model needs an action: publish, publish-user, validate-user, effective, or "
+           L"reset.\n";
+  }
+  parsed.action = args[0];
+  for (size_t i = 1; i < args.size(); ++i) {
+    if (args[i] == L"--json") {
+      parsed.json = true;
+    } else {
+      parsed.arguments.push_back(args[i]);
+    }
+  }
+  return {};
+}
+
+}  // namespace cmr

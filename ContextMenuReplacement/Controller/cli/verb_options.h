@@ -1,0 +1,47 @@
+#pragma once
+// Option records that the dispatcher builds for the verb handlers, and the option loops that
+// fill them. The loops are pure so that every edge of the command line can be tested.
+
+#include <string>
+#include <vector>
+
+namespace cmr {
+
+enum class SuppressionStrategy : int { classic = 1, refusal = 2 };
+
+struct EnableOptions {
+  bool yes = false;
+  bool force = false;
+  SuppressionStrategy strategy = SuppressionStrategy::classic;
+  bool restart = true;
+};
+
+struct ReconcileOptions {
+  bool force = false;
+  bool allowRestart = false;
+};
+
+struct ConfigArguments {
+  std::wstring action;
+  std::wstring file;  // empty: the shared settings file
+  bool json = false;
+};
+
+struct CustomModelArguments {
+  std::wstring action;
+  std::vector<std::wstring> arguments;
+  bool json = false;
+};
+
+// Each returns the dispatcher's message for a bad command line, or an empty string when the
+// options were read. `args` are the arguments after the verb (argv[2..]).
+[[nodiscard]] std::wstring ParseEnableOptions(const std::vector<std::wstring>& args,
+                                              EnableOptions& options);
+[[nodiscard]] std::wstring ParseReconcileOptions(const std::vector<std::wstring>& args,
+                                                 ReconcileOptions& options);
+[[nodiscard]] std::wstring ParseConfigArguments(const std::vector<std::wstring>& args,
+                                                ConfigArguments& parsed);
+[[nodiscard]] std::wstring ParseCustomModelArguments(const std::vector<std::wstring>& args,
+                                                     CustomModelArguments& parsed);
+
+}  // namespace cmr

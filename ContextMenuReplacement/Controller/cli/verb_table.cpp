@@ -1,0 +1,143 @@
+#include "cli/verb_table.h"
+
+#include "cli/console.h"
+#include "cli/verb_options.h"
+#include "config/config_verbs.h"
+#include "snapshot/custom_model_verbs.h"
+
+namespace cmr {
+
+int ReportUnavailable(const wchar_t* verb) {
+  PrintLine(L"The '%s' verb is not available in this build.", verb);
+  return 1;
+}
+
+namespace {
+
+// Prints a dispatcher message and gives the argument-error exit code.
+int Refuse(const std::wstring& message) {
+  Print(L"%s", message);
+  return 1;
+}
+
+// The handlers below check only what the dispatcher owns (presence of a mode, option words);
+// the words themselves belong to the subsystems.
+
+int RestartExplorerVerb(const std::vector<std::wstring>&) {
+  // The subsystem answers success as true; the exit code inverts it.
+  return ReportUnavailable(L"restart-explorer");
+}
+
+int ProbeVerb(const std::vector<std::wstring>&) { return ReportUnavailable(L"probe"); }
+int InstallVerb(const std::vector<std::wstring>&) { return ReportUnavailable(L"install"); }
+
+int EnableVerb(const std::vector<std::wstring>& args) {
+  EnableOptions options;
+  if (std::wstring message = ParseEnableOptions(args, options); !message.empty()) {
+    return Refuse(message);
+  }
+  return ReportUnavailable(L"enable");
+}
+
+int InjectVerb(const std::vector<std::wstring>&) { return ReportUnavailable(L"inject"); }
+
+int InjectDialogVerb(const std::vector<std::wstring>& args) {
+  if (args.empty()) return Refuse(L"inject-dialog needs the dialog's window handle.\n");
+  return ReportUnavailable(L"inject-dialog");
+}
+
+int DialogCrashesVerb(const std::vector<std::wstring>&) { return ReportUnavailable(L"dialog-crashes"); }
+int ProviderStrikesVerb(const std::vector<std::wstring>&) {
+  return ReportUnavailable(L"provider-strikes");
+}
+
+int ReconcileVerb(const std::vector<std::wstring>& args) {
+  ReconcileOptions options;
+  if (std::wstring message = ParseReconcileOptions(args, options); !message.empty()) {
+    return Refuse(message);
+  }
+  return ReportUnavailable(L"reconcile");
+}
+
+int UninstallVerb(const std::vector<std::wstring>&) { return ReportUnavailable(L"uninstall"); }
+
+int BootRestoreVerb(const std::vector<std::wstring>&) {
+  // Windows runs this from RunOnce; whatever it reports, the exit code is 0.
+  (void)ReportUnavailable(L"boot-restore");
+  return 0;
+}
+
+int StatusVerb(const std::vector<std::wstring>&) { return ReportUnavailable(L"status"); }
+int TopologyVerb(const std::vector<std::wstring>&) { return ReportUnavailable(L"topology"); }
+int RescanVerb(const std::vector<std::wstring>&) { return ReportUnavailable(L"rescan"); }
+int ResetFlashVerb(const std::vector<std::wstring>&) { return ReportUnavailable(L"resetflash"); }
+
+int SuppressVerb(const std::vector<std::wstring>& args) {
+  if (args.empty()) return Refuse(L"suppress needs a mode: off, classnotreg, or efail.\n");
+  return ReportUnavailable(L"suppress");
+}
+
+int ContextVerb(const std::vector<std::wstring>& args) {
+  if (args.empty()) return Refuse(L"context needs a mode: off, log, or overlay.\n");
+  return ReportUnavailable(L"context");
+}
+
+int ReplacementVerb(const std::vector<std::wstring>& args) {
+  if (args.empty()) return Refuse(L"replacement needs a mode: off, native, modern, or fail.\n");
+  return ReportUnavailable(L"replacement");
+}
+
+int ClassicIconsVerb(const std::vector<std::wstring>&) { return ReportUnavailable(L"classic-icons"); }
+int InventoryVerb(const std::vector<std::wstring>&) { return ReportUnavailable(L"inventory"); }
+
+int ConfigVerb(const std::vector<std::wstring>& args) {
+  ConfigArguments parsed;
+  if (std::wstring message = ParseConfigArguments(args, parsed); !message.empty()) {
+    return Refuse(message);
+  }
+  return RunConfigVerb(parsed);
+}
+
+int CustomModelVerb(const std::vector<std::wstring>& args) {
+  CustomModelArguments parsed;
+  if (std::wstring message = ParseCustomModelArguments(args, parsed); !message.empty()) {
+    return Refuse(message);
+  }
+  return RunCustomModelVerb(parsed);
+}
+
+int DiscoverVerb(const std::vector<std::wstring>&) { return ReportUnavailable(L"discover"); }
+int DisableVerb(const std::vector<std::wstring>&) { return ReportUnavailable(L"disable"); }
+
+constexpr VerbRow kVerbs[] = {
+    {L"restart-explorer", RestartExplorerVerb},
+    {L"probe", ProbeVerb},
+    {L"install", InstallVerb},
+    {L"enable", EnableVerb},
+    {L"inject", InjectVerb},
+    {L"inject-dialog", InjectDialogVerb},
+    {L"dialog-crashes", DialogCrashesVerb},
+    {L"provider-strikes", ProviderStrikesVerb},
+    {L"reconcile", ReconcileVerb},
+    {L"uninstall", UninstallVerb},
+    {L"boot-restore", BootRestoreVerb},
+    {L"status", StatusVerb},
+    {L"topology", TopologyVerb},
+    {L"rescan", RescanVerb},
+    {L"resetflash", ResetFlashVerb},
+    {L"suppress", SuppressVerb},
+    {L"context", ContextVerb},
+    {L"replacement", ReplacementVerb},
+    {L"classic-icons", ClassicIconsVerb},
+    {L"inventory", InventoryVerb},
+    {L"config", ConfigVerb},
+    {L"custom-model", CustomModelVerb},
+    {L"discover", DiscoverVerb},
+    {L"disable", DisableVerb},
+};
+
+}  // namespace
+
+std::span<const VerbRow> VerbTable() { return kVerbs; }
+
+}  // namespace cmr

@@ -1,0 +1,21 @@
+#pragma once
+// Conversions between the program's UTF-16 text and the UTF-8 of files, JSON and pipes.
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace cmr {
+
+// Ordered whole-sentence messages; a document is valid exactly when its error list is empty.
+using MessageList = std::vector<std::wstring>;
+
+[[nodiscard]] std::string ToUtf8(std::wstring_view text);
+[[nodiscard]] std::wstring FromUtf8(std::string_view text);
+
+// Case folding of one UTF-16 unit for the case-insensitive comparisons of the program
+// (modifier words, extensions, namespace identities).
+[[nodiscard]] wchar_t FoldCase(wchar_t unit) noexcept;
+[[nodiscard]] bool EqualsIgnoreCase(std::wstring_view a, std::wstring_view b) noexcept;
+
+}  // namespace cmr
