@@ -37,8 +37,8 @@ void Consume(const void* p);
 #define CMR_BENCH_CONCAT2(a, b) a##b
 #define CMR_BENCH_CONCAT(a, b) CMR_BENCH_CONCAT2(a, b)
 // CMR_BENCH("name", repetitions) { body }
-#define CMR_BENCH(name, repetitions)                                                          \
-  static void CMR_BENCH_CONCAT(BenchBody_, __LINE__)();                                       \
-  static const bool CMR_BENCH_CONCAT(bench_registered_, __LINE__) =                           \
-      ::cmr::bench::Register({name, repetitions, &CMR_BENCH_CONCAT(BenchBody_, __LINE__)});   \
+#define CMR_BENCH(name, repetitions)                                                        \
+  static void CMR_BENCH_CONCAT(BenchBody_, __LINE__)();                                     \
+  static const bool CMR_BENCH_CONCAT(bench_registered_, __LINE__) =                         \
+      ::cmr::bench::Register({name, repetitions, &CMR_BENCH_CONCAT(BenchBody_, __LINE__)}); \
   static void CMR_BENCH_CONCAT(BenchBody_, __LINE__)()

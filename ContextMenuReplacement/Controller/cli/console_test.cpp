@@ -24,3 +24,46 @@ TEST(ConsoleFormat, MissingArgumentsPrintNothingAndUnknownConversionsStay) {
 
 }  // namespace
 }  // namespace cmr
+
+#include "common/file_io.h"
+#include "common/unique_handle.h"
+#include "common/win32.h"
+
+namespace cmr {
+namespace {
+
+// Sends standard output to a file while a test prints through the real console path.
+std::string CaptureStandardOutput(void (*print)()) {
+  wchar_t temp[MAX_PATH + 1] = {};
+  ::GetTempPathW(MAX_PATH, temp);
+  const std::wstring path = JoinPath(temp, L"cmr-console-capture.txt");
+  std::string bytes;
+  {
+    UniqueHandle file(::CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr,
+                                    CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+    const HANDLE saved = ::GetStdHandle(STD_OUTPUT_HANDLE);
+    ::SetStdHandle(STD_OUTPUT_HANDLE, file.get());
+    print();
+    ::SetStdHandle(STD_OUTPUT_HANDLE, saved);
+  }
+  (void)ReadWholeFile(path, bytes);
+  ::DeleteFileW(path.c_str());
+  return bytes;
+}
+
+TEST(ConsoleOutput, PrintLineCutsLongLinesAndStillEndsThem) {
+  const std::string out = CaptureStandardOutput([] { PrintLine(L"%s", std::wstring(3000, L'a')); });
+  EXPECT_EQ(out, std::string(2047, 'a') + "\n");
+}
+
+TEST(ConsoleOutput, WideArgumentsReachThePipeWholeAsUtf8) {
+  const std::string out = CaptureStandardOutput([] {
+    PrintLine(L"Publishing %s", L"C:\\Users\\J\u00fcrgen\\menu.json");
+    Print(L"%s|%zu", std::wstring(3000, L'b'), size_t{7});
+  });
+  EXPECT_EQ(out,
+            "Publishing C:\\Users\\J\xC3\xBCrgen\\menu.json\n" + std::string(3000, 'b') + "|7");
+}
+
+}  // namespace
+}  // namespace cmr

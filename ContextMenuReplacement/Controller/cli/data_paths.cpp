@@ -1,8 +1,8 @@
 #include "cli/data_paths.h"
 
-#include <mutex>
-
 #include <shlobj.h>
+
+#include <mutex>
 
 #include "common/file_io.h"
 #include "common/win32.h"
@@ -47,17 +47,25 @@ std::wstring ProductFamilyFolder() {
   return JoinPath(JoinPath(DataRoot(), kMaker), kFamily);
 }
 
-std::wstring ProductFolder() { return JoinPath(ProductFamilyFolder(), kProduct); }
+std::wstring ProductFolder() {
+  return JoinPath(ProductFamilyFolder(), kProduct);
+}
 
-std::wstring PublishedFolder() { return JoinPath(ProductFolder(), L"published"); }
+std::wstring PublishedFolder() {
+  return JoinPath(ProductFolder(), L"published");
+}
 
-std::wstring ControlFilePath() { return JoinPath(PublishedFolder(), L"control.bin"); }
+std::wstring ControlFilePath() {
+  return JoinPath(PublishedFolder(), L"control.bin");
+}
 
 std::wstring SnapshotFilePath(uint32_t version) {
   return JoinPath(PublishedFolder(), L"snapshot-" + std::to_wstring(version) + L".bin");
 }
 
-std::wstring DefaultMenuJsonPath() { return JoinPath(ProductFolder(), L"menu.json"); }
+std::wstring DefaultMenuJsonPath() {
+  return JoinPath(ProductFolder(), L"menu.json");
+}
 
 std::wstring ControllerLogFolder() {
   const std::wstring folder = JoinPath(JoinPath(ProductFolder(), L"Controller"), L"Logs");
@@ -72,9 +80,13 @@ std::wstring SettingsFolder() {
   return folder;
 }
 
-std::wstring SettingsFilePath() { return JoinPath(SettingsFolder(), L"High Level Settings.json"); }
+std::wstring SettingsFilePath() {
+  return JoinPath(SettingsFolder(), L"High Level Settings.json");
+}
 
-std::wstring MenuBaseSettingPath() { return JoinPath(SettingsFolder(), L"Context menu base.txt"); }
+std::wstring MenuBaseSettingPath() {
+  return JoinPath(SettingsFolder(), L"Context menu base.txt");
+}
 
 std::wstring OverlayFileName(std::wstring_view scope) {
   // "create-organize" is deliberately the default file and has none of its own.
@@ -97,13 +109,15 @@ bool IsValidDraftId(std::wstring_view id) noexcept {
 
 std::wstring DraftBaselinePath(std::wstring_view id) {
   if (!IsValidDraftId(id)) return {};
-  return JoinPath(SettingsFolder(), L"Context menu draft baseline - " + std::wstring(id) + L".json");
+  return JoinPath(SettingsFolder(),
+                  L"Context menu draft baseline - " + std::wstring(id) + L".json");
 }
 
 std::wstring ExecutableFolder() {
   std::wstring path(MAX_PATH, L'\0');
   for (;;) {
-    const DWORD length = ::GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size()));
+    const DWORD length =
+        ::GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size()));
     if (length == 0) return {};
     if (length < path.size()) {
       path.resize(length);

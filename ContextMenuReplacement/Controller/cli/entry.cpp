@@ -1,7 +1,8 @@
 #include "cli/entry.h"
 
-#include <cstdio>
 #include <io.h>
+
+#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -23,7 +24,9 @@ void ReopenOnConsole(FILE* stream, const wchar_t* mode, DWORD stdHandle) {
 }
 
 // The self-check suites are not part of this build; they keep their argument rules.
-int RunSelfCheckUnavailable(const wchar_t* verb) { return ReportUnavailable(verb); }
+int RunSelfCheckUnavailable(const wchar_t* verb) {
+  return ReportUnavailable(verb);
+}
 
 }  // namespace
 
@@ -43,8 +46,9 @@ int RunController(int argc, wchar_t** argv) {
   }
   if (argc >= 2 && std::wstring(argv[1]) == L"model-contracts") {
     if (argc < 5) {
-      Print(L"model-contracts needs a schema path, fixtures directory and at least one shipped "
-            L"baseline.\n");
+      Print(
+          L"model-contracts needs a schema path, fixtures directory and at least one shipped "
+          L"baseline.\n");
       return 1;
     }
     return RunSelfCheckUnavailable(L"model-contracts");

@@ -1,9 +1,9 @@
 #include "cli/log.h"
 
+#include <fmt/xchar.h>
+
 #include <memory>
 #include <mutex>
-
-#include <fmt/xchar.h>
 
 #include "cli/console.h"
 #include "cli/data_paths.h"
@@ -41,7 +41,9 @@ const wchar_t* LogLevelName(int level) noexcept {
 
 std::wstring LogFileName(std::wstring_view product, std::wstring_view component,
                          std::wstring_view fileStem, const SYSTEMTIME& localDate) {
-  const std::wstring_view stem = !fileStem.empty() ? fileStem : !component.empty() ? component : product;
+  const std::wstring_view stem = !fileStem.empty()    ? fileStem
+                                 : !component.empty() ? component
+                                                      : product;
   return fmt::format(L"{} {:04}-{:02}-{:02}.log", stem, localDate.wYear, localDate.wMonth,
                      localDate.wDay);
 }
@@ -94,9 +96,9 @@ void WriteLogLine(LogLevel level, std::wstring_view text) {
   ::FileTimeToSystemTime(&local, &localTime);
   const uint64_t ticks = (uint64_t{local.dwHighDateTime} << 32) | local.dwLowDateTime;
 
-  std::wstring line = FormatLogPrefix(localTime, static_cast<uint32_t>(ticks % 10000000),
-                                      ::GetCurrentProcessId(), ::GetCurrentThreadId(),
-                                      static_cast<int>(level));
+  std::wstring line =
+      FormatLogPrefix(localTime, static_cast<uint32_t>(ticks % 10000000), ::GetCurrentProcessId(),
+                      ::GetCurrentThreadId(), static_cast<int>(level));
   line += text;
   std::string bytes = ToUtf8(line);
   bytes += '\n';
@@ -113,8 +115,9 @@ void RestartLog(std::wstring_view text) {
 }
 
 void LogGlobalsPublished(bool enabled, uint32_t bypassMask, uint32_t opacityPercent) {
-  WriteLogLine(LogLevel::info, fmt::format(L"[config] Globals published: enabled={} bypass=0x{:X} opacity={}%",
-                                           enabled, bypassMask, opacityPercent));
+  WriteLogLine(LogLevel::info,
+               fmt::format(L"[config] Globals published: enabled={} bypass=0x{:X} opacity={}%",
+                           enabled, bypassMask, opacityPercent));
 }
 
 void LogConfigurationPublished(uint32_t version, uint64_t bytes, size_t profiles, size_t items,

@@ -13,7 +13,8 @@ TEST(LogFormat, PrefixCarriesSevenFractionalDigits) {
   t.wHour = 20;
   t.wMinute = 27;
   t.wSecond = 6;
-  EXPECT_EQ(FormatLogPrefix(t, 1234567, 4242, 77, 1), L"[2026-11-12 20:27:06.1234567] [P:4242 T:77] [INFO] ");
+  EXPECT_EQ(FormatLogPrefix(t, 1234567, 4242, 77, 1),
+            L"[2026-11-12 20:27:06.1234567] [P:4242 T:77] [INFO] ");
   EXPECT_EQ(FormatLogPrefix(t, 5, 1, 2, 9), L"[2026-11-12 20:27:06.0000005] [P:1 T:2] [UNKNOWN] ");
 }
 
@@ -33,6 +34,105 @@ TEST(LogFormat, LevelNames) {
   EXPECT_STREQ(LogLevelName(3), L"ERROR");
   EXPECT_STREQ(LogLevelName(4), L"CRITICAL");
   EXPECT_STREQ(LogLevelName(-1), L"UNKNOWN");
+}
+
+}  // namespace
+}  // namespace cmr
+
+// The tests below write the real day's log of this prefix's user, as the controller does.
+
+#include <cstdlib>
+#include <regex>
+#include <string>
+#include <vector>
+
+#include "cli/data_paths.h"
+#include "common/file_io.h"
+#include "common/text.h"
+#include "common/unique_handle.h"
+
+namespace cmr {
+namespace {
+
+std::string TodaysLog() {
+  SYSTEMTIME today{};
+  ::GetLocalTime(&today);
+  std::string bytes;
+  (void)ReadWholeFile(
+      JoinPath(ControllerLogFolder(), LogFileName(L"Ravelin", L"Controller", L"", today)), bytes);
+  return bytes;
+}
+
+std::vector<std::string> LinesContaining(const std::string& bytes, const std::string& marker) {
+  std::vector<std::string> lines;
+  size_t start = 0;
+  while (start < bytes.size()) {
+    size_t end = bytes.find('\n', start);
+    if (end == std::string::npos) end = bytes.size();
+    std::string line = bytes.substr(start, end - start);
+    if (line.find(marker) != std::string::npos) lines.push_back(line);
+    start = end + 1;
+  }
+  return lines;
+}
+
+TEST(LogFile, LineFormatAndUtf8InTheDaysFile) {
+  ASSERT_TRUE(OpenLog(L"Ravelin", L"Controller", L""));
+  EXPECT_NE(OpenLogPath().find(L"\\Orvanta\\Brenlowpack\\Ravelin\\Controller\\Logs\\Controller "),
+            std::wstring::npos);
+  const std::wstring marker = L"marker-" + std::to_wstring(::GetCurrentProcessId());
+  WriteLogLine(LogLevel::warning, marker + L" Gr\u00fc\u00dfe \u2713");
+  const std::vector<std::string> lines = LinesContaining(TodaysLog(), ToUtf8(marker));
+  ASSERT_EQ(lines.size(), 1u);
+  const std::regex shape(
+      R"(\[\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{7}\] \[P:\d+ T:\d+\] \[WARNING\] marker-\d+ .*)");
+  EXPECT_TRUE(std::regex_match(lines[0], shape)) << lines[0];
+  // U+00FC, U+00DF and U+2713 as UTF-8, no carriage return.
+  EXPECT_NE(lines[0].find("Gr\xC3\xBC\xC3\x9F"
+                          "e \xE2\x9C\x93"),
+            std::string::npos);
+  EXPECT_EQ(lines[0].back(), '\x93');
+}
+
+constexpr int kLinesPerWriter = 400;
+
+// Run as a child of TwoProcessesAppendWholeLines; skipped when run on its own.
+TEST(LogFile, WriterChild) {
+  const char* marker = std::getenv("CMR_LOG_WRITER_MARKER");
+  if (marker == nullptr) GTEST_SKIP() << "only runs as the child of a concurrency test";
+  ASSERT_TRUE(OpenLog(L"Ravelin", L"Controller", L""));
+  const std::wstring text = FromUtf8(marker) + L" " + std::wstring(180, L'x');
+  for (int i = 0; i < kLinesPerWriter; ++i) WriteLogLine(LogLevel::info, text);
+}
+
+TEST(LogFile, TwoProcessesAppendWholeLines) {
+  wchar_t self[MAX_PATH] = {};
+  ::GetModuleFileNameW(nullptr, self, MAX_PATH);
+  const std::string run = "run-" + std::to_string(::GetTickCount64());
+  std::vector<UniqueHandle> children;
+  for (const char* who : {"A", "B"}) {
+    const std::string marker = run + "-" + who;
+    ::SetEnvironmentVariableW(L"CMR_LOG_WRITER_MARKER", FromUtf8(marker).c_str());
+    std::wstring line = L"\"" + std::wstring(self) + L"\" --gtest_filter=LogFile.WriterChild";
+    STARTUPINFOW startup{};
+    startup.cb = sizeof(startup);
+    PROCESS_INFORMATION info{};
+    ASSERT_TRUE(::CreateProcessW(nullptr, line.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr,
+                                 &startup, &info));
+    ::CloseHandle(info.hThread);
+    children.emplace_back(info.hProcess);
+  }
+  ::SetEnvironmentVariableW(L"CMR_LOG_WRITER_MARKER", nullptr);
+  for (const UniqueHandle& child : children) {
+    ASSERT_EQ(::WaitForSingleObject(child.get(), 60000), WAIT_OBJECT_0);
+  }
+  const std::string log = TodaysLog();
+  const std::regex whole(R"(\[[^\]]+\] \[P:\d+ T:\d+\] \[INFO\] run-\d+-[AB] x{180})");
+  for (const char* who : {"A", "B"}) {
+    const std::vector<std::string> lines = LinesContaining(log, run + "-" + who);
+    EXPECT_EQ(lines.size(), static_cast<size_t>(kLinesPerWriter)) << who;
+    for (const std::string& line : lines) ASSERT_TRUE(std::regex_match(line, whole)) << line;
+  }
 }
 
 }  // namespace

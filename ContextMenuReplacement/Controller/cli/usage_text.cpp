@@ -108,13 +108,16 @@ constexpr const wchar_t* kUsageLines[] = {
     L"             no snapshot version burned - keystroke-time feedback.",
     L"  custom-model effective <target> [--json]",
     L"             Prints the published snapshot's tree shape for one target (desktop,",
-    L"             folder-background, folder-item, drive, file-item, or file:<ext>). No live Explorer",
+    L"             folder-background, folder-item, drive, file-item, or file:<ext>). No live "
+    L"Explorer",
     L"             context, so extension slots print as themselves rather than expanding.",
     L"  custom-model reset <schema> <baseline> [target]",
     L"             With no target, drops the user's overlay entirely and republishes the",
     L"             baseline alone. With a target (desktop, folder-background, folder-item,",
-    L"             drive, file-item, or file:<ext>), removes only that target's layouts/node_overrides/",
-    L"             insertions and target-scoped extension rules from the overlay, then republishes.",
+    L"             drive, file-item, or file:<ext>), removes only that target's "
+    L"layouts/node_overrides/",
+    L"             insertions and target-scoped extension rules from the overlay, then "
+    L"republishes.",
     L"  custom-model preview <target>",
     L"             Arms the hook to show the custom popup for a synthetic target instead",
     L"             of a real right-click. Fails if the hook is not injected. The hook side",
@@ -151,6 +154,8 @@ std::wstring UsageText() {
   return text;
 }
 
-void PrintUsage() { Print(L"%s", UsageText()); }
+void PrintUsage() {
+  Print(L"%s", UsageText());
+}
 
 }  // namespace cmr

@@ -29,7 +29,8 @@ std::wstring ParseEnableOptions(const std::vector<std::wstring>& args, EnableOpt
   return {};
 }
 
-std::wstring ParseReconcileOptions(const std::vector<std::wstring>& args, ReconcileOptions& options) {
+std::wstring ParseReconcileOptions(const std::vector<std::wstring>& args,
+                                   ReconcileOptions& options) {
   for (const std::wstring& word : args) {
     if (word == L"--force") {
       options.force = true;

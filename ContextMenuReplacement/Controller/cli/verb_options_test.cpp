@@ -19,7 +19,8 @@ TEST(EnableOptions, LastStrategyWinsAndFlagsAccumulate) {
 
 TEST(EnableOptions, TrailingStrategyAndBadWordsAreRefused) {
   EnableOptions options;
-  EXPECT_EQ(ParseEnableOptions({L"--yes", L"--strategy"}, options), L"Unknown option '--strategy'.\n");
+  EXPECT_EQ(ParseEnableOptions({L"--yes", L"--strategy"}, options),
+            L"Unknown option '--strategy'.\n");
   EXPECT_EQ(ParseEnableOptions({L"--Yes"}, options), L"Unknown option '--Yes'.\n");
   EXPECT_EQ(ParseEnableOptions({L"--strategy", L"Classic"}, options),
             L"Unknown strategy 'Classic'. Use classic or refusal.\n");
@@ -46,7 +47,8 @@ TEST(ConfigArguments, JsonAnywhereAndOneFile) {
 
 TEST(CustomModelArguments, KeepsOrderAndNeverFailsOnArguments) {
   CustomModelArguments parsed;
-  EXPECT_EQ(ParseCustomModelArguments({L"publish", L"s.json", L"--json", L"b.json", L"x"}, parsed), L"");
+  EXPECT_EQ(ParseCustomModelArguments({L"publish", L"s.json", L"--json", L"b.json", L"x"}, parsed),
+            L"");
   EXPECT_EQ(parsed.arguments, (std::vector<std::wstring>{L"s.json", L"b.json", L"x"}));
   EXPECT_TRUE(parsed.json);
 }

@@ -28,8 +28,12 @@ int RestartExplorerVerb(const std::vector<std::wstring>&) {
   return ReportUnavailable(L"restart-explorer");
 }
 
-int ProbeVerb(const std::vector<std::wstring>&) { return ReportUnavailable(L"probe"); }
-int InstallVerb(const std::vector<std::wstring>&) { return ReportUnavailable(L"install"); }
+int ProbeVerb(const std::vector<std::wstring>&) {
+  return ReportUnavailable(L"probe");
+}
+int InstallVerb(const std::vector<std::wstring>&) {
+  return ReportUnavailable(L"install");
+}
 
 int EnableVerb(const std::vector<std::wstring>& args) {
   EnableOptions options;
@@ -39,14 +43,18 @@ int EnableVerb(const std::vector<std::wstring>& args) {
   return ReportUnavailable(L"enable");
 }
 
-int InjectVerb(const std::vector<std::wstring>&) { return ReportUnavailable(L"inject"); }
+int InjectVerb(const std::vector<std::wstring>&) {
+  return ReportUnavailable(L"inject");
+}
 
 int InjectDialogVerb(const std::vector<std::wstring>& args) {
   if (args.empty()) return Refuse(L"inject-dialog needs the dialog's window handle.\n");
   return ReportUnavailable(L"inject-dialog");
 }
 
-int DialogCrashesVerb(const std::vector<std::wstring>&) { return ReportUnavailable(L"dialog-crashes"); }
+int DialogCrashesVerb(const std::vector<std::wstring>&) {
+  return ReportUnavailable(L"dialog-crashes");
+}
 int ProviderStrikesVerb(const std::vector<std::wstring>&) {
   return ReportUnavailable(L"provider-strikes");
 }
@@ -59,7 +67,9 @@ int ReconcileVerb(const std::vector<std::wstring>& args) {
   return ReportUnavailable(L"reconcile");
 }
 
-int UninstallVerb(const std::vector<std::wstring>&) { return ReportUnavailable(L"uninstall"); }
+int UninstallVerb(const std::vector<std::wstring>&) {
+  return ReportUnavailable(L"uninstall");
+}
 
 int BootRestoreVerb(const std::vector<std::wstring>&) {
   // Windows runs this from RunOnce; whatever it reports, the exit code is 0.
@@ -67,10 +77,18 @@ int BootRestoreVerb(const std::vector<std::wstring>&) {
   return 0;
 }
 
-int StatusVerb(const std::vector<std::wstring>&) { return ReportUnavailable(L"status"); }
-int TopologyVerb(const std::vector<std::wstring>&) { return ReportUnavailable(L"topology"); }
-int RescanVerb(const std::vector<std::wstring>&) { return ReportUnavailable(L"rescan"); }
-int ResetFlashVerb(const std::vector<std::wstring>&) { return ReportUnavailable(L"resetflash"); }
+int StatusVerb(const std::vector<std::wstring>&) {
+  return ReportUnavailable(L"status");
+}
+int TopologyVerb(const std::vector<std::wstring>&) {
+  return ReportUnavailable(L"topology");
+}
+int RescanVerb(const std::vector<std::wstring>&) {
+  return ReportUnavailable(L"rescan");
+}
+int ResetFlashVerb(const std::vector<std::wstring>&) {
+  return ReportUnavailable(L"resetflash");
+}
 
 int SuppressVerb(const std::vector<std::wstring>& args) {
   if (args.empty()) return Refuse(L"suppress needs a mode: off, classnotreg, or efail.\n");
@@ -87,8 +105,12 @@ int ReplacementVerb(const std::vector<std::wstring>& args) {
   return ReportUnavailable(L"replacement");
 }
 
-int ClassicIconsVerb(const std::vector<std::wstring>&) { return ReportUnavailable(L"classic-icons"); }
-int InventoryVerb(const std::vector<std::wstring>&) { return ReportUnavailable(L"inventory"); }
+int ClassicIconsVerb(const std::vector<std::wstring>&) {
+  return ReportUnavailable(L"classic-icons");
+}
+int InventoryVerb(const std::vector<std::wstring>&) {
+  return ReportUnavailable(L"inventory");
+}
 
 int ConfigVerb(const std::vector<std::wstring>& args) {
   ConfigArguments parsed;
@@ -106,8 +128,12 @@ int CustomModelVerb(const std::vector<std::wstring>& args) {
   return RunCustomModelVerb(parsed);
 }
 
-int DiscoverVerb(const std::vector<std::wstring>&) { return ReportUnavailable(L"discover"); }
-int DisableVerb(const std::vector<std::wstring>&) { return ReportUnavailable(L"disable"); }
+int DiscoverVerb(const std::vector<std::wstring>&) {
+  return ReportUnavailable(L"discover");
+}
+int DisableVerb(const std::vector<std::wstring>&) {
+  return ReportUnavailable(L"disable");
+}
 
 constexpr VerbRow kVerbs[] = {
     {L"restart-explorer", RestartExplorerVerb},
@@ -138,6 +164,8 @@ constexpr VerbRow kVerbs[] = {
 
 }  // namespace
 
-std::span<const VerbRow> VerbTable() { return kVerbs; }
+std::span<const VerbRow> VerbTable() {
+  return kVerbs;
+}
 
 }  // namespace cmr

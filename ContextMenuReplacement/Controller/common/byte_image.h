@@ -8,7 +8,9 @@
 
 namespace cmr {
 
-[[nodiscard]] constexpr uint64_t Align8(uint64_t value) noexcept { return (value + 7) & ~uint64_t{7}; }
+[[nodiscard]] constexpr uint64_t Align8(uint64_t value) noexcept {
+  return (value + 7) & ~uint64_t{7};
+}
 
 // A zero-filled image of fixed size; every store lands inside it or the program is wrong, so
 // stores past the end are ignored rather than growing the image.

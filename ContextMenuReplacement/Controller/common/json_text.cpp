@@ -1,9 +1,8 @@
 #include "common/json_text.h"
 
+#include <fmt/xchar.h>
 #include <rapidjson/error/en.h>
 #include <rapidjson/memorystream.h>
-
-#include <fmt/xchar.h>
 
 namespace cmr {
 

@@ -1,18 +1,18 @@
 #pragma once
 // Reading JSON documents and writing the one-line JSON outputs of the verbs.
 
+#include <rapidjson/document.h>
+
 #include <string>
 #include <string_view>
-
-#include <rapidjson/document.h>
 
 #include "common/text.h"
 
 namespace cmr {
 
 struct JsonParseFailure {
-  size_t offset = 0;          // byte offset into the text
-  std::wstring description;   // RapidJSON's English text of the error code
+  size_t offset = 0;         // byte offset into the text
+  std::wstring description;  // RapidJSON's English text of the error code
 };
 
 // Parses UTF-8 text; line comments are accepted when `allowComments`. On failure returns false

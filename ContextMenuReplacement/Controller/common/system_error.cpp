@@ -8,8 +8,8 @@ std::wstring ErrorText(DWORD code) {
   wchar_t* buffer = nullptr;
   const DWORD flags =
       FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_IGNORE_INSERTS | FORMAT_MESSAGE_FROM_SYSTEM;
-  const DWORD length = ::FormatMessageW(flags, nullptr, code, 0,
-                                        reinterpret_cast<wchar_t*>(&buffer), 0, nullptr);
+  const DWORD length =
+      ::FormatMessageW(flags, nullptr, code, 0, reinterpret_cast<wchar_t*>(&buffer), 0, nullptr);
   UniqueLocalMemory owner(buffer);
   if (length == 0 || buffer == nullptr) return L"unable to get message from FormatMessage";
   std::wstring text(buffer, length);

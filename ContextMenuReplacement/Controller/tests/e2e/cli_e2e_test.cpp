@@ -22,7 +22,8 @@ TEST(CliE2e, NoArgumentsPrintsUsageByteForByte) {
 }
 
 TEST(CliE2e, UnknownAndDifferentlyCasedVerbs) {
-  for (const std::wstring verb : {L"Status", L"frobnicate", L"CONFIG", L"--help"}) {
+  for (const std::wstring verb :
+       {L"Status", L"frobnicate", L"CONFIG", L"--help", L"St\u00e4ll-\u2713"}) {
     const RunResult run = RunController({verb});
     EXPECT_EQ(run.exitCode, 1u);
     EXPECT_EQ(run.output, "Unknown verb '" + ToUtf8(verb) + "'\n\n" + Usage());
@@ -42,17 +43,26 @@ TEST(CliE2e, DispatcherMessagesAndExitCodes) {
       {{L"suppress"}, "suppress needs a mode: off, classnotreg, or efail.\n", 1},
       {{L"context"}, "context needs a mode: off, log, or overlay.\n", 1},
       {{L"replacement"}, "replacement needs a mode: off, native, modern, or fail.\n", 1},
-      {{L"config"}, "config needs an action: init, path, check, validate, publish, watch, or status.\n", 1},
+      {{L"config"},
+       "config needs an action: init, path, check, validate, publish, watch, or status.\n",
+       1},
       {{L"config", L"validate", L"a.json", L"b.json"}, "Unexpected argument 'b.json'.\n", 1},
       {{L"custom-model"},
-       "custom-model needs an action: publish, publish-user, validate-user, effective, or reset.\n", 1},
+       "custom-model needs an action: publish, publish-user, validate-user, effective, or reset.\n",
+       1},
       {{L"enable", L"--strategy"}, "Unknown option '--strategy'.\n", 1},
       {{L"enable", L"--yes", L"--Force"}, "Unknown option '--Force'.\n", 1},
-      {{L"enable", L"--strategy", L"modern"}, "Unknown strategy 'modern'. Use classic or refusal.\n", 1},
+      {{L"enable", L"--strategy", L"modern"},
+       "Unknown strategy 'modern'. Use classic or refusal.\n",
+       1},
       {{L"model-contracts", L"a", L"b"},
-       "model-contracts needs a schema path, fixtures directory and at least one shipped baseline.\n", 1},
+       "model-contracts needs a schema path, fixtures directory and at least one shipped "
+       "baseline.\n",
+       1},
       {{L"model-contracts"},
-       "model-contracts needs a schema path, fixtures directory and at least one shipped baseline.\n", 1},
+       "model-contracts needs a schema path, fixtures directory and at least one shipped "
+       "baseline.\n",
+       1},
   };
   for (const DispatchCase& c : cases) {
     const RunResult run = RunController(c.args);

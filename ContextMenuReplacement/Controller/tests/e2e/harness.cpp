@@ -177,7 +177,9 @@ void DeleteTree(const std::wstring& folder) {
   ::RemoveDirectoryW(folder.c_str());
 }
 
-void ResetUserData() { DeleteTree(JoinPath(DataRoot(), L"Orvanta")); }
+void ResetUserData() {
+  DeleteTree(JoinPath(DataRoot(), L"Orvanta"));
+}
 
 std::string ReadBytes(const std::wstring& path) {
   std::string bytes;
