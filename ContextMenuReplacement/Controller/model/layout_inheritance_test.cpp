@@ -165,15 +165,5 @@ TEST(LayoutInheritance, StepRunsPerLayoutBeforeChildrenCopy) {
             L"Invalid placement edit in layout 'a'.");
 }
 
-TEST(LayoutInheritance, FindsNodesOnlyWithinTheDepthLimit) {
-  rapidjson::Document document =
-      Json(R"([{"type":"submenu","id":"1","items":[{"type":"submenu","id":"2","items":[)"
-           R"({"type":"separator","id":"x"}]}]}])");
-  const NodeLocation found = FindNodeById(document, "x");
-  ASSERT_TRUE(found);
-  EXPECT_EQ(found.index, 0u);
-  EXPECT_FALSE(FindNodeById(document, "y"));
-}
-
 }  // namespace
 }  // namespace cmr
