@@ -75,20 +75,24 @@ bool CheckConfigurationTrust(const std::wstring& path, MessageList& errors) {
     return false;
   }
   UniqueLocalMemory descriptor(rawDescriptor);
-  if (!dacl) {
-    errors.push_back(L"The file has a NULL DACL, which grants full control to everyone.");
-    return false;
-  }
+  if (!dacl) return CheckDaclTrust(nullptr, nullptr, owner, errors);
   std::vector<unsigned char> user = CurrentUserSid();
   if (user.empty()) {
     errors.push_back(L"Could not determine the current user's SID.");
     return false;
   }
+  return CheckDaclTrust(dacl, user.data(), owner, errors);
+}
 
+bool CheckDaclTrust(const ACL* dacl, PSID user, PSID owner, MessageList& errors) {
+  if (!dacl) {
+    errors.push_back(L"The file has a NULL DACL, which grants full control to everyone.");
+    return false;
+  }
   bool accepted = true;
   for (DWORD index = 0; index < dacl->AceCount; ++index) {
     void* entry = nullptr;
-    if (!::GetAce(dacl, index, &entry)) continue;
+    if (!::GetAce(const_cast<ACL*>(dacl), index, &entry)) continue;
     const auto* header = static_cast<const ACE_HEADER*>(entry);
     // Only plain allow entries grant anything this check cares about; deny entries can only
     // narrow access, and object or callback entries do not apply to a plain file.
@@ -97,7 +101,7 @@ bool CheckConfigurationTrust(const std::wstring& path, MessageList& errors) {
     if ((allowed->Mask & kTrustWriteMask) == 0) continue;
     const PSID sid = const_cast<DWORD*>(&allowed->SidStart);
     if (!::IsValidSid(sid)) continue;
-    if (MayWrite(sid, user.data(), owner)) continue;
+    if (MayWrite(sid, user, owner)) continue;
     errors.push_back(fmt::format(
         L"{} can modify this file. Because it names executables that run on every right-click, "
         L"only you, SYSTEM and Administrators may have write access.",

@@ -22,6 +22,11 @@ inline constexpr DWORD kTrustWriteMask = FILE_WRITE_DATA | FILE_APPEND_DATA | FI
 // user's SID adds one message. Deny and object entries are ignored. Nothing is ever changed.
 [[nodiscard]] bool CheckConfigurationTrust(const std::wstring& path, MessageList& errors);
 
+// The walk over one DACL, apart from reading it from a file: a NULL DACL is refused with its own
+// message; every access-allowed entry granting write access to an account other than `user`,
+// SYSTEM, Administrators, CREATOR OWNER (and `owner`, when that is `user`) adds one message.
+[[nodiscard]] bool CheckDaclTrust(const ACL* dacl, PSID user, PSID owner, MessageList& errors);
+
 // "S-1-..." for a SID, or "<unprintable SID>".
 [[nodiscard]] std::wstring DescribeSid(PSID sid);
 
