@@ -1,8 +1,8 @@
 #include "config/config_trust.h"
 
 #include <aclapi.h>
-#include <sddl.h>
 #include <gtest/gtest.h>
+#include <sddl.h>
 
 #include <vector>
 
@@ -49,8 +49,8 @@ struct Descriptor {
 Descriptor FromSddl(const std::wstring& sddl) {
   Descriptor d;
   PSECURITY_DESCRIPTOR raw = nullptr;
-  EXPECT_TRUE(::ConvertStringSecurityDescriptorToSecurityDescriptorW(
-      sddl.c_str(), SDDL_REVISION_1, &raw, nullptr));
+  EXPECT_TRUE(::ConvertStringSecurityDescriptorToSecurityDescriptorW(sddl.c_str(), SDDL_REVISION_1,
+                                                                     &raw, nullptr));
   d.memory.reset(raw);
   BOOL present = FALSE;
   BOOL defaulted = FALSE;
@@ -91,9 +91,9 @@ TEST(ConfigTrust, MissingFileReportsTheDescriptorFailure) {
   MessageList errors;
   EXPECT_FALSE(CheckConfigurationTrust(L"C:\\no\\such\\menu.json", errors));
   ASSERT_EQ(errors.size(), 1u);
-  EXPECT_EQ(errors[0].rfind(L"Could not read the security descriptor of 'C:\\no\\such\\menu.json': ",
-                            0),
-            0u);
+  EXPECT_EQ(
+      errors[0].rfind(L"Could not read the security descriptor of 'C:\\no\\such\\menu.json': ", 0),
+      0u);
 }
 
 TEST(ConfigTrust, EachOffendingEntryIsNamedOnceAndOthersAreIgnored) {
@@ -127,7 +127,8 @@ TEST(ConfigTrust, NullDaclIsRefusedAndEmptyDaclAccepted) {
   Descriptor me = FromSddl(L"O:" + CurrentUserSidText() + L"D:");
   MessageList errors;
   EXPECT_FALSE(CheckDaclTrust(nullptr, me.owner, me.owner, errors));
-  EXPECT_EQ(errors, MessageList{L"The file has a NULL DACL, which grants full control to everyone."});
+  EXPECT_EQ(errors,
+            MessageList{L"The file has a NULL DACL, which grants full control to everyone."});
   errors.clear();
   EXPECT_TRUE(CheckDaclTrust(me.dacl, me.owner, me.owner, errors));
   EXPECT_TRUE(errors.empty());

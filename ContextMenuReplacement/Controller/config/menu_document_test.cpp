@@ -33,8 +33,9 @@ TEST(MenuDocument, BypassGrammar) {
     const wchar_t* text;
     bool understood;
     uint32_t mask;
-  } cases[] = {{L"ctrl + SHIFT", true, 6}, {L"Ctrl+Win", false, 99}, {L"None", true, 0},
-               {L"", true, 0},            {L"Alt+control", true, 3}, {L"shift++ none", true, 4}};
+  } cases[] = {{L"ctrl + SHIFT", true, 6}, {L"Ctrl+Win", false, 99},
+               {L"None", true, 0},         {L"", true, 0},
+               {L"Alt+control", true, 3},  {L"shift++ none", true, 4}};
   for (const auto& c : cases) {
     uint32_t mask = 99;
     EXPECT_EQ(ParseModifierMask(c.text, mask), c.understood) << c.text;
@@ -49,8 +50,7 @@ TEST(MenuDocument, BypassGrammar) {
 }
 
 TEST(MenuDocument, OpacityAcceptsOnlyWholeNumbersUpTo100) {
-  EXPECT_EQ(Parse(R"({"backgroundOpacityPercent":100,"profiles":[]})").config.opacityPercent,
-            100u);
+  EXPECT_EQ(Parse(R"({"backgroundOpacityPercent":100,"profiles":[]})").config.opacityPercent, 100u);
   for (const char* value : {"100.0", "-1", "101", "\"50\""}) {
     const Parsed p =
         Parse(std::string(R"({"backgroundOpacityPercent":)") + value + R"(,"profiles":[]})");
@@ -75,17 +75,18 @@ TEST(MenuDocument, UnknownContextsAreSkippedWithWarnings) {
       {"match":{"context":[3]},"items":[]},
       {"match":{}},
       7]})");
-  EXPECT_EQ(p.warnings,
-            (MessageList{L"profiles[0].match.context[0] is 'desktop', which is not a known context, "
-                         L"and was skipped. Use desktop-background, folder-background, folder-item "
-                         L"or other-item.",
-                         L"profiles[1].match.context[0] is 'nowhere', which is not a known context, "
-                         L"and was skipped. Use desktop-background, folder-background, folder-item "
-                         L"or other-item.",
-                         L"profiles[1] matches no known context (all entries were unrecognized), so "
-                         L"it was skipped.",
-                         L"profiles[2] matches no known context (all entries were unrecognized), so "
-                         L"it was skipped."}));
+  EXPECT_EQ(
+      p.warnings,
+      (MessageList{L"profiles[0].match.context[0] is 'desktop', which is not a known context, "
+                   L"and was skipped. Use desktop-background, folder-background, folder-item "
+                   L"or other-item.",
+                   L"profiles[1].match.context[0] is 'nowhere', which is not a known context, "
+                   L"and was skipped. Use desktop-background, folder-background, folder-item "
+                   L"or other-item.",
+                   L"profiles[1] matches no known context (all entries were unrecognized), so "
+                   L"it was skipped.",
+                   L"profiles[2] matches no known context (all entries were unrecognized), so "
+                   L"it was skipped."}));
   EXPECT_EQ(p.errors, (MessageList{L"profiles[2].match.context[0] must be a string.",
                                    L"profiles[3] needs a 'match' object with a 'context' array.",
                                    L"profiles[4] must be an object."}));
@@ -135,13 +136,13 @@ TEST(MenuDocument, UserCommandArgumentLimit) {
 }
 
 TEST(MenuDocument, ItemMessagesInOrder) {
-  const Parsed p = ParseItems(
-      R"({"source":"user","arguments":"x"},)"
-      R"({"source":"user","title":"","executable":"e","arguments":["ok",1]},)"
-      R"({"source":"shell"},)"
-      R"({"source":"classic","include":"Open*"},)"
-      R"("separator",)"
-      R"({"type":"separator","source":"bogus"})");
+  const Parsed p =
+      ParseItems(R"({"source":"user","arguments":"x"},)"
+                 R"({"source":"user","title":"","executable":"e","arguments":["ok",1]},)"
+                 R"({"source":"shell"},)"
+                 R"({"source":"classic","include":"Open*"},)"
+                 R"("separator",)"
+                 R"({"type":"separator","source":"bogus"})");
   EXPECT_EQ(p.errors,
             (MessageList{
                 L"profiles[0].items[0]: 'arguments' must be an array of strings. Each argument is "

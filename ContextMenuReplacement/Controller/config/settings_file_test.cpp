@@ -36,17 +36,20 @@ TEST(SettingsFile, RangedNumbersStopTheReadAtTheFirstFailure) {
       R"("appearance.fontSizeDip":7,"appearance.iconSizeDip":99,"appearance.showHotkeys":3)"));
   EXPECT_FALSE(r.ok);
   // Neither the later number nor the bad boolean was examined.
-  EXPECT_EQ(r.errors, MessageList{L"'appearance.fontSizeDip' must be a whole number from 8 to 32."});
+  EXPECT_EQ(r.errors,
+            MessageList{L"'appearance.fontSizeDip' must be a whole number from 8 to 32."});
 
   EXPECT_TRUE(Globals(SettingsText(R"("appearance.animationDurationMs":1000)")).errors.empty());
-  EXPECT_EQ(Globals(SettingsText(R"("appearance.animationDurationMs":1001)")).errors,
-            MessageList{L"'appearance.animationDurationMs' must be a whole number from 0 to 1000."});
+  EXPECT_EQ(
+      Globals(SettingsText(R"("appearance.animationDurationMs":1001)")).errors,
+      MessageList{L"'appearance.animationDurationMs' must be a whole number from 0 to 1000."});
   const Read late = Globals(SettingsText(
       R"("appearance.showHotkeys":3,"appearance.menuMaximumWidthDip":1201,"appearance.fontWeight":"x")"));
   EXPECT_FALSE(late.ok);
-  EXPECT_EQ(late.errors,
-            (MessageList{L"'appearance.showHotkeys' must be true or false.",
-                         L"'appearance.menuMaximumWidthDip' must be a whole number from 0 to 1200."}));
+  EXPECT_EQ(
+      late.errors,
+      (MessageList{L"'appearance.showHotkeys' must be true or false.",
+                   L"'appearance.menuMaximumWidthDip' must be a whole number from 0 to 1200."}));
 }
 
 TEST(SettingsFile, DefaultsAndValues) {
@@ -104,10 +107,10 @@ TEST(SettingsFile, ColoursNamesAndWordsAreCheckedExactly) {
 }
 
 TEST(SettingsFile, TaskbarOptOutMask) {
-  const Read r = Globals(SettingsText(
-      R"("taskbar.replaceBackgroundMenu":false,"taskbar.replaceClockMenu":true,)"
-      R"("taskbar.replaceAppMenu":false,"taskbar.replaceStartMenu":"no")",
-      R"({"app_id":"window-organizer","status":"disabled"},)"));
+  const Read r = Globals(
+      SettingsText(R"("taskbar.replaceBackgroundMenu":false,"taskbar.replaceClockMenu":true,)"
+                   R"("taskbar.replaceAppMenu":false,"taskbar.replaceStartMenu":"no")",
+                   R"({"app_id":"window-organizer","status":"disabled"},)"));
   EXPECT_EQ(r.errors, MessageList{L"'taskbar.replaceStartMenu' must be true or false."});
   EXPECT_EQ(r.config.appearance.surfaceOptOutMask, 0x01u | 0x10u | 0x20u);
   EXPECT_EQ(Globals(SettingsText("", R"({"app_id":"window-organizer","status":"Disabled"},)"))
