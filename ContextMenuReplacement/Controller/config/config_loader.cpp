@@ -61,14 +61,17 @@ PublishResult LoadSettingsFile(const std::wstring& path, PublishMode mode,
                                PublicationTarget& target) {
   PublishResult result;
   MenuConfiguration configuration;
-  if (!ReadSettingsFile(path, configuration, result.errors, result.warnings)) return result;
-  result.valid = WithinSizeLimit(configuration);
+  const bool read = ReadSettingsFile(path, configuration, result.errors, result.warnings);
   if (mode == PublishMode::checkOnly) {
-    result.aclAccepted = CheckConfigurationTrust(path, result.errors);
+    // Validation reports the ACL verdict whatever the content, so both can be fixed at once.
+    if (FileExists(path)) result.aclAccepted = CheckConfigurationTrust(path, result.errors);
+    if (!read) return result;
     PublishConfiguration(configuration, mode, GlobalsPolicy::keepPublishedGlobals, target, result);
     result.valid = result.errors.empty();
     return result;
   }
+  if (!read) return result;
+  result.valid = WithinSizeLimit(configuration);
   // Checked before the globals go out, so an oversized menu changes nothing at all.
   if (!result.valid) {
     (void)CheckSnapshotSize(LayoutSnapshot(configuration).totalBytes, result.errors);
