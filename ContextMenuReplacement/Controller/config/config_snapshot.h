@@ -52,7 +52,9 @@
 //             share one entry.
 //   totalBytes = align8(pool + poolBytes), at most 1 MiB.
 //
-// A reader maps control.bin, checks magic and layout, reads the version, opens that snapshot,
+// A reader maps control.bin, checks magic and layout, reads the version (an aligned 32-bit load
+// followed by an acquire barrier; an interlocked read would write to a read-only view), opens that
+// snapshot,
 // and before using any row checks (CheckSnapshotImage does exactly this): magic, layout and
 // version equal to the control file's; totalBytes equal to the file size; profilesOffset 48;
 // every region inside totalBytes; every row's item and argument run inside its region; every
