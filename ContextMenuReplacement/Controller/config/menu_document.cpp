@@ -38,6 +38,21 @@ std::wstring ValueText(const rapidjson::Value& value) {
   return FromUtf8(std::string_view(buffer.GetString(), buffer.GetSize()));
 }
 
+// Interns a string value. Plain ASCII, by far the common case, is widened in a reused buffer
+// instead of going through a fresh conversion per string.
+StringRef InternValue(StringPool& pool, const rapidjson::Value& value) {
+  thread_local std::wstring buffer;
+  const char* text = value.GetString();
+  const size_t length = value.GetStringLength();
+  buffer.resize(length);
+  for (size_t i = 0; i < length; ++i) {
+    const auto unit = static_cast<unsigned char>(text[i]);
+    if (unit >= 0x80) return pool.Intern(JsonWide(value));
+    buffer[i] = static_cast<wchar_t>(unit);
+  }
+  return pool.Intern(buffer);
+}
+
 uint32_t ContextBitOf(const rapidjson::Value& word) {
   const std::string_view text(word.GetString(), word.GetStringLength());
   if (text == "desktop-background") return kContextDesktopBackground;
@@ -52,10 +67,17 @@ bool NonEmptyString(const rapidjson::Value* value) {
 }
 
 // Classifies and, when acceptable, appends one item. Returns whether it was appended.
-bool ParseItem(const rapidjson::Value& item, const JsonPath& path, MenuConfiguration& config,
+// Item paths are only formatted when a message needs one; most items never do.
+struct ItemPath {
+  const JsonPath& profile;
+  size_t index;
+  [[nodiscard]] JsonPath Get() const { return profile.Key(L"items").Index(index); }
+};
+
+bool ParseItem(const rapidjson::Value& item, const ItemPath& where, MenuConfiguration& config,
                MessageList& errors, MessageList& warnings) {
   if (!item.IsObject()) {
-    errors.push_back(fmt::format(L"{} must be an object.", path));
+    errors.push_back(fmt::format(L"{} must be an object.", where.Get()));
     return false;
   }
   ItemRecord record;
@@ -72,7 +94,7 @@ bool ParseItem(const rapidjson::Value& item, const JsonPath& path, MenuConfigura
       warnings.push_back(fmt::format(
           L"{}: only \"include\": \"*\" is supported for the classic source; the whole captured "
           L"menu will be shown.",
-          path));
+          where.Get()));
     }
     record.source = ItemSource::classic;
     config.items.push_back(record);
@@ -87,7 +109,7 @@ bool ParseItem(const rapidjson::Value& item, const JsonPath& path, MenuConfigura
         errors.push_back(
             fmt::format(L"{}: 'command' must be a CLSID in braces, for example "
                         L"\"{{A2877438-9A16-4629-912A-1223B4E3B025}}\". Got '{}'.",
-                        path, text));
+                        where.Get(), text));
         return false;
       }
       static_assert(sizeof(clsid) == sizeof(record.command));
@@ -100,52 +122,54 @@ bool ParseItem(const rapidjson::Value& item, const JsonPath& path, MenuConfigura
     errors.push_back(fmt::format(
         L"{}: 'source' must be classic, modern or user, or the item must have \"type\": "
         L"\"separator\".",
-        path));
+        where.Get()));
     return false;
   }
 
   bool ok = true;
-  std::vector<std::wstring> arguments;
+  std::vector<const rapidjson::Value*> arguments;
   if (const rapidjson::Value* list = Member(item, "arguments")) {
     if (!list->IsArray()) {
       errors.push_back(fmt::format(
           L"{}: 'arguments' must be an array of strings. Each argument is passed as one token "
           L"and is never concatenated into a shell command.",
-          path));
+          where.Get()));
       ok = false;
     } else if (list->Size() > kMaxUserArguments) {
-      errors.push_back(fmt::format(L"{}: {} arguments exceeds the limit of {}.", path, list->Size(),
-                                   kMaxUserArguments));
+      errors.push_back(fmt::format(L"{}: {} arguments exceeds the limit of {}.", where.Get(),
+                                   list->Size(), kMaxUserArguments));
       ok = false;
     } else {
       for (rapidjson::SizeType a = 0; a < list->Size(); ++a) {
         if (!(*list)[a].IsString()) {
-          errors.push_back(fmt::format(L"{} must be a string.", path.Key(L"arguments").Index(a)));
+          errors.push_back(
+              fmt::format(L"{} must be a string.", where.Get().Key(L"arguments").Index(a)));
           ok = false;
         } else {
-          arguments.push_back(JsonWide((*list)[a]));
+          arguments.push_back(&(*list)[a]);
         }
       }
     }
   }
   const rapidjson::Value* executable = Member(item, "executable");
   if (!NonEmptyString(executable)) {
-    errors.push_back(fmt::format(L"{}: a user command needs a non-empty 'executable'.", path));
+    errors.push_back(
+        fmt::format(L"{}: a user command needs a non-empty 'executable'.", where.Get()));
     ok = false;
   }
   const rapidjson::Value* title = Member(item, "title");
   if (!NonEmptyString(title)) {
-    errors.push_back(fmt::format(L"{}: a user command needs a non-empty 'title'.", path));
+    errors.push_back(fmt::format(L"{}: a user command needs a non-empty 'title'.", where.Get()));
     ok = false;
   }
   if (!ok) return false;
 
   record.source = ItemSource::user;
-  record.title = config.pool.Intern(JsonWide(*title));
-  record.executable = config.pool.Intern(JsonWide(*executable));
+  record.title = InternValue(config.pool, *title);
+  record.executable = InternValue(config.pool, *executable);
   record.argumentCount = static_cast<uint32_t>(arguments.size());
-  for (const std::wstring& argument : arguments) {
-    config.arguments.push_back(config.pool.Intern(argument));
+  for (const rapidjson::Value* argument : arguments) {
+    config.arguments.push_back(InternValue(config.pool, *argument));
   }
   config.items.push_back(record);
   ++config.userCommandCount;
@@ -194,9 +218,8 @@ void ParseProfile(const rapidjson::Value& profile, const JsonPath& path, MenuCon
   ProfileRecord record;
   record.contextMask = mask;
   record.firstItem = static_cast<uint32_t>(config.items.size());
-  const JsonPath itemsPath = path.Key(L"items");
   for (rapidjson::SizeType k = 0; k < items->Size(); ++k) {
-    if (ParseItem((*items)[k], itemsPath.Index(k), config, errors, warnings)) ++record.itemCount;
+    if (ParseItem((*items)[k], ItemPath{path, k}, config, errors, warnings)) ++record.itemCount;
   }
   if (record.itemCount == 0) {
     warnings.push_back(
