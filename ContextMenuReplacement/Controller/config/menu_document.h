@@ -1,0 +1,37 @@
+#pragma once
+// menu.json: the hand-editable menu document, its parser into MenuConfiguration, and the
+// commented starter document that `config init` writes.
+
+#include <rapidjson/document.h>
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "common/text.h"
+#include "config/menu_configuration.h"
+
+namespace cmr {
+
+// The modifier grammar shared by menu.json and the settings file: words split at "+" and spaces,
+// compared case-insensitively (ctrl/control, shift, alt, none). Returns false for any other word;
+// `mask` is then untouched.
+[[nodiscard]] bool ParseModifierMask(std::wstring_view text, uint32_t& mask);
+
+// Reads a menu document (the DOM of menu.json, or a document whose only member is the settings
+// file's profiles) into `configuration`, which already holds its defaults. Appends every error
+// and warning in document order and keeps going where it can; only a non-object top level and
+// a missing 'profiles' array stop it. Returns true exactly when no error was added.
+[[nodiscard]] bool ParseMenuDocument(const rapidjson::Value& document,
+                                     MenuConfiguration& configuration, MessageList& errors,
+                                     MessageList& warnings);
+
+// The starter menu.json, byte for byte.
+[[nodiscard]] std::string_view StarterDocumentText() noexcept;
+
+// Writes the starter document unless `path` already exists. Returns the exit code of
+// `config init` (0 written, 1 not) and appends the refusal or the write failure to `errors`;
+// an existing file is never touched.
+[[nodiscard]] int WriteStarterDocument(const std::wstring& path, MessageList& errors);
+
+}  // namespace cmr
