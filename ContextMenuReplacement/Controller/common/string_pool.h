@@ -2,8 +2,6 @@
 // The UTF-16 string pool shared by both snapshot formats.
 
 #include <cstdint>
-#include <map>
-#include <string>
 #include <string_view>
 #include <vector>
 
@@ -19,6 +17,8 @@ struct StringRef {
 
 // Appends each distinct string once, followed by one zero unit; an equal string (exact,
 // case-sensitive) gets the offset of its first occurrence. The first string added is at 0.
+// The index holds offsets into the pool itself, so interning a string costs no allocation
+// beyond the pool's own growth (configurations near the size limit intern tens of thousands).
 class StringPool {
  public:
   StringRef Intern(std::wstring_view text);
@@ -26,8 +26,18 @@ class StringPool {
   [[nodiscard]] size_t byteSize() const noexcept { return units_.size() * 2; }
 
  private:
-  std::map<std::wstring, uint32_t, std::less<>> offsets_;
+  struct Slot {
+    uint64_t hash = 0;
+    uint32_t offset = 0;
+    uint32_t length = kEmpty;
+  };
+  static constexpr uint32_t kEmpty = 0xFFFFFFFF;
+
+  void Grow();
+
   std::vector<char16_t> units_;
+  std::vector<Slot> slots_;  // open addressing, linear probing; size is a power of two
+  size_t used_ = 0;
 };
 
 }  // namespace cmr

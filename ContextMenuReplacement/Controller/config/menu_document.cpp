@@ -38,19 +38,19 @@ std::wstring ValueText(const rapidjson::Value& value) {
   return FromUtf8(std::string_view(buffer.GetString(), buffer.GetSize()));
 }
 
-// Interns a string value. Plain ASCII, by far the common case, is widened in a reused buffer
-// instead of going through a fresh conversion per string.
+// Interns a string value. Plain ASCII of ordinary length, by far the common case, is widened
+// on the stack instead of through a fresh conversion per string.
 StringRef InternValue(StringPool& pool, const rapidjson::Value& value) {
-  thread_local std::wstring buffer;
   const char* text = value.GetString();
   const size_t length = value.GetStringLength();
-  buffer.resize(length);
+  wchar_t buffer[512];
+  if (length > std::size(buffer)) return pool.Intern(JsonWide(value));
   for (size_t i = 0; i < length; ++i) {
     const auto unit = static_cast<unsigned char>(text[i]);
     if (unit >= 0x80) return pool.Intern(JsonWide(value));
     buffer[i] = static_cast<wchar_t>(unit);
   }
-  return pool.Intern(buffer);
+  return pool.Intern(std::wstring_view(buffer, length));
 }
 
 uint32_t ContextBitOf(const rapidjson::Value& word) {
@@ -127,26 +127,24 @@ bool ParseItem(const rapidjson::Value& item, const ItemPath& where, MenuConfigur
   }
 
   bool ok = true;
-  std::vector<const rapidjson::Value*> arguments;
-  if (const rapidjson::Value* list = Member(item, "arguments")) {
-    if (!list->IsArray()) {
+  const rapidjson::Value* arguments = Member(item, "arguments");
+  if (arguments) {
+    if (!arguments->IsArray()) {
       errors.push_back(fmt::format(
           L"{}: 'arguments' must be an array of strings. Each argument is passed as one token "
           L"and is never concatenated into a shell command.",
           where.Get()));
       ok = false;
-    } else if (list->Size() > kMaxUserArguments) {
+    } else if (arguments->Size() > kMaxUserArguments) {
       errors.push_back(fmt::format(L"{}: {} arguments exceeds the limit of {}.", where.Get(),
-                                   list->Size(), kMaxUserArguments));
+                                   arguments->Size(), kMaxUserArguments));
       ok = false;
     } else {
-      for (rapidjson::SizeType a = 0; a < list->Size(); ++a) {
-        if (!(*list)[a].IsString()) {
+      for (rapidjson::SizeType a = 0; a < arguments->Size(); ++a) {
+        if (!(*arguments)[a].IsString()) {
           errors.push_back(
               fmt::format(L"{} must be a string.", where.Get().Key(L"arguments").Index(a)));
           ok = false;
-        } else {
-          arguments.push_back(&(*list)[a]);
         }
       }
     }
@@ -167,9 +165,11 @@ bool ParseItem(const rapidjson::Value& item, const ItemPath& where, MenuConfigur
   record.source = ItemSource::user;
   record.title = InternValue(config.pool, *title);
   record.executable = InternValue(config.pool, *executable);
-  record.argumentCount = static_cast<uint32_t>(arguments.size());
-  for (const rapidjson::Value* argument : arguments) {
-    config.arguments.push_back(InternValue(config.pool, *argument));
+  if (arguments) {
+    record.argumentCount = arguments->Size();
+    for (const rapidjson::Value& argument : arguments->GetArray()) {
+      config.arguments.push_back(InternValue(config.pool, argument));
+    }
   }
   config.items.push_back(record);
   ++config.userCommandCount;
