@@ -76,6 +76,8 @@ struct AppearanceGlobals {
   uint32_t customHotkeyColor = 0;
   bool customHotkeyEnabled = false;
   uint32_t menuMaximumWidthDip = 460;
+
+  friend bool operator==(const AppearanceGlobals&, const AppearanceGlobals&) = default;
 };
 
 struct MenuConfiguration {

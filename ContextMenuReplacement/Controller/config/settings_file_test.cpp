@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "cli/data_paths.h"
 #include "common/file_io.h"
 #include "common/json_text.h"
 
@@ -159,6 +160,24 @@ TEST(SettingsFile, FileReadsTheMenuWithMenuJsonRules) {
   EXPECT_EQ(errors, MessageList{L"profiles[0].items[0] must be an object."});
   EXPECT_EQ(config.profiles.size(), 1u);
   (void)DeleteFileIfPresent(path);
+}
+
+// The settings file that ships beside the exe is what the on/off and dialog readers fall back
+// to; it must read cleanly and spell out exactly the documented defaults.
+TEST(SettingsFile, ShippedDefaultsReadCleanly) {
+  const std::wstring shipped = JoinPath(JoinPath(ParentFolder(ExecutableFolder()), L"stage"),
+                                        L"Content\\Configurations\\High Level Settings.json");
+  MenuConfiguration config;
+  MessageList errors, warnings;
+  EXPECT_TRUE(ReadSettingsFile(shipped, config, errors, warnings));
+  EXPECT_EQ(errors, MessageList{});
+  EXPECT_EQ(warnings, MessageList{});
+  EXPECT_FALSE(config.enabled);
+  EXPECT_EQ(config.bypassMask, 6u);
+  EXPECT_EQ(config.opacityPercent, 78u);
+  EXPECT_TRUE(config.appearance == SettingsFileAppearance());
+  EXPECT_EQ(config.profiles.size(), 2u);
+  EXPECT_EQ(config.items.size(), 6u);
 }
 
 }  // namespace
