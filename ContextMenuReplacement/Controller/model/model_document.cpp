@@ -1,0 +1,524 @@
+#include "model/model_document.h"
+
+#include <fmt/xchar.h>
+#include <rapidjson/pointer.h>
+#include <rapidjson/schema.h>
+#include <rapidjson/stringbuffer.h>
+
+#include <array>
+#include <unordered_set>
+
+#include "common/json_text.h"
+#include "common/text.h"
+#include "model/command_identity.h"
+#include "model/model_names.h"
+
+namespace cmr {
+namespace {
+
+using rapidjson::Value;
+
+const Value* Member(const Value& object, const char* name) {
+  if (!object.IsObject()) return nullptr;
+  const auto it = object.FindMember(name);
+  return it == object.MemberEnd() ? nullptr : &it->value;
+}
+
+std::wstring Text(const Value& object, const char* name) {
+  const Value* value = Member(object, name);
+  return value != nullptr ? JsonWide(*value) : std::wstring();
+}
+
+bool Flag(const Value& object, const char* name) {
+  const Value* value = Member(object, name);
+  return value != nullptr && value->IsBool() && value->GetBool();
+}
+
+std::optional<double> Number(const Value& object, const char* name) {
+  const Value* value = Member(object, name);
+  if (value == nullptr || !value->IsNumber()) return std::nullopt;
+  return value->GetDouble();
+}
+
+std::string_view Utf8(const Value& value) {
+  return value.IsString() ? std::string_view(value.GetString(), value.GetStringLength())
+                          : std::string_view();
+}
+
+// The UTF-8 text of a string member; empty when absent or not a string.
+std::string_view MemberUtf8(const Value& object, const char* name) {
+  const Value* value = Member(object, name);
+  return value != nullptr ? Utf8(*value) : std::string_view();
+}
+
+std::vector<std::wstring> TextList(const Value& object, const char* name) {
+  std::vector<std::wstring> list;
+  const Value* value = Member(object, name);
+  if (value == nullptr || !value->IsArray()) return list;
+  for (const Value& entry : value->GetArray()) list.push_back(JsonWide(entry));
+  return list;
+}
+
+std::wstring PointerText(const rapidjson::Pointer& pointer) {
+  rapidjson::StringBuffer buffer;
+  pointer.StringifyUriFragment(buffer);
+  return FromUtf8(std::string_view(buffer.GetString(), buffer.GetSize()));
+}
+
+// RapidJSON names the object that broke "additionalProperties", not the key; the first member
+// that the schema object does not declare is what the author has to remove.
+std::wstring UnknownKey(const Value& schemaObject, const Value& documentObject) {
+  const Value* declared = Member(schemaObject, "properties");
+  if (!documentObject.IsObject()) return {};
+  for (const auto& member : documentObject.GetObject()) {
+    if (declared == nullptr || !declared->IsObject() || !declared->HasMember(member.name)) {
+      return JsonWide(member.name);
+    }
+  }
+  return {};
+}
+
+LayoutMatch ParseMatch(const Value& match) {
+  LayoutMatch out;
+  out.family = ParseContextFamily(MemberUtf8(match, "family"));
+  out.namespaceId = Text(match, "namespace_id");
+  out.extension = Text(match, "extension");
+  out.fileClass = Text(match, "file_class");
+  out.progId = Text(match, "prog_id");
+  const Value* selection = Member(match, "selection");
+  out.selection =
+      selection != nullptr ? ParseSelectionArity(Utf8(*selection)) : SelectionArity::any;
+  return out;
+}
+
+void AppendFolded(std::wstring& key, std::wstring_view text) {
+  for (const wchar_t unit : text) key += FoldCase(unit);
+  key += L'\n';
+}
+
+// Two matches are of equal specificity when family, namespace, extension, file class and
+// selection agree; the strings compare case-insensitively, as target matching does.
+std::wstring SpecificityKey(const LayoutMatch& match) {
+  std::wstring key = fmt::format(L"{}\n{}\n", static_cast<uint32_t>(match.family),
+                                 static_cast<uint32_t>(match.selection));
+  AppendFolded(key, match.namespaceId);
+  AppendFolded(key, match.extension);
+  AppendFolded(key, match.fileClass);
+  return key;
+}
+
+bool IsValidPinListName(std::wstring_view name) {
+  if (name.empty() || name.size() > kMaxPinListNameLength) return false;
+  for (const wchar_t unit : name) {
+    if (unit < 0x20 || unit == 0x7F) return false;
+  }
+  return true;
+}
+
+// Per-layout bookkeeping while its items are parsed.
+struct LayoutScope {
+  std::wstring layoutId;
+  size_t nodeCount = 0;
+  size_t remainingCommands = 0;
+  std::unordered_set<std::wstring> nodeIds;
+};
+
+class DocumentParser {
+ public:
+  explicit DocumentParser(ModelDocument& out) : out_(out) {}
+
+  std::wstring Parse(const Value& document) {
+    DocumentHeader header;
+    if (std::wstring error = ReadDocumentHeader(document, header); !error.empty()) return error;
+    out_ = ModelDocument{};
+    out_.kind = header.kind;
+    out_.schemaVersion = header.schemaVersion;
+    out_.baselineVersion = header.baselineVersion;
+    out_.baseId = header.baseId;
+
+    if (std::wstring error = ParseDefinitions(document); !error.empty()) return error;
+    if (std::wstring error = ParseLayouts(document); !error.empty()) return error;
+    if (std::wstring error = CheckEqualSpecificity(); !error.empty()) return error;
+    if (std::wstring error = ParseExtensionRules(document); !error.empty()) return error;
+    return ParsePolicies(document);
+  }
+
+ private:
+  std::wstring ParseDefinitions(const Value& document) {
+    const Value* list = Member(document, "command_definitions");
+    if (list == nullptr || !list->IsArray()) return {};
+    if (list->Size() > kMaxCommandDefinitions) return L"Too many custom command definitions.";
+    std::unordered_set<std::wstring> seen;
+    for (const Value& entry : list->GetArray()) {
+      CommandDefinition definition;
+      definition.commandId = Text(entry, "command_id");
+      definition.title = Text(entry, "title");
+      definition.executable = Text(entry, "executable");
+      definition.arguments = TextList(entry, "arguments");
+      definition.iconPath = Text(entry, "icon_path");
+      if (!seen.insert(definition.commandId).second) {
+        return L"Duplicate custom command definition identity.";
+      }
+      out_.definitions.push_back(std::move(definition));
+    }
+    return {};
+  }
+
+  std::wstring ParseLayouts(const Value& document) {
+    const Value* list = Member(document, "layouts");
+    if (list == nullptr || !list->IsArray()) return {};
+    std::unordered_set<std::wstring> seen;
+    for (const Value& entry : list->GetArray()) {
+      Layout layout;
+      layout.id = Text(entry, "id");
+      if (!seen.insert(layout.id).second) {
+        return fmt::format(L"Duplicate layout id '{}'.", layout.id);
+      }
+      if (const Value* match = Member(entry, "match"); match != nullptr && match->IsObject()) {
+        layout.match = ParseMatch(*match);
+      }
+      layout.inherits = Text(entry, "inherits");
+      layout.isAbstract = Flag(entry, "abstract");
+      layout.ancestors = TextList(entry, "_ancestors");
+      if (const Value* items = Member(entry, "items"); items != nullptr) {
+        LayoutScope scope;
+        scope.layoutId = layout.id;
+        if (std::wstring error = ParseItems(*items, 0, scope, layout.items); !error.empty()) {
+          return error;
+        }
+      }
+      out_.layouts.push_back(std::move(layout));
+    }
+    return {};
+  }
+
+  std::wstring CheckEqualSpecificity() const {
+    std::unordered_set<std::wstring> claimed;
+    for (const Layout& layout : out_.layouts) {
+      // An abstract layout claims no context, and neither does one without a match.
+      if (layout.isAbstract || !layout.match) continue;
+      if (!claimed.insert(SpecificityKey(*layout.match)).second) {
+        return fmt::format(L"Layout '{}' has an equal-specificity duplicate match.", layout.id);
+      }
+    }
+    return {};
+  }
+
+  std::wstring ParseItems(const Value& items, size_t depth, LayoutScope& scope,
+                          std::vector<ModelNode>& out) {
+    if (!items.IsArray()) {
+      return fmt::format(L"Layout '{}' has an 'items' value that is not an array.", scope.layoutId);
+    }
+    if (depth > kMaxItemDepth) {
+      return fmt::format(L"Layout '{}' nests its items more than {} levels deep.", scope.layoutId,
+                         kMaxItemDepth);
+    }
+    if (items.Size() > kMaxItemsPerArray) return L"A layout exceeds the node limits.";
+    out.reserve(items.Size());
+    for (const Value& entry : items.GetArray()) {
+      if (++scope.nodeCount > kMaxNodesPerLayout) return L"A layout exceeds the node limits.";
+      ModelNode node;
+      if (std::wstring error = ParseNode(entry, depth, scope, node); !error.empty()) return error;
+      out.push_back(std::move(node));
+    }
+    return {};
+  }
+
+  std::wstring ParseNode(const Value& entry, size_t depth, LayoutScope& scope, ModelNode& node) {
+    if (!entry.IsObject()) {
+      return fmt::format(L"Layout '{}' has an item that is not an object.", scope.layoutId);
+    }
+    node.kind = ParseNodeKind(MemberUtf8(entry, "type"));
+    node.id = Text(entry, "id");
+    if (!node.id.empty() && !scope.nodeIds.insert(node.id).second) {
+      return fmt::format(L"Duplicate node id '{}' in one layout.", node.id);
+    }
+    node.commandId = Text(entry, "command_id");
+    const IdentityKind identity = ClassifyIdentity(node.commandId);
+
+    const bool declaresExecution =
+        entry.HasMember("title") || entry.HasMember("executable") || entry.HasMember("arguments");
+    if (identity == IdentityKind::user) {
+      node.commandsPlusRef = Text(entry, "commands_plus_ref");
+      if (node.commandsPlusRef.empty() &&
+          !(entry.HasMember("title") && entry.HasMember("executable"))) {
+        return fmt::format(L"Node '{}' is a user command and needs both 'title' and 'executable'.",
+                           node.id);
+      }
+      node.title = Text(entry, "title");
+      node.executable = Text(entry, "executable");
+      node.arguments = TextList(entry, "arguments");
+    } else if (declaresExecution) {
+      return fmt::format(
+          L"Node '{}' is not a user command and must not declare 'title', 'executable' or "
+          L"'arguments'.",
+          node.id);
+    }
+
+    if (const Value* browse = Member(entry, "quick_browse"); browse != nullptr) {
+      if (node.commandId != kQuickBrowseIdentity) {
+        return fmt::format(L"Node '{}' declares 'quick_browse' but is not a Quick browse command.",
+                           node.id);
+      }
+      node.quickBrowse = QuickBrowseSettings{Text(*browse, "path"), Flag(*browse, "recursive")};
+    }
+    if (const Value* pins = Member(entry, "quick_pins"); pins != nullptr) {
+      if (node.commandId != kQuickPinsIdentity) {
+        return fmt::format(L"Node '{}' declares 'quick_pins' but is not a Quick pins command.",
+                           node.id);
+      }
+      QuickPinsSettings settings;
+      if (const Value* list = Member(*pins, "list"); list != nullptr) {
+        settings.list = JsonWide(*list);
+        if (!IsValidPinListName(settings.list)) {
+          return fmt::format(
+              L"Node '{}' names a pin list that is empty, too long, or holds a control "
+              L"character.",
+              node.id);
+        }
+      }
+      settings.path = Text(*pins, "path");
+      node.quickPins = std::move(settings);
+    }
+
+    const Value* items = Member(entry, "items");
+    if (node.kind == NodeKind::iconBand) {
+      if (items == nullptr || !items->IsArray() || items->Empty()) {
+        return fmt::format(L"Node '{}' is an icon_band and needs at least one item.", node.id);
+      }
+      for (const Value& child : items->GetArray()) {
+        if (MemberUtf8(child, "type") != "command") {
+          return fmt::format(L"Node '{}' is an icon_band and can only contain 'command' items.",
+                             node.id);
+        }
+      }
+    }
+
+    // Ephemeral identities name a row of one session; written into a document they would
+    // point at a different command, or none, after the next restart.
+    const bool placesCommand =
+        node.kind == NodeKind::command || node.kind == NodeKind::commandReference;
+    if ((placesCommand && !IsPersistable(identity)) || identity == IdentityKind::ephemeral) {
+      return fmt::format(L"Node '{}' has a non-persistable command identity.", node.id);
+    }
+    if (node.kind == NodeKind::providerReference) {
+      node.providerRef = MakeReferenceKey(entry);
+      const Value* provider = Member(entry, "provider_id");
+      if (provider != nullptr && ClassifyIdentity(JsonWide(*provider)) == IdentityKind::ephemeral) {
+        return fmt::format(L"Node '{}' has a non-persistable command identity.", node.id);
+      }
+    }
+    if (node.kind == NodeKind::remainingCommands && ++scope.remainingCommands > 1) {
+      return L"A placement layout can contain only one remaining-commands node.";
+    }
+
+    node.titleOverride = Text(entry, "title_override");
+    node.titleVerb = Text(entry, "title_verb");
+    node.iconPath = Text(entry, "icon_path");
+    node.shiftOnly = Flag(entry, "shift_only");
+    node.order = Number(entry, "order");
+    if (const Value* rank = Member(entry, "_rank"); rank != nullptr && rank->IsUint()) {
+      node.rank = rank->GetUint();
+    }
+    node.from = Text(entry, "_from");
+    node.fromOverlay = Flag(entry, "_from_overlay");
+
+    const bool holdsItems = node.kind == NodeKind::submenu || node.kind == NodeKind::iconBand ||
+                            node.kind == NodeKind::withheldSlots;
+    if (holdsItems && items != nullptr) {
+      return ParseItems(*items, depth + 1, scope, node.items);
+    }
+    return {};
+  }
+
+  std::wstring ParseExtensionRules(const Value& document) {
+    const Value* list = Member(document, "extension_rules");
+    if (list == nullptr || !list->IsArray()) return {};
+    if (list->Size() > kMaxExtensionRules) return L"Too many extension rules.";
+    std::unordered_set<std::wstring> seen;
+    for (const Value& entry : list->GetArray()) {
+      ExtensionRule rule;
+      rule.id = Text(entry, "id");
+      rule.fromOverlay = Flag(entry, "_from_overlay");
+      rule.shiftOnly = Flag(entry, "shift_only");
+      rule.targetKey = MakeReferenceKey(entry);
+      std::vector<ContextFamily> families;
+      if (const Value* match = Member(entry, "match"); match != nullptr) {
+        rule.namespaceId = Text(*match, "namespace_id");
+        rule.extension = Text(*match, "extension");
+        rule.fileClass = Text(*match, "file_class");
+        if (const Value* family = Member(*match, "family"); family != nullptr) {
+          if (family->IsArray()) {
+            for (const Value& name : family->GetArray()) {
+              families.push_back(ParseContextFamily(Utf8(name)));
+            }
+          } else if (family->IsString()) {
+            families.push_back(ParseContextFamily(Utf8(*family)));
+          }
+        }
+      }
+      if (const Value* action = Member(entry, "action"); action != nullptr) {
+        const std::string_view kind = MemberUtf8(*action, "kind");
+        rule.action = kind == "hide"   ? ExtensionActionKind::hide
+                      : kind == "move" ? ExtensionActionKind::move
+                                       : ExtensionActionKind::none;
+        rule.titleOverride = Text(*action, "title_override");
+        rule.targetSubmenuId = Text(*action, "target_submenu_id");
+        rule.order = Number(*action, "order");
+      }
+
+      // A rule for several families becomes one rule per family so that precedence is always
+      // decided on one exact family; the expanded ids keep the authored id recognisable.
+      const auto add = [&](ExtensionRule expanded) -> std::wstring {
+        if (!seen.insert(expanded.id).second) {
+          return fmt::format(L"Duplicate extension rule id '{}'.", expanded.id);
+        }
+        out_.extensionRules.push_back(std::move(expanded));
+        return {};
+      };
+      if (families.size() <= 1) {
+        if (!families.empty()) rule.family = families.front();
+        if (std::wstring error = add(std::move(rule)); !error.empty()) return error;
+        continue;
+      }
+      for (const ContextFamily family : families) {
+        ExtensionRule expanded = rule;
+        expanded.family = family;
+        expanded.id = fmt::format(L"{}.{}", rule.id, FromUtf8(ContextFamilyName(family)));
+        if (std::wstring error = add(std::move(expanded)); !error.empty()) return error;
+      }
+    }
+    return {};
+  }
+
+  std::wstring ParsePolicies(const Value& document) {
+    const Value* list = Member(document, "command_policies");
+    if (list == nullptr || !list->IsArray()) return {};
+    if (list->Size() > kMaxCommandPolicies) return L"Too many command policies.";
+    std::unordered_set<std::wstring> seen;
+    for (const Value& entry : list->GetArray()) {
+      CommandPolicy policy;
+      policy.commandId = Text(entry, "command_id");
+      if (const Value* match = Member(entry, "match"); match != nullptr && match->IsObject()) {
+        policy.scope = ParseMatch(*match);
+      }
+      if (const Value* hidden = Member(entry, "hidden"); hidden != nullptr && hidden->IsBool()) {
+        policy.hidden = hidden->GetBool();
+      }
+      policy.titleOverride = Text(entry, "title_override");
+      const std::wstring key =
+          policy.commandId + L'\n' + (policy.scope ? SpecificityKey(*policy.scope) : L"<global>");
+      if (!seen.insert(key).second) return L"Duplicate command policy identity.";
+      out_.policies.push_back(std::move(policy));
+    }
+    return {};
+  }
+
+  ModelDocument& out_;
+};
+
+}  // namespace
+
+std::wstring ValidateAgainstSchema(const rapidjson::Document& schema, const Value& document,
+                                   DocumentKind which) {
+  const rapidjson::SchemaDocument schemaDocument(schema);
+  rapidjson::SchemaValidator validator(schemaDocument);
+  if (document.Accept(validator)) return {};
+
+  const std::wstring keyword = FromUtf8(validator.GetInvalidSchemaKeyword());
+  const std::wstring schemaPointer = PointerText(validator.GetInvalidSchemaPointer());
+  const std::wstring documentPointer = PointerText(validator.GetInvalidDocumentPointer());
+  std::wstring detail = fmt::format(L"the '{}' rule at schema location '{}' rejects '{}'", keyword,
+                                    schemaPointer, documentPointer);
+  if (keyword == L"additionalProperties") {
+    const Value* schemaObject = validator.GetInvalidSchemaPointer().Get(schema);
+    const Value* documentObject = validator.GetInvalidDocumentPointer().Get(document);
+    if (schemaObject != nullptr && documentObject != nullptr) {
+      if (const std::wstring key = UnknownKey(*schemaObject, *documentObject); !key.empty()) {
+        detail += fmt::format(L" (unknown key '{}')", key);
+      }
+    }
+  }
+  detail += L'.';
+  const std::wstring_view subject = which == DocumentKind::baseline ? L"baseline" : L"overlay";
+  return fmt::format(L"The {} does not satisfy custom-menu.schema.json: {}", subject, detail);
+}
+
+std::wstring ReadDocumentHeader(const Value& document, DocumentHeader& out) {
+  if (!document.IsObject()) return L"The document is not a JSON object.";
+  DocumentHeader header;
+  const std::string_view kind = MemberUtf8(document, "document_kind");
+  if (kind == "baseline") {
+    header.kind = DocumentKind::baseline;
+  } else if (kind == "overlay") {
+    header.kind = DocumentKind::overlay;
+  } else {
+    return L"The document's 'document_kind' must be 'baseline' or 'overlay'.";
+  }
+  if (const Value* version = Member(document, "schema_version"); version != nullptr) {
+    if (!version->IsInt64()) {
+      return L"The document's 'schema_version' is not a whole number.";
+    }
+    const int64_t number = version->GetInt64();
+    if (number > static_cast<int64_t>(kNewestSchemaVersion)) {
+      return fmt::format(
+          L"The document's 'schema_version' {} is newer than this program supports (at most "
+          L"{}).",
+          number, kNewestSchemaVersion);
+    }
+    if (number < static_cast<int64_t>(kLegacySchemaVersion)) {
+      return fmt::format(L"The document's 'schema_version' {} is not a valid version.", number);
+    }
+    header.schemaVersion = static_cast<uint32_t>(number);
+    header.versionDeclared = true;
+  }
+  header.baselineVersion = Text(document, "baseline_version");
+  header.baseId = Text(document, "base_id");
+  out = std::move(header);
+  return {};
+}
+
+std::wstring RequireBaselineDocument(const DocumentHeader& header) {
+  return header.kind == DocumentKind::baseline
+             ? std::wstring()
+             : std::wstring(L"The custom model publisher accepts a baseline document only.");
+}
+
+std::wstring RequireMatchingSchemaVersions(const DocumentHeader& baseline,
+                                           const DocumentHeader& overlay) {
+  return baseline.schemaVersion == overlay.schemaVersion
+             ? std::wstring()
+             : std::wstring(
+                   L"Baseline and overlay schema versions must match; no automatic conversion "
+                   L"is supported.");
+}
+
+std::wstring MenuStyleOf(const DocumentHeader& header) {
+  return header.baseId.empty() ? std::wstring(kDefaultMenuStyle) : header.baseId;
+}
+
+std::wstring ParseModelDocument(const Value& document, ModelDocument& out) {
+  return DocumentParser(out).Parse(document);
+}
+
+std::wstring NormaliseLegacyLayoutId(std::wstring_view id) {
+  if (id.find(L':') != std::wstring_view::npos) return std::wstring(id);
+  constexpr std::array<std::wstring_view, 7> kCurrent = {
+      L"desktop-default",   L"folder-background-default", L"folder-item-default", L"drive-default",
+      L"file-item-default", L"recycle-bin-background",    L"recycle-bin-item",
+  };
+  for (const std::wstring_view current : kCurrent) {
+    if (id == current) return std::wstring(id);
+  }
+  if (id == L"desktop-personalize-group") return L"personalize";
+  if (id == L"desktop-personalize") return L"personalize-settings";
+  constexpr std::array<std::wstring_view, 7> kPrefixes = {
+      L"desktop-", L"file-", L"rbi-", L"fi-", L"fb-", L"dr-", L"rb-",
+  };
+  for (const std::wstring_view prefix : kPrefixes) {
+    if (id.substr(0, prefix.size()) == prefix) return std::wstring(id.substr(prefix.size()));
+  }
+  return std::wstring(id);
+}
+
+}  // namespace cmr
