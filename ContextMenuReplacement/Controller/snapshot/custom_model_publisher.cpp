@@ -9,11 +9,12 @@
 
 namespace cmr {
 
-std::wstring CustomModelControlPath() { return JoinPath(PublishedFolder(), kCustomModelControlName); }
+std::wstring CustomModelControlPath() {
+  return JoinPath(PublishedFolder(), kCustomModelControlName);
+}
 
 std::wstring CustomModelSnapshotPath(uint32_t version) {
-  return JoinPath(PublishedFolder(),
-                  fmt::format(L"{}{}.bin", kCustomModelSnapshotPrefix, version));
+  return JoinPath(PublishedFolder(), fmt::format(L"{}{}.bin", kCustomModelSnapshotPrefix, version));
 }
 
 std::string CustomModelControlRecord(uint32_t version) {
@@ -55,9 +56,9 @@ bool IsStaleCustomModelSnapshot(std::wstring_view fileName, uint32_t current) {
       fileName.substr(fileName.size() - kSuffix.size()) != kSuffix) {
     return false;
   }
-  const std::wstring_view digits = fileName.substr(
-      kCustomModelSnapshotPrefix.size(),
-      fileName.size() - kCustomModelSnapshotPrefix.size() - kSuffix.size());
+  const std::wstring_view digits =
+      fileName.substr(kCustomModelSnapshotPrefix.size(),
+                      fileName.size() - kCustomModelSnapshotPrefix.size() - kSuffix.size());
   uint64_t number = 0;
   for (wchar_t unit : digits) {
     if (unit < L'0' || unit > L'9') return false;
@@ -88,11 +89,13 @@ std::wstring PublishCustomModel(const CompiledCustomModel& model, uint32_t& vers
   const uint32_t next = NextCustomModelVersion();
   const std::string image = FlattenCustomModel(model, next);
   if (image.empty()) return L"The custom model snapshot exceeded its size limit.";
-  if (std::wstring failure = AtomicWriteFile(CustomModelSnapshotPath(next), image); !failure.empty()) {
+  if (std::wstring failure = AtomicWriteFile(CustomModelSnapshotPath(next), image);
+      !failure.empty()) {
     return failure;
   }
   // The rename of the control file is the commit point: the snapshot it names is complete.
-  if (std::wstring failure = AtomicWriteFile(CustomModelControlPath(), CustomModelControlRecord(next));
+  if (std::wstring failure =
+          AtomicWriteFile(CustomModelControlPath(), CustomModelControlRecord(next));
       !failure.empty()) {
     return failure;
   }

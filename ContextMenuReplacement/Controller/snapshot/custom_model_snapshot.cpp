@@ -1,12 +1,13 @@
 #include "snapshot/custom_model_snapshot.h"
 
+#include <fmt/xchar.h>
+
 #include <algorithm>
 #include <deque>
 #include <map>
 
-#include <fmt/xchar.h>
-
 #include "common/byte_image.h"
+#include "model/command_identity.h"
 
 namespace cmr {
 namespace {
@@ -14,8 +15,8 @@ namespace {
 using namespace custom_model_words;
 
 constexpr std::wstring_view kUserPrefix = L"user:";
-constexpr std::wstring_view kQuickBrowse = L"product:quick-browse";
-constexpr std::wstring_view kQuickPins = L"product:quick-pins";
+constexpr std::wstring_view kQuickBrowse = kQuickBrowseIdentity;
+constexpr std::wstring_view kQuickPins = kQuickPinsIdentity;
 
 template <size_t N>
 void PutRef(std::array<uint32_t, N>& row, uint32_t at, StringRef ref) {
@@ -31,7 +32,8 @@ void PutRange(std::array<uint32_t, N>& row, uint32_t at, uint32_t first, uint32_
 // A user command in the compiled sense: a command or command-reference row whose identity is
 // "user:" and something after it. The identity grammar proper was checked at parse time.
 bool IsUserIdentity(std::wstring_view identity) {
-  return identity.size() > kUserPrefix.size() && identity.substr(0, kUserPrefix.size()) == kUserPrefix;
+  return identity.size() > kUserPrefix.size() &&
+         identity.substr(0, kUserPrefix.size()) == kUserPrefix;
 }
 bool IsUserCommand(const ModelNode& node) {
   return (node.kind == NodeKind::command || node.kind == NodeKind::commandReference) &&
@@ -93,10 +95,14 @@ class Compiler {
     for (const CommandDefinition& definition : model_.definitions) {
       ++number;
       if (byIdentity_.count(definition.commandId) != 0) continue;
-      PendingDefinition pending{definition.commandId,  &definition.title,
-                                &definition.executable, &definition.arguments,
-                                &definition.iconPath,   fmt::format(L"definition-{}", number),
-                                0,                      false};
+      PendingDefinition pending{definition.commandId,
+                                &definition.title,
+                                &definition.executable,
+                                &definition.arguments,
+                                &definition.iconPath,
+                                fmt::format(L"definition-{}", number),
+                                0,
+                                false};
       byIdentity_.emplace(definition.commandId, definitions_.size());
       definitions_.push_back(std::move(pending));
     }
@@ -114,16 +120,17 @@ class Compiler {
     for (size_t index : order) sorted.push_back(std::move(definitions_[index]));
     definitions_ = std::move(sorted);
     byIdentity_.clear();
-    for (size_t i = 0; i < definitions_.size(); ++i) byIdentity_.emplace(definitions_[i].identity, i);
+    for (size_t i = 0; i < definitions_.size(); ++i)
+      byIdentity_.emplace(definitions_[i].identity, i);
   }
 
   void CollectInline(const std::vector<ModelNode>& items) {
     for (const ModelNode& node : items) {
       if (IsUserCommand(node) && node.commandsPlusRef.empty() &&
           byIdentity_.count(node.commandId) == 0) {
-        PendingDefinition pending{node.commandId, &node.title,    &node.executable,
-                                  &node.arguments, &node.iconPath, L"",
-                                  node.fromOverlay ? 3u : 2u, false};
+        PendingDefinition pending{
+            node.commandId, &node.title, &node.executable,           &node.arguments,
+            &node.iconPath, L"",         node.fromOverlay ? 3u : 2u, false};
         byIdentity_.emplace(node.commandId, definitions_.size());
         definitions_.push_back(std::move(pending));
       }
@@ -171,13 +178,15 @@ class Compiler {
         queue.emplace_back(out_.nodes.size(), child);
         out_.nodes.emplace_back();
       }
-      out_.nodes[index] = MakeNodeRow(*node, index, childFirst, static_cast<uint32_t>(children.size()));
+      out_.nodes[index] =
+          MakeNodeRow(*node, index, childFirst, static_cast<uint32_t>(children.size()));
     }
     PutRange(row, kLayoutBlock, blockFirst, static_cast<uint32_t>(out_.nodes.size()) - blockFirst);
     out_.layouts.push_back(row);
   }
 
-  NodeWords MakeNodeRow(const ModelNode& node, size_t index, uint32_t childFirst, uint32_t childCount) {
+  NodeWords MakeNodeRow(const ModelNode& node, size_t index, uint32_t childFirst,
+                        uint32_t childCount) {
     NodeWords row{};
     PutRef(row, kNodeId, out_.pool.Intern(node.id));
     row[kNodeKind] = static_cast<uint32_t>(node.kind);
@@ -215,7 +224,8 @@ class Compiler {
     }
     if (carriesCommand && node.commandId == kQuickPins) {
       const QuickPinsSettings settings = node.quickPins.value_or(QuickPinsSettings{});
-      PutRef(row, kNodeQuickPinsList, out_.pool.Intern(settings.list.empty() ? L"Pins" : settings.list));
+      PutRef(row, kNodeQuickPinsList,
+             out_.pool.Intern(settings.list.empty() ? L"Pins" : settings.list));
       PutRef(row, kNodeQuickPinsPath, out_.pool.Intern(settings.path));
       row[kNodeHasQuickSettings] = node.quickPins ? 1 : 0;
     }
@@ -317,7 +327,8 @@ StringRef FindInPool(const std::vector<char16_t>& units, std::wstring_view text)
 }
 
 template <size_t N>
-void PutRows(ByteImageWriter& image, uint64_t offset, const std::vector<std::array<uint32_t, N>>& rows) {
+void PutRows(ByteImageWriter& image, uint64_t offset,
+             const std::vector<std::array<uint32_t, N>>& rows) {
   for (const auto& row : rows) {
     for (size_t word = 0; word < N; ++word) image.PutU32(offset + 4 * word, row[word]);
     offset += 4 * N;
@@ -328,7 +339,9 @@ void PutRows(ByteImageWriter& image, uint64_t offset, const std::vector<std::arr
 
 CompiledCustomModel CompileCustomModel(const ModelDocument& model) { return Compiler(model).Run(); }
 
-uint64_t CustomModelImageSize(const CompiledCustomModel& model) { return RegionOffsets(model).total; }
+uint64_t CustomModelImageSize(const CompiledCustomModel& model) {
+  return RegionOffsets(model).total;
+}
 
 std::string FlattenCustomModel(const CompiledCustomModel& model, uint32_t version) {
   const Offsets o = RegionOffsets(model);

@@ -7,10 +7,17 @@
 namespace cmr {
 namespace {
 
-constexpr const wchar_t* kKindWords[] = {
-    L"command",          L"extension-slot", L"submenu",         L"separator",
-    L"classic-extension-slot", L"icon_band", L"windows-extension-slot", L"withheld-slots",
-    L"command-reference", L"provider-reference", L"remaining-commands"};
+constexpr const wchar_t* kKindWords[] = {L"command",
+                                         L"extension-slot",
+                                         L"submenu",
+                                         L"separator",
+                                         L"classic-extension-slot",
+                                         L"icon_band",
+                                         L"windows-extension-slot",
+                                         L"withheld-slots",
+                                         L"command-reference",
+                                         L"provider-reference",
+                                         L"remaining-commands"};
 
 // A valid model is at most nine levels deep and visits each row once; the walk stops at these
 // bounds so that rows pointing back at their ancestors cannot make it run away.
@@ -42,7 +49,8 @@ class TreeWalk {
           text += fmt::format(L"{}- [{}] (windows extension slot)\n", indent, id);
           break;
         case NodeKind::withheldSlots:
-          text += fmt::format(L"{}- [{}] (withheld - slots kept from a hidden subtree)\n", indent, id);
+          text +=
+              fmt::format(L"{}- [{}] (withheld - slots kept from a hidden subtree)\n", indent, id);
           break;
         case NodeKind::submenu:
           text += fmt::format(L"{}- [{}] {} >\n", indent, id, Title(node));
@@ -64,11 +72,12 @@ class TreeWalk {
       if (i != 0) json += L',';
       json += L"{\"id\":" + JsonQuote(view_.Text(node.id)) + L",\"kind\":" +
               JsonQuote(kKindWords[node.kind]);
-      if (node.identity.length != 0) json += L",\"command\":" + JsonQuote(view_.Text(node.identity));
+      if (node.identity.length != 0)
+        json += L",\"command\":" + JsonQuote(view_.Text(node.identity));
       const auto kind = static_cast<NodeKind>(node.kind);
       if (kind == NodeKind::submenu) json += L",\"title\":" + JsonQuote(Title(node));
-      if (kind == NodeKind::submenu || kind == NodeKind::iconBand || kind == NodeKind::withheldSlots ||
-          node.childCount != 0) {
+      if (kind == NodeKind::submenu || kind == NodeKind::iconBand ||
+          kind == NodeKind::withheldSlots || node.childCount != 0) {
         json += L",\"items\":" + Json(node.childFirst, node.childCount, depth + 1);
       }
       json += L'}';

@@ -34,8 +34,10 @@ bool TakePrefix(std::wstring_view& text, std::wstring_view prefix) {
 uint32_t Score(const LayoutMatchView& layout, const MenuTarget& target) {
   const auto family = static_cast<uint32_t>(target.family);
   if (layout.family != family) return 0;
-  if (layout.selection != 0 && layout.selection != static_cast<uint32_t>(target.selection)) return 0;
-  const int named = !layout.namespaceId.empty() + !layout.extension.empty() + !layout.fileClass.empty();
+  if (layout.selection != 0 && layout.selection != static_cast<uint32_t>(target.selection))
+    return 0;
+  const int named =
+      !layout.namespaceId.empty() + !layout.extension.empty() + !layout.fileClass.empty();
   if (named > 1) return 0;
   constexpr auto kNamespace = static_cast<uint32_t>(ContextFamily::namespaceItem);
   constexpr auto kFile = static_cast<uint32_t>(ContextFamily::fileItem);

@@ -49,6 +49,7 @@ struct MatchResult {
 
 // The raw scan, then for an unmatched namespace item a second scan as a folder background
 // (selection none) or a folder item (any other selection).
-[[nodiscard]] MatchResult Resolve(std::span<const LayoutMatchView> layouts, const MenuTarget& target);
+[[nodiscard]] MatchResult Resolve(std::span<const LayoutMatchView> layouts,
+                                  const MenuTarget& target);
 
 }  // namespace cmr
