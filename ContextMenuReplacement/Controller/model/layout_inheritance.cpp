@@ -77,7 +77,7 @@ void LayOver(Value& items, Value& own, Allocator& allocator) {
   Value& inherited = found.node();
   if (ItemsOf(inherited) == nullptr || ItemsOf(own) == nullptr) {
     inherited = own;
-    inherited.RemoveMember("_from");
+    if (inherited.IsObject()) inherited.RemoveMember("_from");
     return;
   }
   Value ownItems;

@@ -1,7 +1,6 @@
 #include "model/model_document.h"
 
 #include <fmt/xchar.h>
-#include <rapidjson/pointer.h>
 #include <rapidjson/schema.h>
 #include <rapidjson/stringbuffer.h>
 
@@ -63,19 +62,6 @@ std::wstring PointerText(const rapidjson::Pointer& pointer) {
   rapidjson::StringBuffer buffer;
   pointer.StringifyUriFragment(buffer);
   return FromUtf8(std::string_view(buffer.GetString(), buffer.GetSize()));
-}
-
-// RapidJSON names the object that broke "additionalProperties", not the key; the first member
-// that the schema object does not declare is what the author has to remove.
-std::wstring UnknownKey(const Value& schemaObject, const Value& documentObject) {
-  const Value* declared = Member(schemaObject, "properties");
-  if (!documentObject.IsObject()) return {};
-  for (const auto& member : documentObject.GetObject()) {
-    if (declared == nullptr || !declared->IsObject() || !declared->HasMember(member.name)) {
-      return JsonWide(member.name);
-    }
-  }
-  return {};
 }
 
 LayoutMatch ParseMatch(const Value& match) {
@@ -428,18 +414,9 @@ std::wstring ValidateAgainstSchema(const rapidjson::Document& schema, const Valu
   const std::wstring keyword = FromUtf8(validator.GetInvalidSchemaKeyword());
   const std::wstring schemaPointer = PointerText(validator.GetInvalidSchemaPointer());
   const std::wstring documentPointer = PointerText(validator.GetInvalidDocumentPointer());
-  std::wstring detail = fmt::format(L"the '{}' rule at schema location '{}' rejects '{}'", keyword,
-                                    schemaPointer, documentPointer);
-  if (keyword == L"additionalProperties") {
-    const Value* schemaObject = validator.GetInvalidSchemaPointer().Get(schema);
-    const Value* documentObject = validator.GetInvalidDocumentPointer().Get(document);
-    if (schemaObject != nullptr && documentObject != nullptr) {
-      if (const std::wstring key = UnknownKey(*schemaObject, *documentObject); !key.empty()) {
-        detail += fmt::format(L" (unknown key '{}')", key);
-      }
-    }
-  }
-  detail += L'.';
+  // For "additionalProperties" the document location ends with the refused key itself.
+  const std::wstring detail = fmt::format(L"the '{}' rule at schema location '{}' rejects '{}'.",
+                                          keyword, schemaPointer, documentPointer);
   const std::wstring_view subject = which == DocumentKind::baseline ? L"baseline" : L"overlay";
   return fmt::format(L"The {} does not satisfy custom-menu.schema.json: {}", subject, detail);
 }

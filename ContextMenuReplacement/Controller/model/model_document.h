@@ -36,7 +36,9 @@ inline constexpr std::wstring_view kDefaultMenuStyle = L"create-organize";
 
 // Checks a document against the schema with RapidJSON's draft-04 validator. Returns "" when it
 // is valid, else "The baseline does not satisfy custom-menu.schema.json: {}" (or "The overlay
-// ...") with the failing keyword, the schema pointer and the document pointer filled in.
+// ...") and a detail built from the validator's failing keyword, schema pointer and document
+// pointer, for example "the 'additionalProperties' rule at schema location '#/definitions/node'
+// rejects '#/insertions/0/node/hwnd'." (for that keyword the location ends with the refused key).
 [[nodiscard]] std::wstring ValidateAgainstSchema(const rapidjson::Document& schema,
                                                  const rapidjson::Value& document,
                                                  DocumentKind which);

@@ -1,0 +1,95 @@
+// The custom model's document stages on the shipped schema and baseline, read from the staged
+// install tree (<build>\stage) beside the benchmark folder.
+
+#include <cstdlib>
+#include <string>
+
+#include "bench/bench.h"
+#include "cli/data_paths.h"
+#include "common/file_io.h"
+#include "common/json_text.h"
+#include "model/layout_inheritance.h"
+#include "model/model_document.h"
+
+namespace {
+
+std::string StagedText(const wchar_t* relative) {
+  const std::wstring path =
+      cmr::JoinPath(cmr::JoinPath(cmr::ParentFolder(cmr::ExecutableFolder()), L"stage"), relative);
+  std::string bytes;
+  if (cmr::ReadWholeFile(path, bytes) != cmr::ReadStatus::ok) std::abort();
+  return bytes;
+}
+
+const std::string& SchemaText() {
+  static const std::string text = StagedText(L"Schema\\custom-menu.schema.json");
+  return text;
+}
+
+const std::string& BaselineText() {
+  static const std::string text = StagedText(L"Content\\Menus\\create-organize.baseline.json");
+  return text;
+}
+
+rapidjson::Document ParseText(const std::string& text) {
+  rapidjson::Document document;
+  cmr::JsonParseFailure failure;
+  if (!cmr::ParseJsonText(text, false, document, failure)) std::abort();
+  return document;
+}
+
+const rapidjson::Document& Schema() {
+  static const rapidjson::Document schema = ParseText(SchemaText());
+  return schema;
+}
+
+const rapidjson::Document& Baseline() {
+  static const rapidjson::Document baseline = ParseText(BaselineText());
+  return baseline;
+}
+
+rapidjson::Document BaselineCopy() {
+  rapidjson::Document copy;
+  copy.CopyFrom(Baseline(), copy.GetAllocator());
+  return copy;
+}
+
+const rapidjson::Document& FlattenedBaseline() {
+  static const rapidjson::Document flattened = [] {
+    rapidjson::Document document = BaselineCopy();
+    if (!cmr::FlattenLayouts(document).empty()) std::abort();
+    return document;
+  }();
+  return flattened;
+}
+
+}  // namespace
+
+CMR_BENCH("model: validate the shipped baseline against the schema", 200) {
+  const std::wstring error =
+      cmr::ValidateAgainstSchema(Schema(), Baseline(), cmr::DocumentKind::baseline);
+  if (!error.empty()) std::abort();
+}
+
+CMR_BENCH("model: flatten the shipped baseline (DOM copy included)", 500) {
+  rapidjson::Document document = BaselineCopy();
+  if (!cmr::FlattenLayouts(document).empty()) std::abort();
+  cmr::bench::Consume(&document);
+}
+
+CMR_BENCH("model: parse the flattened baseline into the typed model", 500) {
+  cmr::ModelDocument model;
+  if (!cmr::ParseModelDocument(FlattenedBaseline(), model).empty()) std::abort();
+  cmr::bench::Consume(&model);
+}
+
+CMR_BENCH("model: text to typed model (parse, validate, flatten, parse)", 200) {
+  const rapidjson::Document schema = ParseText(SchemaText());
+  rapidjson::Document baseline = ParseText(BaselineText());
+  cmr::ModelDocument model;
+  if (!cmr::ValidateAgainstSchema(schema, baseline, cmr::DocumentKind::baseline).empty() ||
+      !cmr::FlattenLayouts(baseline).empty() || !cmr::ParseModelDocument(baseline, model).empty()) {
+    std::abort();
+  }
+  cmr::bench::Consume(&model);
+}

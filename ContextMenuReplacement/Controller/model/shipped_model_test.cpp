@@ -1,0 +1,230 @@
+// The schema and the baseline ship together; these tests read both from the staged install
+// tree, so a change to either file that breaks the other fails here before it ships.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <set>
+#include <string>
+
+#include "cli/data_paths.h"
+#include "common/file_io.h"
+#include "common/json_text.h"
+#include "model/command_identity.h"
+#include "model/layout_inheritance.h"
+#include "model/model_document.h"
+#include "model/model_names.h"
+
+namespace cmr {
+namespace {
+
+std::wstring StagedFile(const wchar_t* relative) {
+  // Unit tests run from <build>\tests; the staged install tree is <build>\stage.
+  return JoinPath(JoinPath(ParentFolder(ExecutableFolder()), L"stage"), relative);
+}
+
+rapidjson::Document Load(const wchar_t* relative) {
+  rapidjson::Document document;
+  std::string bytes;
+  EXPECT_EQ(ReadWholeFile(StagedFile(relative), bytes), ReadStatus::ok) << relative;
+  JsonParseFailure failure;
+  EXPECT_TRUE(ParseJsonText(bytes, false, document, failure)) << failure.offset;
+  return document;
+}
+
+const rapidjson::Document& Schema() {
+  static const rapidjson::Document schema = Load(L"Schema\\custom-menu.schema.json");
+  return schema;
+}
+
+rapidjson::Document Baseline() { return Load(L"Content\\Menus\\create-organize.baseline.json"); }
+
+void CollectNodes(const std::vector<ModelNode>& items, std::vector<const ModelNode*>& out) {
+  for (const ModelNode& node : items) {
+    out.push_back(&node);
+    CollectNodes(node.items, out);
+  }
+}
+
+TEST(ShippedModel, BaselineValidatesFlattensAndParses) {
+  rapidjson::Document baseline = Baseline();
+  ASSERT_EQ(ValidateAgainstSchema(Schema(), baseline, DocumentKind::baseline), L"");
+  DocumentHeader header;
+  ASSERT_EQ(ReadDocumentHeader(baseline, header), L"");
+  EXPECT_EQ(RequireBaselineDocument(header), L"");
+  EXPECT_EQ(header.schemaVersion, 2u);
+  EXPECT_EQ(MenuStyleOf(header), L"create-organize");
+  // The predecessor stamps that overlays are migrated from must never be the current one.
+  for (const wchar_t* predecessor :
+       {L"win11-shell-2026.08-slice2", L"win11-shell-2026.08-slice3", L"win11-cm-2026.08"}) {
+    EXPECT_NE(header.baselineVersion, predecessor);
+  }
+  EXPECT_FALSE(header.baselineVersion.empty());
+
+  ASSERT_EQ(FlattenLayouts(baseline), L"");
+  ModelDocument model;
+  ASSERT_EQ(ParseModelDocument(baseline, model), L"");
+
+  const std::pair<const wchar_t*, ContextFamily> shipped[] = {
+      {L"desktop-default", ContextFamily::desktop},
+      {L"folder-background-default", ContextFamily::folderBackground},
+      {L"folder-item-default", ContextFamily::folderItem},
+      {L"drive-default", ContextFamily::drive},
+      {L"taskbar-background-default", ContextFamily::taskbarBackground},
+      {L"taskbar-clock-default", ContextFamily::taskbarClock},
+      {L"taskbar-start-default", ContextFamily::taskbarStart},
+      {L"taskbar-app-default", ContextFamily::taskbarApp},
+      {L"file-item-default", ContextFamily::fileItem},
+  };
+  ASSERT_EQ(model.layouts.size(), std::size(shipped));
+  std::set<NodeKind> kinds;
+  std::set<std::wstring> commands;
+  const Layout* desktop = nullptr;
+  for (const auto& [id, family] : shipped) {
+    const auto layout = std::find_if(model.layouts.begin(), model.layouts.end(),
+                                     [id = id](const Layout& l) { return l.id == id; });
+    ASSERT_NE(layout, model.layouts.end()) << id;
+    ASSERT_TRUE(layout->match.has_value()) << id;
+    EXPECT_EQ(layout->match->family, family) << id;
+    EXPECT_EQ(layout->match->selection, SelectionArity::any) << id;
+    EXPECT_FALSE(layout->items.empty()) << id;
+    if (family == ContextFamily::desktop) desktop = &*layout;
+    std::vector<const ModelNode*> nodes;
+    CollectNodes(layout->items, nodes);
+    for (const ModelNode* node : nodes) {
+      kinds.insert(node->kind);
+      commands.insert(node->commandId);
+      // Overlays of the predecessor release reach these rows only through the id
+      // normalisation, so a shipped id must be its own normal form.
+      EXPECT_EQ(NormaliseLegacyLayoutId(node->id), node->id) << id;
+      // The verbs print a submenu's title_override; a bare id would reach the user.
+      if (node->kind == NodeKind::submenu) {
+        EXPECT_FALSE(node->titleOverride.empty()) << node->id;
+      }
+    }
+  }
+  for (const NodeKind kind :
+       {NodeKind::command, NodeKind::submenu, NodeKind::separator, NodeKind::iconBand,
+        NodeKind::extensionSlot, NodeKind::classicExtensionSlot, NodeKind::windowsExtensionSlot}) {
+    EXPECT_TRUE(kinds.count(kind)) << NodeKindName(kind);
+  }
+  EXPECT_TRUE(commands.count(std::wstring(kQuickBrowseIdentity)));
+  EXPECT_TRUE(commands.count(std::wstring(kQuickPinsIdentity)));
+
+  ASSERT_NE(desktop, nullptr);
+  bool personalizeSettings = false;
+  for (const ModelNode& node : desktop->items) {
+    if (node.id != L"personalize") continue;
+    for (const ModelNode& child : node.items)
+      personalizeSettings |= child.id == L"personalize-settings";
+  }
+  EXPECT_TRUE(personalizeSettings);
+}
+
+TEST(ShippedModel, BaselineInheritsFromAbstractLayouts) {
+  rapidjson::Document baseline = Baseline();
+  size_t abstractLayouts = 0;
+  size_t inheriting = 0;
+  for (const rapidjson::Value& layout : baseline["layouts"].GetArray()) {
+    abstractLayouts += layout.HasMember("abstract") && layout["abstract"].GetBool();
+    inheriting += layout.HasMember("inherits");
+  }
+  EXPECT_GE(abstractLayouts, 1u);
+  EXPECT_GE(inheriting, 2u);
+  // Without "abstract" the parents would claim contexts of their own and collide or publish
+  // menus no target asked for.
+  ASSERT_EQ(FlattenLayouts(baseline), L"");
+  for (const rapidjson::Value& layout : baseline["layouts"].GetArray()) {
+    EXPECT_FALSE(layout.HasMember("abstract")) << layout["id"].GetString();
+  }
+}
+
+// A minimal overlay around one node, to probe the schema's node rules.
+std::wstring ValidateNode(const std::string& node) {
+  const std::string text = R"({"document_kind":"overlay","schema_version":2,)"
+                           R"("insertions":[{"layout_id":"desktop-default","node":)" +
+                           node + "}]}";
+  rapidjson::Document overlay;
+  overlay.Parse(text.c_str());
+  EXPECT_FALSE(overlay.HasParseError()) << text;
+  return ValidateAgainstSchema(Schema(), overlay, DocumentKind::overlay);
+}
+
+std::wstring ValidateOverlay(const std::string& text) {
+  rapidjson::Document overlay;
+  overlay.Parse(text.c_str());
+  EXPECT_FALSE(overlay.HasParseError()) << text;
+  return ValidateAgainstSchema(Schema(), overlay, DocumentKind::overlay);
+}
+
+std::string UserCommand(size_t argumentCount) {
+  std::string arguments;
+  for (size_t i = 0; i < argumentCount; ++i) arguments += i != 0 ? ",\"a\"" : "\"a\"";
+  return R"({"type":"command","id":"u","command_id":"user:{00000000-0000-0000-0000-000000000001}",)"
+         R"("title":"T","executable":"x.exe","arguments":[)" +
+         arguments + "]}";
+}
+
+TEST(ShippedSchema, RefusesWhatNoDocumentMayHold) {
+  EXPECT_EQ(ValidateNode(UserCommand(32)), L"");
+  EXPECT_NE(ValidateNode(UserCommand(33)), L"");
+
+  // Handles and indexes of one process mean nothing to the next one.
+  EXPECT_EQ(ValidateNode(R"({"type":"command","id":"o","command_id":"windows:open","hwnd":1})"),
+            L"The overlay does not satisfy custom-menu.schema.json: the 'additionalProperties' "
+            L"rule at schema location '#/definitions/node' rejects '#/insertions/0/node/hwnd'.");
+  EXPECT_NE(ValidateNode(R"({"type":"command","id":"o","command_id":"windows:open",)"
+                         R"("command_index":3})"),
+            L"");
+  EXPECT_NE(ValidateNode(R"({"type":"command","id":"o","_rank":3})"), L"");
+  EXPECT_NE(ValidateNode(R"({"type":"popup","id":"o"})"), L"");
+
+  const std::string rule =
+      R"({"document_kind":"overlay","extension_rules":[{"id":"r","command_id":")";
+  EXPECT_EQ(ValidateOverlay(rule + R"(classic:title:Send to"}]})"), L"");
+  EXPECT_NE(ValidateOverlay(rule + R"(classic:title:"}]})"), L"");
+
+  const std::string layout = R"({"document_kind":"overlay","layouts":[{"id":"m","match":)"
+                             R"({"family":"file-item","selection":")";
+  for (const char* selection : {"any", "single", "multi"}) {
+    EXPECT_EQ(ValidateOverlay(layout + selection + R"("},"items":[]}]})"), L"") << selection;
+  }
+  EXPECT_NE(ValidateOverlay(layout + R"(none"},"items":[]}]})"), L"");
+}
+
+TEST(ShippedSchema, AdmitsEveryOverlaySection) {
+  EXPECT_EQ(ValidateOverlay(
+                R"({"document_kind":"overlay","schema_version":3,)"
+                R"("baseline_version":"win11-shell-2026.11","base_id":"create-organize",)"
+                R"("layout_edits":[{"id":"desktop-default","edits":[)"
+                R"({"action":"insert","node":{"type":"separator","id":"n"},"position":"end"},)"
+                R"({"action":"move","node":{"id":"refresh"},"anchor_id":"view","after":true},)"
+                R"({"action":"remove","node":{"id":"paste"},"parent_id":"new"}]}],)"
+                R"("command_definitions":[{"command_id":)"
+                R"("user:{00000000-0000-0000-0000-000000000001}","title":"T",)"
+                R"("executable":"x.exe","arguments":["-n"],"icon_path":"x.exe"}],)"
+                R"("command_policies":[{"command_id":"windows:open","hidden":true,)"
+                R"("match":{"family":"drive"}},{"command_id":"windows:cut",)"
+                R"("title_override":"Cut it"}]})"),
+            L"");
+  EXPECT_EQ(
+      ValidateOverlay(R"({"document_kind":"overlay","schema_version":2,)"
+                      R"("node_overrides":[{"layout_id":"desktop-default","node_id":"view",)"
+                      R"("visibility":"hidden","title_override":"V","icon_path":"i.ico",)"
+                      R"("shift_only":true,"parent_id":"new","order":3,)"
+                      R"("quick_pins":{"list":"Work","path":"C:\\w"},)"
+                      R"("quick_browse":{"path":"C:\\","recursive":true}}],)"
+                      R"("command_defaults":[{"command_id":"product:quick-pins",)"
+                      R"("quick_pins":{"list":"Pins"}}],)"
+                      R"("insertions":[{"layout_id":"desktop-default","parent_id":"new",)"
+                      R"("order":1,"node":{"type":"command","id":"q",)"
+                      R"("command_id":"product:quick-browse","quick_browse":{"path":"C:\\"}}}],)"
+                      R"("extension_rules":[{"id":"r","provider_id":)"
+                      R"("com:{11111111-1111-1111-1111-111111111111}","shift_only":true,)"
+                      R"("match":{"family":["drive"],"extension":".x"},"action":{"kind":"move",)"
+                      R"("target_submenu_id":"new","title_override":"X","order":2}}]})"),
+      L"");
+}
+
+}  // namespace
+}  // namespace cmr
