@@ -2,6 +2,7 @@
 // any row is handed out, so the accessors of CustomModelView index without checks.
 
 #include <cstring>
+#include <vector>
 
 #include "model/command_identity.h"
 #include "snapshot/custom_model_snapshot.h"
@@ -24,9 +25,16 @@ uint32_t Load(const unsigned char* at) noexcept {
 class Checker {
  public:
   Checker(const unsigned char* data, uint32_t poolOffset, uint32_t poolUnits)
-      : data_(data), pool_(data + poolOffset), units_(poolUnits) {}
+      : data_(data), pool_(data + poolOffset), units_(poolUnits) {
+    emptyResolves_ = Slow(StringRef{});
+  }
 
-  [[nodiscard]] bool Resolves(StringRef ref) const noexcept {
+  // Most fields of most rows are empty, and the writer makes every empty field (0, 0).
+  [[nodiscard, gnu::always_inline]] bool Resolves(StringRef ref) const noexcept {
+    if ((ref.offset | ref.length) == 0) return emptyResolves_;
+    return Slow(ref);
+  }
+  [[nodiscard, gnu::always_inline]] bool Slow(StringRef ref) const noexcept {
     if (ref.offset > units_ || ref.length >= units_ - ref.offset) return false;
     const unsigned char* terminator = pool_ + 2 * (uint64_t{ref.offset} + ref.length);
     return terminator[0] == 0 && terminator[1] == 0;
@@ -45,6 +53,46 @@ class Checker {
   const unsigned char* data_;
   const unsigned char* pool_;
   uint32_t units_;
+  bool emptyResolves_ = false;
+};
+
+// Identities are interned, and inheritance copies the same rows into every layout that
+// inherits them, so one pool string is classified many times. The memo classifies each
+// distinct (offset, length) once: open addressing with at least two slots per node row, so it
+// never fills. Its table is kept per thread and reused, because a fresh large block costs new
+// pages on every attach.
+class IdentityMemo {
+ public:
+  explicit IdentityMemo(uint32_t rows) : table_(Table()) {
+    while ((size_t{1} << bits_) < 2 * size_t{rows}) ++bits_;
+    table_.assign(size_t{1} << bits_, Entry{});
+  }
+
+  IdentityKind Classify(StringRef ref, std::wstring_view text) noexcept {
+    const size_t mask = table_.size() - 1;
+    for (size_t i = (ref.offset * 0x9E3779B97F4A7C15ull) >> (64 - bits_);; i = (i + 1) & mask) {
+      Entry& entry = table_[i];
+      if (entry.offsetPlusOne == 0) {
+        const IdentityKind kind = ClassifyIdentity(text);
+        entry = {ref.offset + 1, ref.length, kind};
+        return kind;
+      }
+      if (entry.offsetPlusOne == ref.offset + 1 && entry.length == ref.length) return entry.kind;
+    }
+  }
+
+ private:
+  struct Entry {
+    uint32_t offsetPlusOne = 0;  // a pool offset is below 2^21, so the sum cannot wrap
+    uint32_t length = 0;
+    IdentityKind kind = IdentityKind::invalid;
+  };
+  static std::vector<Entry>& Table() {
+    thread_local std::vector<Entry> table;
+    return table;
+  }
+  std::vector<Entry>& table_;
+  uint32_t bits_ = 4;
 };
 
 bool RangeInside(uint32_t first, uint32_t count, uint32_t rows) noexcept {
@@ -206,41 +254,46 @@ bool AttachCustomModel(const void* data, size_t size, CustomModelView& view, std
     if (!check.ResolvesAt(listOffset + uint64_t{8} * i)) return fail("string list entry");
   }
 
+  IdentityMemo memo(nodeCount);
   for (uint32_t i = 0; i < nodeCount; ++i) {
-    const uint64_t at = nodesOffset + uint64_t{4 * kNodeRecordWords} * i;
-    auto w = [&](uint32_t word) { return Load(bytes + at + 4 * word); };
-    for (uint32_t word : {kNodeId, kNodeIdentity, kNodeTitleOverride, kNodeExecutionRef,
-                          kNodeTitleVerb, kNodeIconPath, kNodeUserTitle, kNodeQuickBrowsePath,
-                          kNodeQuickPinsList, kNodeQuickPinsPath}) {
-      if (!check.ResolvesAt(at + 4 * word)) return fail("node string");
+    const unsigned char* row = bytes + nodesOffset + uint64_t{4 * kNodeRecordWords} * i;
+    auto word = [row](uint32_t index) { return Load(row + 4 * index); };
+    auto ref = [row](uint32_t index) {
+      return StringRef{Load(row + 4 * index), Load(row + 4 * index + 4)};
+    };
+    // Spelled out rather than looped: this is the hot loop of attach.
+    if (!check.Resolves(ref(kNodeId)) || !check.Resolves(ref(kNodeIdentity)) ||
+        !check.Resolves(ref(kNodeTitleOverride)) || !check.Resolves(ref(kNodeExecutionRef)) ||
+        !check.Resolves(ref(kNodeTitleVerb)) || !check.Resolves(ref(kNodeIconPath)) ||
+        !check.Resolves(ref(kNodeUserTitle)) || !check.Resolves(ref(kNodeQuickBrowsePath)) ||
+        !check.Resolves(ref(kNodeQuickPinsList)) || !check.Resolves(ref(kNodeQuickPinsPath))) {
+      return fail("node string");
     }
-    const uint32_t kind = w(kNodeKind);
+    const uint32_t kind = word(kNodeKind);
     if (kind > kHighestNodeKind) return fail("node kind");
-    if (w(kNodeOrigin) > 2) return fail("node word 7");
-    if (!RangeInside(w(kNodeChildren), w(kNodeChildren + 1), nodeCount) ||
-        !RangeInside(w(kNodeArguments), w(kNodeArguments + 1), listCount)) {
+    if (word(kNodeOrigin) > 2) return fail("node word 7");
+    if (!RangeInside(word(kNodeChildren), word(kNodeChildren + 1), nodeCount) ||
+        !RangeInside(word(kNodeArguments), word(kNodeArguments + 1), listCount)) {
       return fail("node range");
     }
-    const std::wstring_view identity = check.Text(check.RefAt(at + 4 * kNodeIdentity));
+    const StringRef identityRef = ref(kNodeIdentity);
+    const std::wstring_view identity = check.Text(identityRef);
     const IdentityKind identityKind =
-        identity.empty() ? IdentityKind::invalid : ClassifyIdentity(identity);
+        identity.empty() ? IdentityKind::invalid : memo.Classify(identityRef, identity);
     if (kind == static_cast<uint32_t>(NodeKind::command) &&
         (identityKind == IdentityKind::invalid || identityKind == IdentityKind::ephemeral)) {
       return fail("command identity");
     }
     if (identityKind != IdentityKind::user &&
-        (w(kNodeExecutionRef + 1) != 0 || w(kNodeArguments + 1) != 0 ||
-         w(kNodeUserTitle + 1) != 0)) {
+        (word(kNodeExecutionRef + 1) | word(kNodeArguments + 1) | word(kNodeUserTitle + 1)) != 0) {
       return fail("user-command field on another node");
     }
-    if (identity != kQuickBrowse && w(kNodeQuickBrowsePath + 1) != 0) {
+    if (word(kNodeQuickBrowsePath + 1) != 0 && identity != kQuickBrowse) {
       return fail("quick-browse field on another node");
     }
-    if (identity == kQuickPins) {
-      if (!IsPinListLabel(check.Text(check.RefAt(at + 4 * kNodeQuickPinsList)))) {
-        return fail("quick-pins label");
-      }
-    } else if (w(kNodeQuickPinsList + 1) != 0 || w(kNodeQuickPinsPath + 1) != 0) {
+    if (identity.size() == kQuickPins.size() && identity == kQuickPins) {
+      if (!IsPinListLabel(check.Text(ref(kNodeQuickPinsList)))) return fail("quick-pins label");
+    } else if ((word(kNodeQuickPinsList + 1) | word(kNodeQuickPinsPath + 1)) != 0) {
       return fail("quick-pins field on another node");
     }
   }
