@@ -14,7 +14,6 @@ namespace {
 
 using namespace custom_model_words;
 
-constexpr std::wstring_view kUserPrefix = L"user:";
 constexpr std::wstring_view kQuickBrowse = kQuickBrowseIdentity;
 constexpr std::wstring_view kQuickPins = kQuickPinsIdentity;
 
@@ -29,15 +28,10 @@ void PutRange(std::array<uint32_t, N>& row, uint32_t at, uint32_t first, uint32_
   row[at + 1] = count;
 }
 
-// A user command in the compiled sense: a command or command-reference row whose identity is
-// "user:" and something after it. The identity grammar proper was checked at parse time.
-bool IsUserIdentity(std::wstring_view identity) {
-  return identity.size() > kUserPrefix.size() &&
-         identity.substr(0, kUserPrefix.size()) == kUserPrefix;
-}
+// A user command: a command or command-reference row whose identity is "user:" + braced GUID.
 bool IsUserCommand(const ModelNode& node) {
   return (node.kind == NodeKind::command || node.kind == NodeKind::commandReference) &&
-         IsUserIdentity(node.commandId);
+         ClassifyIdentity(node.commandId) == IdentityKind::user;
 }
 std::wstring_view DefinitionIdentity(const ModelNode& node) {
   return node.commandsPlusRef.empty() ? std::wstring_view(node.commandId)

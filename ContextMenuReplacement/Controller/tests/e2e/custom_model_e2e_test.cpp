@@ -221,6 +221,45 @@ TEST(CustomModelE2e, InvalidBaselineIsNeverPublished) {
             "Layout 'desktop-default' for targ");
 }
 
+// Eight file-item layouts of 4,100 rows each compile to an image past 4 MiB.
+std::string OversizedBaseline() {
+  std::string text =
+      "{\"document_kind\":\"baseline\",\"schema_version\":2,\"baseline_version\":\"big\","
+      "\"layouts\":[";
+  for (int layout = 0; layout < 8; ++layout) {
+    text += (layout ? "," : "") + std::string("{\"id\":\"big-") + std::to_string(layout) +
+            "\",\"match\":{\"family\":\"file-item\",\"extension\":\".big" + std::to_string(layout) +
+            "\"},\"items\":[";
+    for (int menu = 0; menu < 100; ++menu) {
+      text += (menu ? "," : "") + std::string("{\"type\":\"submenu\",\"id\":\"m") +
+              std::to_string(menu) + "\",\"items\":[";
+      for (int command = 0; command < 40; ++command) {
+        const std::string id = std::to_string(menu) + "-" + std::to_string(command);
+        text += (command ? "," : "") + std::string("{\"type\":\"command\",\"id\":\"c") + id +
+                "\",\"command_id\":\"windows:c" + id + "\"}";
+      }
+      text += "]}";
+    }
+    text += "]}";
+  }
+  return text + "]}";
+}
+
+TEST(CustomModelE2e, OversizedModelIsNeverPublished) {
+  ResetUserData();
+  ASSERT_EQ(PublishShipped(), 1u);
+  const std::string control = ReadBytes(Published(L"custom-model-control.bin"));
+  const std::wstring big = ScratchFolder(L"custom-model-oversized") + L"\\big.json";
+  WriteBytes(big, OversizedBaseline());
+  const RunResult run = RunController({L"custom-model", L"publish", SchemaPath(), big});
+  EXPECT_EQ(run.output,
+            std::string("  error:   The custom model snapshot exceeded its size limit.\n") +
+                kStillInEffect);
+  EXPECT_EQ(run.exitCode, 1u);
+  EXPECT_EQ(ReadBytes(Published(L"custom-model-control.bin")), control);
+  EXPECT_FALSE(FileExists(Published(SnapshotName(2))));
+}
+
 TEST(CustomModelE2e, UnreadableSnapshotIsReported) {
   ResetUserData();
   ASSERT_EQ(PublishShipped(), 1u);
