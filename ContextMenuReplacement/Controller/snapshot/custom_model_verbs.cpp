@@ -1,9 +1,192 @@
 #include "snapshot/custom_model_verbs.h"
 
-#include "cli/verb_table.h"
+#include <fmt/xchar.h>
+
+#include <string_view>
+#include <vector>
+
+#include "cli/console.h"
+#include "common/file_io.h"
+#include "common/json_text.h"
+#include "model/publish_pipeline.h"
+#include "snapshot/custom_model_publisher.h"
+#include "snapshot/effective_tree.h"
+#include "snapshot/target_matching.h"
 
 namespace cmr {
+namespace {
 
-int RunCustomModelVerb(const CustomModelArguments&) { return ReportUnavailable(L"custom-model"); }
+using Handler = int (*)(const CustomModelArguments&);
+
+std::wstring ResultJson(const ModelPipelineResult& result) {
+  return fmt::format(
+      L"{{\"published\":{},\"version\":{},\"layoutCount\":{},\"nodeCount\":{},\"errors\":{}}}",
+      result.published ? L"true" : L"false", result.version, result.layoutCount, result.nodeCount,
+      JsonStringArray(result.errors));
+}
+
+int Validate(const CustomModelArguments& args) {
+  if (args.arguments.size() != 2) {
+    PrintLine(L"custom-model validate needs <schema> <baseline>.");
+    return 1;
+  }
+  const ModelPipelineResult result = PublishBaseline(args.arguments[0], args.arguments[1], false);
+  if (args.json) {
+    Print(L"%s\n", ResultJson(result));
+    return result.errors.empty() ? 0 : 1;
+  }
+  for (const std::wstring& error : result.errors) PrintLine(L"  error:   %s", error);
+  if (!result.errors.empty()) {
+    PrintLine(L"Not valid; nothing was published.");
+    return 1;
+  }
+  PrintLine(L"Valid. %zu layout(s), %zu node(s). Nothing was published.", result.layoutCount,
+            result.nodeCount);
+  return 0;
+}
+
+int Publish(const CustomModelArguments& args) {
+  if (args.arguments.size() != 2) {
+    PrintLine(L"custom-model publish needs <schema> <baseline>.");
+    return 1;
+  }
+  const ModelPipelineResult result = PublishBaseline(args.arguments[0], args.arguments[1], true);
+  if (args.json) {
+    Print(L"%s\n", ResultJson(result));
+    return result.published ? 0 : 1;
+  }
+  if (!result.published) {
+    for (const std::wstring& error : result.errors) {
+      if (result.fatal) {
+        Print(L"ERROR: %s\n", error);
+      } else {
+        PrintLine(L"  error:   %s", error);
+      }
+    }
+    PrintLine(L"Nothing was published. The previously published custom model is still in effect.");
+    return 1;
+  }
+  PrintLine(L"Published custom model version %lu: %zu layout(s), %zu node(s).", result.version,
+            result.layoutCount, result.nodeCount);
+  return 0;
+}
+
+// The overlay road and the resets keep their argument checks; the actions themselves are not
+// part of this build.
+int ReportActionUnavailable(const std::wstring& action) {
+  PrintLine(L"The custom-model '%s' action is not available in this build.", action);
+  return 1;
+}
+
+int OverlayAction(const CustomModelArguments& args) {
+  if (args.arguments.size() != 3) {
+    PrintLine(L"custom-model %s needs <schema> <baseline> <overlay>.", args.action);
+    return 1;
+  }
+  return ReportActionUnavailable(args.action);
+}
+
+int ResetAction(const CustomModelArguments& args) {
+  if (args.arguments.empty()) {
+    PrintLine(L"custom-model reset needs <schema> <baseline> [target] in this pass.");
+    return 1;
+  }
+  if (args.arguments.size() < 2 || args.arguments.size() > 3) {
+    PrintLine(L"custom-model reset usage: custom-model reset [<schema> <baseline> [target]]");
+    return 1;
+  }
+  return ReportActionUnavailable(args.action);
+}
+
+int Effective(const CustomModelArguments& args) {
+  if (args.arguments.size() != 1) {
+    PrintLine(L"custom-model effective needs <target>.");
+    return 1;
+  }
+  const std::wstring& text = args.arguments[0];
+  MenuTarget target;
+  if (std::wstring message = ParseTarget(text, target); !message.empty()) {
+    PrintLine(L"%s", message);
+    return 1;
+  }
+  std::string control;
+  uint32_t version = 0;
+  if (ReadWholeFile(CustomModelControlPath(), control) != ReadStatus::ok ||
+      !ReadCustomModelControl(control, version)) {
+    PrintLine(L"No compatible custom model has been published yet.");
+    return 1;
+  }
+  std::string image;
+  CustomModelView view;
+  if (ReadWholeFile(CustomModelSnapshotPath(version), image) != ReadStatus::ok ||
+      !AttachCustomModel(image.data(), image.size(), view)) {
+    PrintLine(L"The published custom model snapshot is not readable.");
+    return 1;
+  }
+  std::vector<LayoutMatchView> layouts;
+  if (!ReadLayoutMatches(view, layouts)) {
+    PrintLine(L"Corrupt layout record.");
+    return 1;
+  }
+  // The raw scan: this verb reports what the layouts claim, without the namespace fallback.
+  const MatchResult match = Match(layouts, target);
+  if (match.status != MatchStatus::matched) {
+    if (args.json) {
+      Print(L"{\"target\":%s,\"matched\":false}\n", JsonQuote(text));
+    } else {
+      PrintLine(L"No layout matches target '%s'.", text);
+    }
+    return 0;
+  }
+  const std::wstring_view layoutId = view.Text(view.Layout(match.index).id);
+  if (args.json) {
+    Print(L"{\"target\":%s,\"matched\":true,\"layoutId\":%s,\"tree\":%s}\n", JsonQuote(text),
+          JsonQuote(layoutId), EffectiveTreeJson(view, match.index));
+  } else {
+    PrintLine(L"Layout '%s' for target '%s':", layoutId, text);
+    Print(L"%s", EffectiveTreeText(view, match.index));
+  }
+  return 0;
+}
+
+int Preview(const CustomModelArguments& args) {
+  if (args.arguments.size() != 1) {
+    PrintLine(L"custom-model preview needs <target>.");
+    return 1;
+  }
+  MenuTarget target;
+  if (std::wstring message = ParseTarget(args.arguments[0], target); !message.empty()) {
+    PrintLine(L"%s", message);
+    return 1;
+  }
+  PrintLine(
+      L"Synthetic live preview is not implemented. Use the editor preview or an actual "
+      L"Explorer context menu.");
+  return 1;
+}
+
+struct ActionRow {
+  std::wstring_view word;
+  Handler handler;
+};
+
+constexpr ActionRow kActions[] = {
+    {L"validate", Validate},           {L"publish", Publish},     {L"publish-user", OverlayAction},
+    {L"validate-user", OverlayAction}, {L"effective", Effective}, {L"reset", ResetAction},
+    {L"prepare-reset", ResetAction},   {L"preview", Preview},
+};
+
+}  // namespace
+
+int RunCustomModelVerb(const CustomModelArguments& arguments) {
+  for (const ActionRow& row : kActions) {
+    if (arguments.action == row.word) return row.handler(arguments);
+  }
+  PrintLine(
+      L"Unknown custom-model action '%s'. Use publish, publish-user, validate-user, "
+      L"effective, reset, or preview.",
+      arguments.action);
+  return 1;
+}
 
 }  // namespace cmr

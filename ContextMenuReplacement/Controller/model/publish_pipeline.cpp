@@ -1,0 +1,88 @@
+#include "model/publish_pipeline.h"
+
+#include <fmt/xchar.h>
+
+#include "cli/log.h"
+#include "common/file_io.h"
+#include "common/json_text.h"
+#include "model/layout_inheritance.h"
+#include "model/model_document.h"
+#include "snapshot/custom_model_publisher.h"
+
+namespace cmr {
+namespace {
+
+ModelPipelineResult Refused(std::wstring message, bool fatal) {
+  ModelPipelineResult result;
+  result.errors.push_back(std::move(message));
+  result.fatal = fatal;
+  return result;
+}
+
+}  // namespace
+
+ModelPipelineResult CompileBaseline(const std::wstring& schemaPath,
+                                    const std::wstring& baselinePath,
+                                    CompiledCustomModel& compiled) {
+  std::string schemaText, baselineText;
+  if (ReadWholeFile(schemaPath, schemaText) != ReadStatus::ok ||
+      ReadWholeFile(baselinePath, baselineText) != ReadStatus::ok) {
+    return Refused(L"The schema or baseline file could not be read.", true);
+  }
+  rapidjson::Document schema, baseline;
+  JsonParseFailure failure;
+  if (!ParseJsonText(schemaText, false, schema, failure) ||
+      !ParseJsonText(baselineText, false, baseline, failure)) {
+    return Refused(L"The schema or baseline is not valid JSON.", false);
+  }
+  // The header first: a future schema version or an overlay given in place of the baseline is
+  // reported as such rather than as whatever the schema dislikes about it.
+  DocumentHeader header;
+  if (std::wstring error = ReadDocumentHeader(baseline, header); !error.empty()) {
+    return Refused(std::move(error), false);
+  }
+  if (std::wstring error = RequireBaselineDocument(header); !error.empty()) {
+    return Refused(std::move(error), false);
+  }
+  if (std::wstring error = ValidateAgainstSchema(schema, baseline, DocumentKind::baseline);
+      !error.empty()) {
+    return Refused(std::move(error), false);
+  }
+  if (std::wstring error = FlattenLayouts(baseline); !error.empty()) {
+    return Refused(std::move(error), false);
+  }
+  ModelDocument model;
+  if (std::wstring error = ParseModelDocument(baseline, model); !error.empty()) {
+    return Refused(std::move(error), false);
+  }
+  compiled = CompileCustomModel(model);
+  ModelPipelineResult result;
+  result.layoutCount = compiled.layouts.size();
+  result.nodeCount = compiled.nodes.size();
+  result.imageBytes = static_cast<size_t>(CustomModelImageSize(compiled));
+  if (result.imageBytes > kCustomModelMaxBytes) {
+    return Refused(L"The custom model snapshot exceeded its size limit.", false);
+  }
+  return result;
+}
+
+ModelPipelineResult PublishBaseline(const std::wstring& schemaPath,
+                                    const std::wstring& baselinePath, bool publish) {
+  CompiledCustomModel compiled;
+  ModelPipelineResult result = CompileBaseline(schemaPath, baselinePath, compiled);
+  if (!result.errors.empty() || !publish) return result;
+  uint32_t version = 0;
+  if (std::wstring failure = PublishCustomModel(compiled, version); !failure.empty()) {
+    WriteLogLine(LogLevel::error, L"[custom-model] Publication failed: " + failure);
+    return Refused(std::move(failure), true);
+  }
+  result.published = true;
+  result.version = version;
+  WriteLogLine(LogLevel::info,
+               fmt::format(L"[custom-model] Published custom model version {} ({} bytes): {} "
+                           L"layout(s), {} node(s).",
+                           version, result.imageBytes, result.layoutCount, result.nodeCount));
+  return result;
+}
+
+}  // namespace cmr
