@@ -2,6 +2,8 @@
 // In-process benchmark cases. Each case runs its body repeatedly and the runner prints the
 // median and the spread; nothing here ever fails on time.
 
+#include <rapidjson/document.h>
+
 #include <functional>
 #include <string>
 #include <vector>
@@ -28,6 +30,13 @@ Figures Measure(int repetitions, const std::function<void()>& body);
 void PrintFigures(const std::string& name, int repetitions, const Figures& figures);
 // A free-form result line of a case (ratios, counts).
 void Note(const std::string& text);
+
+// A file of the staged install tree (<build>\stage beside <build>\bench), e.g.
+// L"Schema\\custom-menu.schema.json". Aborts when it cannot be read: a benchmark without its
+// input measures nothing.
+std::string StagedText(const wchar_t* relative);
+// Parses JSON text that is known to be valid; aborts otherwise.
+rapidjson::Document ParseOrAbort(const std::string& text);
 
 // Keeps the optimiser from discarding a computed value.
 void Consume(const void* p);

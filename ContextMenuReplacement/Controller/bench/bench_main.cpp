@@ -1,9 +1,13 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 #include "bench/bench.h"
+#include "cli/data_paths.h"
+#include "common/file_io.h"
+#include "common/json_text.h"
 
 namespace cmr::bench {
 
@@ -44,6 +48,21 @@ void PrintFigures(const std::string& name, int repetitions, const Figures& f) {
 void Note(const std::string& text) {
   std::printf("    %s\n", text.c_str());
   std::fflush(stdout);
+}
+
+std::string StagedText(const wchar_t* relative) {
+  const std::wstring path =
+      JoinPath(JoinPath(ParentFolder(ExecutableFolder()), L"stage"), relative);
+  std::string bytes;
+  if (ReadWholeFile(path, bytes) != ReadStatus::ok) std::abort();
+  return bytes;
+}
+
+rapidjson::Document ParseOrAbort(const std::string& text) {
+  rapidjson::Document document;
+  JsonParseFailure failure;
+  if (!ParseJsonText(text, false, document, failure)) std::abort();
+  return document;
 }
 
 void Consume(const void* p) {

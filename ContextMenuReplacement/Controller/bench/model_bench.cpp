@@ -13,38 +13,24 @@
 
 namespace {
 
-std::string StagedText(const wchar_t* relative) {
-  const std::wstring path =
-      cmr::JoinPath(cmr::JoinPath(cmr::ParentFolder(cmr::ExecutableFolder()), L"stage"), relative);
-  std::string bytes;
-  if (cmr::ReadWholeFile(path, bytes) != cmr::ReadStatus::ok) std::abort();
-  return bytes;
-}
-
 const std::string& SchemaText() {
-  static const std::string text = StagedText(L"Schema\\custom-menu.schema.json");
+  static const std::string text = cmr::bench::StagedText(L"Schema\\custom-menu.schema.json");
   return text;
 }
 
 const std::string& BaselineText() {
-  static const std::string text = StagedText(L"Content\\Menus\\create-organize.baseline.json");
+  static const std::string text =
+      cmr::bench::StagedText(L"Content\\Menus\\create-organize.baseline.json");
   return text;
 }
 
-rapidjson::Document ParseText(const std::string& text) {
-  rapidjson::Document document;
-  cmr::JsonParseFailure failure;
-  if (!cmr::ParseJsonText(text, false, document, failure)) std::abort();
-  return document;
-}
-
 const rapidjson::Document& Schema() {
-  static const rapidjson::Document schema = ParseText(SchemaText());
+  static const rapidjson::Document schema = cmr::bench::ParseOrAbort(SchemaText());
   return schema;
 }
 
 const rapidjson::Document& Baseline() {
-  static const rapidjson::Document baseline = ParseText(BaselineText());
+  static const rapidjson::Document baseline = cmr::bench::ParseOrAbort(BaselineText());
   return baseline;
 }
 
@@ -84,8 +70,8 @@ CMR_BENCH("model: parse the flattened baseline into the typed model", 500) {
 }
 
 CMR_BENCH("model: text to typed model (parse, validate, flatten, parse)", 200) {
-  const rapidjson::Document schema = ParseText(SchemaText());
-  rapidjson::Document baseline = ParseText(BaselineText());
+  const rapidjson::Document schema = cmr::bench::ParseOrAbort(SchemaText());
+  rapidjson::Document baseline = cmr::bench::ParseOrAbort(BaselineText());
   cmr::ModelDocument model;
   if (!cmr::ValidateAgainstSchema(schema, baseline, cmr::DocumentKind::baseline).empty() ||
       !cmr::FlattenLayouts(baseline).empty() || !cmr::ParseModelDocument(baseline, model).empty()) {

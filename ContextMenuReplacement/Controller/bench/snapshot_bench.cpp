@@ -26,21 +26,6 @@ namespace {
 
 using cmr::bench::Consume;
 
-std::string StagedText(const wchar_t* relative) {
-  const std::wstring path =
-      cmr::JoinPath(cmr::JoinPath(cmr::ParentFolder(cmr::ExecutableFolder()), L"stage"), relative);
-  std::string bytes;
-  if (cmr::ReadWholeFile(path, bytes) != cmr::ReadStatus::ok) std::abort();
-  return bytes;
-}
-
-rapidjson::Document ParseText(const std::string& text) {
-  rapidjson::Document document;
-  cmr::JsonParseFailure failure;
-  if (!cmr::ParseJsonText(text, false, document, failure)) std::abort();
-  return document;
-}
-
 // A document at every stage of the pipeline, built once.
 struct Stages {
   std::string text;
@@ -55,8 +40,9 @@ struct Stages {
 std::unique_ptr<Stages> Build(std::string text) {
   auto stages = std::make_unique<Stages>();
   stages->text = std::move(text);
-  stages->schema = ParseText(StagedText(L"Schema\\custom-menu.schema.json"));
-  stages->document = ParseText(stages->text);
+  stages->schema =
+      cmr::bench::ParseOrAbort(cmr::bench::StagedText(L"Schema\\custom-menu.schema.json"));
+  stages->document = cmr::bench::ParseOrAbort(stages->text);
   stages->flattened.CopyFrom(stages->document, stages->flattened.GetAllocator());
   if (!cmr::ValidateAgainstSchema(stages->schema, stages->document, cmr::DocumentKind::baseline)
            .empty() ||
@@ -72,7 +58,7 @@ std::unique_ptr<Stages> Build(std::string text) {
 
 const Stages& Shipped() {
   static const std::unique_ptr<Stages> stages =
-      Build(StagedText(L"Content\\Menus\\create-organize.baseline.json"));
+      Build(cmr::bench::StagedText(L"Content\\Menus\\create-organize.baseline.json"));
   return *stages;
 }
 
@@ -171,11 +157,15 @@ void Attach(const Stages& s) {
 
 }  // namespace
 
-CMR_BENCH("custom model: compile + flatten the shipped baseline", 500) { Compile(Shipped()); }
-CMR_BENCH("custom model: attach the shipped baseline image", 5000) { Attach(Shipped()); }
+CMR_BENCH("custom model: compile + flatten the shipped baseline", 500) {
+  Compile(Shipped());
+}
+CMR_BENCH("custom model: attach the shipped baseline image", 5000) {
+  Attach(Shipped());
+}
 CMR_BENCH("custom model: shipped text to image (parse..compile)", 100) {
   const Stages& s = Shipped();
-  rapidjson::Document document = ParseText(s.text);
+  rapidjson::Document document = cmr::bench::ParseOrAbort(s.text);
   cmr::ModelDocument model;
   if (!cmr::ValidateAgainstSchema(s.schema, document, cmr::DocumentKind::baseline).empty() ||
       !cmr::FlattenLayouts(document).empty() || !cmr::ParseModelDocument(document, model).empty()) {
@@ -185,18 +175,26 @@ CMR_BENCH("custom model: shipped text to image (parse..compile)", 100) {
   Consume(image.data());
 }
 
-CMR_BENCH("custom model 4 MiB: validate against the schema", 10) { Validate(Generated()); }
-CMR_BENCH("custom model 4 MiB: flatten (DOM copy included)", 10) { Flatten(Generated()); }
+CMR_BENCH("custom model 4 MiB: validate against the schema", 10) {
+  Validate(Generated());
+}
+CMR_BENCH("custom model 4 MiB: flatten (DOM copy included)", 10) {
+  Flatten(Generated());
+}
 CMR_BENCH("custom model 4 MiB: parse into the typed model", 10) {
   cmr::ModelDocument model;
   if (!cmr::ParseModelDocument(Generated().flattened, model).empty()) std::abort();
   Consume(&model);
 }
-CMR_BENCH("custom model 4 MiB: compile + flatten the image", 10) { Compile(Generated()); }
+CMR_BENCH("custom model 4 MiB: compile + flatten the image", 10) {
+  Compile(Generated());
+}
 
 // The two cases below measure inside and print their own figures; the runner's warm-up call
 // does the work and its timed call returns at once.
-bool FirstCall(bool& done) { return !std::exchange(done, true); }
+bool FirstCall(bool& done) {
+  return !std::exchange(done, true);
+}
 
 CMR_BENCH("custom model 4 MiB: attach, against copying the image", 1) {
   static bool done = false;

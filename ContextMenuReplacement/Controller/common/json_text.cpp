@@ -57,6 +57,17 @@ std::wstring JsonStringArray(const MessageList& items) {
   return out;
 }
 
+const rapidjson::Value* JsonMember(const rapidjson::Value& object, const char* key) {
+  if (!object.IsObject()) return nullptr;
+  const auto found = object.FindMember(key);
+  return found == object.MemberEnd() ? nullptr : &found->value;
+}
+
+bool JsonStringIs(const rapidjson::Value* value, std::string_view text) {
+  return value != nullptr && value->IsString() &&
+         std::string_view(value->GetString(), value->GetStringLength()) == text;
+}
+
 std::wstring JsonWide(const rapidjson::Value& value) {
   if (!value.IsString()) return {};
   return FromUtf8(std::string_view(value.GetString(), value.GetStringLength()));

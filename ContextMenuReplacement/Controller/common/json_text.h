@@ -26,6 +26,11 @@ struct JsonParseFailure {
 // A JSON array of strings, without spaces: ["a","b"].
 [[nodiscard]] std::wstring JsonStringArray(const MessageList& items);
 
+// The member's value, or null when `object` is not an object or has no such member.
+[[nodiscard]] const rapidjson::Value* JsonMember(const rapidjson::Value& object, const char* key);
+// Whether `value` is present and is exactly the string `text`.
+[[nodiscard]] bool JsonStringIs(const rapidjson::Value* value, std::string_view text);
+
 // Member text of a UTF-8 DOM string value as UTF-16.
 [[nodiscard]] std::wstring JsonWide(const rapidjson::Value& value);
 

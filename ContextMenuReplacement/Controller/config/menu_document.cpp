@@ -18,17 +18,6 @@ namespace cmr {
 
 namespace {
 
-const rapidjson::Value* Member(const rapidjson::Value& object, const char* key) {
-  if (!object.IsObject()) return nullptr;
-  const auto found = object.FindMember(key);
-  return found == object.MemberEnd() ? nullptr : &found->value;
-}
-
-bool IsString(const rapidjson::Value* value, const char* text) {
-  return value && value->IsString() &&
-         std::string_view(value->GetString(), value->GetStringLength()) == text;
-}
-
 // The value as the user wrote it, for messages: strings without quotes, anything else as JSON.
 std::wstring ValueText(const rapidjson::Value& value) {
   if (value.IsString()) return JsonWide(value);
@@ -82,15 +71,15 @@ bool ParseItem(const rapidjson::Value& item, const ItemPath& where, MenuConfigur
   }
   ItemRecord record;
   record.firstArgument = static_cast<uint32_t>(config.arguments.size());
-  if (IsString(Member(item, "type"), "separator")) {
+  if (JsonStringIs(JsonMember(item, "type"), "separator")) {
     record.source = ItemSource::separator;
     config.items.push_back(record);
     return true;
   }
-  const rapidjson::Value* source = Member(item, "source");
-  if (IsString(source, "classic")) {
-    const rapidjson::Value* include = Member(item, "include");
-    if (include && include->IsString() && !IsString(include, "*")) {
+  const rapidjson::Value* source = JsonMember(item, "source");
+  if (JsonStringIs(source, "classic")) {
+    const rapidjson::Value* include = JsonMember(item, "include");
+    if (include && include->IsString() && !JsonStringIs(include, "*")) {
       warnings.push_back(fmt::format(
           L"{}: only \"include\": \"*\" is supported for the classic source; the whole captured "
           L"menu will be shown.",
@@ -100,9 +89,9 @@ bool ParseItem(const rapidjson::Value& item, const ItemPath& where, MenuConfigur
     config.items.push_back(record);
     return true;
   }
-  if (IsString(source, "modern")) {
+  if (JsonStringIs(source, "modern")) {
     record.source = ItemSource::modern;
-    if (const rapidjson::Value* command = Member(item, "command")) {
+    if (const rapidjson::Value* command = JsonMember(item, "command")) {
       const std::wstring text = ValueText(*command);
       CLSID clsid{};
       if (!command->IsString() || FAILED(::CLSIDFromString(text.c_str(), &clsid))) {
@@ -118,7 +107,7 @@ bool ParseItem(const rapidjson::Value& item, const ItemPath& where, MenuConfigur
     config.items.push_back(record);
     return true;
   }
-  if (!IsString(source, "user")) {
+  if (!JsonStringIs(source, "user")) {
     errors.push_back(fmt::format(
         L"{}: 'source' must be classic, modern or user, or the item must have \"type\": "
         L"\"separator\".",
@@ -127,7 +116,7 @@ bool ParseItem(const rapidjson::Value& item, const ItemPath& where, MenuConfigur
   }
 
   bool ok = true;
-  const rapidjson::Value* arguments = Member(item, "arguments");
+  const rapidjson::Value* arguments = JsonMember(item, "arguments");
   if (arguments) {
     if (!arguments->IsArray()) {
       errors.push_back(fmt::format(
@@ -149,13 +138,13 @@ bool ParseItem(const rapidjson::Value& item, const ItemPath& where, MenuConfigur
       }
     }
   }
-  const rapidjson::Value* executable = Member(item, "executable");
+  const rapidjson::Value* executable = JsonMember(item, "executable");
   if (!NonEmptyString(executable)) {
     errors.push_back(
         fmt::format(L"{}: a user command needs a non-empty 'executable'.", where.Get()));
     ok = false;
   }
-  const rapidjson::Value* title = Member(item, "title");
+  const rapidjson::Value* title = JsonMember(item, "title");
   if (!NonEmptyString(title)) {
     errors.push_back(fmt::format(L"{}: a user command needs a non-empty 'title'.", where.Get()));
     ok = false;
@@ -182,8 +171,8 @@ void ParseProfile(const rapidjson::Value& profile, const JsonPath& path, MenuCon
     errors.push_back(fmt::format(L"{} must be an object.", path));
     return;
   }
-  const rapidjson::Value* match = Member(profile, "match");
-  const rapidjson::Value* contexts = match ? Member(*match, "context") : nullptr;
+  const rapidjson::Value* match = JsonMember(profile, "match");
+  const rapidjson::Value* contexts = match ? JsonMember(*match, "context") : nullptr;
   if (!contexts || !contexts->IsArray()) {
     errors.push_back(fmt::format(L"{} needs a 'match' object with a 'context' array.", path));
     return;
@@ -210,7 +199,7 @@ void ParseProfile(const rapidjson::Value& profile, const JsonPath& path, MenuCon
         L"{} matches no known context (all entries were unrecognized), so it was skipped.", path));
     return;
   }
-  const rapidjson::Value* items = Member(profile, "items");
+  const rapidjson::Value* items = JsonMember(profile, "items");
   if (!items || !items->IsArray()) {
     errors.push_back(fmt::format(L"{} needs an 'items' array.", path));
     return;
@@ -262,14 +251,14 @@ bool ParseMenuDocument(const rapidjson::Value& document, MenuConfiguration& conf
     errors.push_back(L"The top level of the file must be a JSON object.");
     return false;
   }
-  if (const rapidjson::Value* enabled = Member(document, "enabled")) {
+  if (const rapidjson::Value* enabled = JsonMember(document, "enabled")) {
     if (enabled->IsBool()) {
       configuration.enabled = enabled->GetBool();
     } else {
       errors.push_back(L"'enabled' must be true or false.");
     }
   }
-  if (const rapidjson::Value* bypass = Member(document, "nativeMenuBypass")) {
+  if (const rapidjson::Value* bypass = JsonMember(document, "nativeMenuBypass")) {
     if (!bypass->IsString()) {
       errors.push_back(L"'nativeMenuBypass' must be a string such as \"Ctrl+Shift\".");
     } else if (!ParseModifierMask(JsonWide(*bypass), configuration.bypassMask)) {
@@ -279,14 +268,14 @@ bool ParseMenuDocument(const rapidjson::Value& document, MenuConfiguration& conf
           JsonWide(*bypass)));
     }
   }
-  if (const rapidjson::Value* opacity = Member(document, "backgroundOpacityPercent")) {
+  if (const rapidjson::Value* opacity = JsonMember(document, "backgroundOpacityPercent")) {
     if (opacity->IsUint() && opacity->GetUint() <= 100) {
       configuration.opacityPercent = opacity->GetUint();
     } else {
       errors.push_back(L"'backgroundOpacityPercent' must be a whole number from 0 to 100.");
     }
   }
-  const rapidjson::Value* profiles = Member(document, "profiles");
+  const rapidjson::Value* profiles = JsonMember(document, "profiles");
   if (!profiles || !profiles->IsArray()) {
     errors.push_back(L"'profiles' is required and must be an array.");
     return false;

@@ -10,32 +10,21 @@ namespace cmr {
 
 namespace {
 
-const rapidjson::Value* Member(const rapidjson::Value& object, const char* key) {
-  if (!object.IsObject()) return nullptr;
-  const auto found = object.FindMember(key);
-  return found == object.MemberEnd() ? nullptr : &found->value;
-}
-
 std::wstring Wide(const char* key) {
   return FromUtf8(key);
-}
-
-bool StringIs(const rapidjson::Value* value, std::string_view text) {
-  return value && value->IsString() &&
-         std::string_view(value->GetString(), value->GetStringLength()) == text;
 }
 
 // The element of `apps` with this app_id, or null.
 const rapidjson::Value* FindApp(const rapidjson::Value& apps, std::string_view appId) {
   for (const rapidjson::Value& app : apps.GetArray()) {
-    if (StringIs(Member(app, "app_id"), appId)) return &app;
+    if (JsonStringIs(JsonMember(app, "app_id"), appId)) return &app;
   }
   return nullptr;
 }
 
 // The entry's settings object, or null with its message.
 const rapidjson::Value* FindSettings(const rapidjson::Value& root, MessageList& errors) {
-  const rapidjson::Value* apps = Member(root, "apps");
+  const rapidjson::Value* apps = JsonMember(root, "apps");
   if (!apps || !apps->IsArray()) {
     errors.push_back(L"The settings file has no 'apps' array.");
     return nullptr;
@@ -48,7 +37,7 @@ const rapidjson::Value* FindSettings(const rapidjson::Value& root, MessageList& 
         Wide(kSettingsAppId)));
     return nullptr;
   }
-  const rapidjson::Value* settings = Member(*entry, "settings");
+  const rapidjson::Value* settings = JsonMember(*entry, "settings");
   if (!settings || !settings->IsObject()) {
     errors.push_back(L"The 'context-menu-replacement' entry has no settings object.");
     return nullptr;
@@ -57,7 +46,7 @@ const rapidjson::Value* FindSettings(const rapidjson::Value& root, MessageList& 
 }
 
 bool ReadBool(const rapidjson::Value& settings, const char* key, bool& out, MessageList& errors) {
-  const rapidjson::Value* value = Member(settings, key);
+  const rapidjson::Value* value = JsonMember(settings, key);
   if (!value) return true;
   if (!value->IsBool()) {
     errors.push_back(fmt::format(L"'{}' must be true or false.", Wide(key)));
@@ -70,7 +59,7 @@ bool ReadBool(const rapidjson::Value& settings, const char* key, bool& out, Mess
 // A string of at most `maxUnits` UTF-16 units; absent leaves `out` as it is.
 void ReadBoundedText(const rapidjson::Value& settings, const char* key, size_t maxUnits,
                      const wchar_t* what, std::wstring& out, MessageList& errors) {
-  const rapidjson::Value* value = Member(settings, key);
+  const rapidjson::Value* value = JsonMember(settings, key);
   if (!value) return;
   if (!value->IsString()) {
     errors.push_back(fmt::format(L"'{}' must be a string.", Wide(key)));
@@ -94,14 +83,14 @@ struct Choice {
 template <size_t N>
 void ReadChoice(const rapidjson::Value& settings, const char* key, const Choice (&choices)[N],
                 const std::wstring& unknownMessage, uint32_t& out, MessageList& errors) {
-  const rapidjson::Value* value = Member(settings, key);
+  const rapidjson::Value* value = JsonMember(settings, key);
   if (!value) return;
   if (!value->IsString()) {
     errors.push_back(fmt::format(L"'{}' must be a string.", Wide(key)));
     return;
   }
   for (const Choice& choice : choices) {
-    if (StringIs(value, choice.word)) {
+    if (JsonStringIs(value, choice.word)) {
       out = choice.value;
       return;
     }
@@ -149,7 +138,7 @@ AppearanceGlobals SettingsFileAppearance() {
 bool ReadRangedNumber(const rapidjson::Value& settings, const char* key, uint32_t fallback,
                       uint32_t minimum, uint32_t maximum, uint32_t& out, MessageList& errors) {
   out = fallback;
-  const rapidjson::Value* value = Member(settings, key);
+  const rapidjson::Value* value = JsonMember(settings, key);
   if (!value) return true;
   if (value->IsUint() && value->GetUint() >= minimum && value->GetUint() <= maximum) {
     out = value->GetUint();
@@ -163,7 +152,7 @@ bool ReadRangedNumber(const rapidjson::Value& settings, const char* key, uint32_
 bool ReadColour(const rapidjson::Value& settings, const char* key, uint32_t& out,
                 MessageList& errors) {
   out = 0;
-  const rapidjson::Value* value = Member(settings, key);
+  const rapidjson::Value* value = JsonMember(settings, key);
   if (!value) return true;
   int digits[6] = {};
   bool ok = value->IsString() && value->GetStringLength() == 7 && value->GetString()[0] == '#';
@@ -186,10 +175,10 @@ bool ReadSettingsGlobals(const rapidjson::Value& root, MenuConfiguration& config
                          MessageList& errors) {
   const rapidjson::Value* settings = FindSettings(root, errors);
   if (!settings) return false;
-  const rapidjson::Value* entry = FindApp(*Member(root, "apps"), kSettingsAppId);
-  configuration.enabled = StringIs(Member(*entry, "status"), "enabled");
+  const rapidjson::Value* entry = FindApp(*JsonMember(root, "apps"), kSettingsAppId);
+  configuration.enabled = JsonStringIs(JsonMember(*entry, "status"), "enabled");
 
-  if (const rapidjson::Value* bypass = Member(*settings, "general.nativeMenuBypass")) {
+  if (const rapidjson::Value* bypass = JsonMember(*settings, "general.nativeMenuBypass")) {
     if (!bypass->IsString()) {
       errors.push_back(L"'general.nativeMenuBypass' must be a string such as \"Ctrl+Shift\".");
     } else if (!ParseModifierMask(JsonWide(*bypass), configuration.bypassMask)) {
@@ -269,8 +258,8 @@ bool ReadSettingsGlobals(const rapidjson::Value& root, MenuConfiguration& config
     if (ReadBool(*settings, kSurfaces[bit], replaced, errors) && !replaced) optOut |= 1u << bit;
   }
   // The window organizer shares the taskbar menus; when it is off its surface is not ours.
-  const rapidjson::Value* organizer = FindApp(*Member(root, "apps"), "window-organizer");
-  if (organizer && StringIs(Member(*organizer, "status"), "disabled")) optOut |= 0x20;
+  const rapidjson::Value* organizer = FindApp(*JsonMember(root, "apps"), "window-organizer");
+  if (organizer && JsonStringIs(JsonMember(*organizer, "status"), "disabled")) optOut |= 0x20;
   a.surfaceOptOutMask = optOut;
   return true;
 }
@@ -279,7 +268,7 @@ bool ReadSettingsMenu(const rapidjson::Value& root, MenuConfiguration& configura
                       MessageList& errors, MessageList& warnings) {
   const rapidjson::Value* settings = FindSettings(root, errors);
   if (!settings) return false;
-  const rapidjson::Value* profiles = Member(*settings, "menu.profiles");
+  const rapidjson::Value* profiles = JsonMember(*settings, "menu.profiles");
   if (!profiles) {
     errors.push_back(L"The 'context-menu-replacement' settings have no 'menu.profiles'.");
     return false;

@@ -1,5 +1,7 @@
 #include "tests/e2e/harness.h"
 
+#include <gtest/gtest.h>
+
 #include <mutex>
 
 #include "cli/data_paths.h"
@@ -55,8 +57,16 @@ UniqueHandle Start(const std::vector<std::wstring>& args, UniqueHandle& process)
   startup.hStdError = writer.get();
   PROCESS_INFORMATION info{};
   std::wstring line = CommandLine(args);
-  if (!::CreateProcessW(nullptr, line.data(), nullptr, nullptr, TRUE, 0, nullptr,
-                        InstallFolder().c_str(), &startup, &info)) {
+  // Under a loaded machine Wine now and then refuses a process start that succeeds a moment
+  // later; a test is about the controller, not about that.
+  bool started = false;
+  for (int attempt = 0; attempt < 5 && !started; ++attempt) {
+    if (attempt != 0) ::Sleep(200);
+    started = ::CreateProcessW(nullptr, line.data(), nullptr, nullptr, TRUE, 0, nullptr,
+                               InstallFolder().c_str(), &startup, &info);
+  }
+  if (!started) {
+    ADD_FAILURE() << "could not start the controller: error " << ::GetLastError();
     return {};
   }
   ::CloseHandle(info.hThread);
