@@ -1,6 +1,7 @@
 #pragma once
 // Little-endian writing and bounds-checked reading of the binary images the Hook maps.
 
+#include <bit>
 #include <cstdint>
 #include <cstring>
 #include <string>
@@ -18,9 +19,13 @@ class ByteImageWriter {
  public:
   explicit ByteImageWriter(size_t size) : bytes_(size, '\0') {}
 
+  // The images are little-endian, as is every machine the program runs on, so values are
+  // copied as they are.
+  static_assert(std::endian::native == std::endian::little);
+
   void PutU32(size_t offset, uint32_t value) noexcept {
     if (offset + 4 > bytes_.size()) return;
-    for (int i = 0; i < 4; ++i) bytes_[offset + i] = static_cast<char>((value >> (8 * i)) & 0xFF);
+    std::memcpy(bytes_.data() + offset, &value, 4);
   }
   void PutBytes(size_t offset, const void* data, size_t size) noexcept {
     if (size == 0 || offset + size > bytes_.size()) return;
@@ -28,11 +33,7 @@ class ByteImageWriter {
   }
   // UTF-16 units as little-endian pairs of bytes.
   void PutUnits(size_t offset, const char16_t* units, size_t count) noexcept {
-    for (size_t i = 0; i < count; ++i) {
-      if (offset + 2 * i + 2 > bytes_.size()) return;
-      bytes_[offset + 2 * i] = static_cast<char>(units[i] & 0xFF);
-      bytes_[offset + 2 * i + 1] = static_cast<char>(units[i] >> 8);
-    }
+    PutBytes(offset, units, count * sizeof(char16_t));
   }
 
   [[nodiscard]] const std::string& bytes() const noexcept { return bytes_; }

@@ -19,6 +19,7 @@ uint64_t HashUnits(std::wstring_view text) noexcept {
 StringRef StringPool::Intern(std::wstring_view text) {
   static_assert(sizeof(wchar_t) == sizeof(char16_t), "the pool stores UTF-16 units");
   if ((used_ + 1) * 2 > slots_.size()) Grow();
+  if (units_.capacity() == 0) units_.reserve(1024);
   const auto length = static_cast<uint32_t>(text.size());
   const uint64_t hash = HashUnits(text);
   const size_t mask = slots_.size() - 1;

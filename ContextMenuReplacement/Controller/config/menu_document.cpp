@@ -280,6 +280,14 @@ bool ParseMenuDocument(const rapidjson::Value& document, MenuConfiguration& conf
     errors.push_back(L"'profiles' is required and must be an array.");
     return false;
   }
+  // One reservation instead of the vector doubling its way up, item by item.
+  size_t itemCount = 0;
+  for (const rapidjson::Value& profile : profiles->GetArray()) {
+    const rapidjson::Value* items = JsonMember(profile, "items");
+    if (items && items->IsArray()) itemCount += items->Size();
+  }
+  configuration.profiles.reserve(configuration.profiles.size() + profiles->Size());
+  configuration.items.reserve(configuration.items.size() + itemCount);
   const JsonPath profilesPath(L"profiles");
   for (rapidjson::SizeType i = 0; i < profiles->Size(); ++i) {
     ParseProfile((*profiles)[i], profilesPath.Index(i), configuration, errors, warnings);
