@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-
 #include "common/json_text.h"
 
 namespace cmr {
@@ -11,87 +9,71 @@ namespace {
 
 constexpr wchar_t kProvider[] = L"com:{11111111-1111-1111-1111-111111111111}";
 
-TEST(CommandIdentity, ClassifiesEveryForm) {
-  const std::wstring provider = kProvider;
-  EXPECT_EQ(ClassifyIdentity(L"windows:open"), IdentityKind::windows);
-  EXPECT_EQ(ClassifyIdentity(L"product:quick-pins"), IdentityKind::product);
-  EXPECT_EQ(ClassifyIdentity(L"user:{0123abcd-0000-4a5b-8c9d-0123456789ef}"), IdentityKind::user);
-  EXPECT_EQ(ClassifyIdentity(L"ephemeral:provider-row-3"), IdentityKind::ephemeral);
-  EXPECT_EQ(ClassifyIdentity(provider + L":canonical:{22222222-2222-2222-2222-222222222222}"),
-            IdentityKind::comCanonical);
-  EXPECT_EQ(ClassifyIdentity(provider + L":catalog:rotate-clockwise"), IdentityKind::comCatalog);
-}
-
-TEST(CommandIdentity, RefusesNearMisses) {
-  const std::wstring provider = kProvider;
-  const std::wstring refused[] = {
+TEST(CommandIdentity, ClassifiesEveryFormAndRefusesNearMisses) {
+  const std::wstring p = kProvider;
+  const std::pair<std::wstring, IdentityKind> cases[] = {
+      {L"windows:open", IdentityKind::windows},
+      {L"product:quick-pins", IdentityKind::product},
+      {L"user:{0123abcd-0000-4a5b-8c9d-0123456789ef}", IdentityKind::user},
+      {L"ephemeral:provider-row-3", IdentityKind::ephemeral},
+      {p + L":canonical:{22222222-2222-2222-2222-222222222222}", IdentityKind::comCanonical},
+      {p + L":catalog:rotate-clockwise", IdentityKind::comCatalog},
       // Trailing text after a complete canonical identity is never truncated away.
-      provider + L":canonical:{00000000-0000-0000-0000-000000000000}:extra",
-      provider + L":canonical:{00000000-0000-0000-0000-00000000000}",
-      provider + L":catalog:",
-      provider + L":catalog:Rotate",
-      provider,  // provider-wide, not a command
-      L"com:{11111111-1111-1111-1111-11111111111A}:catalog:a",
-      L"windows:",
-      L"product:",
-      L"windows:Open",
-      L"windows:open now",
-      L"windows:a/b",
-      L"user:{0123ABCD-0000-4a5b-8c9d-0123456789ef}",
-      L"user:{0123abcd-0000-4a5b-8c9d-0123456789ef}x",
-      L"user:{0123abcd+0000-4a5b-8c9d-0123456789ef}",
-      L"ephemeral:",
-      L"Windows:open",
-      L"",
+      {p + L":canonical:{00000000-0000-0000-0000-000000000000}:extra", IdentityKind::invalid},
+      {p + L":canonical:{00000000-0000-0000-0000-00000000000}", IdentityKind::invalid},
+      {p + L":catalog:", IdentityKind::invalid},
+      {p + L":catalog:Rotate", IdentityKind::invalid},
+      {p, IdentityKind::invalid},  // provider-wide, not a command
+      {L"com:{11111111-1111-1111-1111-11111111111A}:catalog:a", IdentityKind::invalid},
+      {L"user:{0123ABCD-0000-4a5b-8c9d-0123456789ef}", IdentityKind::invalid},
+      {L"user:{0123abcd-0000-4a5b-8c9d-0123456789ef}x", IdentityKind::invalid},
+      {L"user:{0123abcd+0000-4a5b-8c9d-0123456789ef}", IdentityKind::invalid},
   };
-  for (const std::wstring& text : refused) {
+  for (const auto& [text, kind] : cases) EXPECT_EQ(ClassifyIdentity(text), kind) << text;
+  for (const wchar_t* text : {L"windows:", L"product:", L"ephemeral:", L"windows:Open",
+                              L"windows:open now", L"windows:a/b", L"Windows:open", L""}) {
     EXPECT_EQ(ClassifyIdentity(text), IdentityKind::invalid) << text;
   }
 }
 
-TEST(CommandIdentity, ProviderWideFormIsSeparateFromCommands) {
+TEST(CommandIdentity, ProviderWideFormAndPersistableKinds) {
   EXPECT_TRUE(IsProviderWideComIdentity(kProvider));
   EXPECT_FALSE(IsProviderWideComIdentity(std::wstring(kProvider) + L":catalog:a"));
   EXPECT_FALSE(IsProviderWideComIdentity(L"com:{11111111-1111-1111-1111-11111111111F}"));
   EXPECT_FALSE(IsProviderWideComIdentity(L"com:11111111-1111-1111-1111-111111111111"));
-}
 
-TEST(CommandIdentity, OnlyNamedKindsArePersistable) {
-  EXPECT_FALSE(IsPersistable(IdentityKind::invalid));
+  // Ephemeral identities are recognised above but name a row of one menu instance only.
   EXPECT_FALSE(IsPersistable(IdentityKind::ephemeral));
+  EXPECT_FALSE(IsPersistable(IdentityKind::invalid));
   for (const IdentityKind kind :
        {IdentityKind::windows, IdentityKind::comCanonical, IdentityKind::comCatalog,
         IdentityKind::product, IdentityKind::user}) {
     EXPECT_TRUE(IsPersistable(kind));
   }
-  EXPECT_FALSE(IsPersistable(static_cast<IdentityKind>(7)));
 }
 
 TEST(CommandIdentity, ReferenceKeyPrefersProvider) {
-  rapidjson::Document both;
+  rapidjson::Document both, command, neither;
   both.Parse(R"({"command_id":"windows:open","provider_id":"com:{x}"})");
-  EXPECT_EQ(MakeReferenceKey(both), L"provider:com:{x}");
-  rapidjson::Document command;
   command.Parse(R"({"command_id":"classic:title:Send to","provider_id":7})");
-  EXPECT_EQ(MakeReferenceKey(command), L"command:classic:title:Send to");
-  rapidjson::Document neither;
   neither.Parse(R"({"id":"x"})");
+  EXPECT_EQ(MakeReferenceKey(both), L"provider:com:{x}");
+  EXPECT_EQ(MakeReferenceKey(command), L"command:classic:title:Send to");
   EXPECT_EQ(MakeReferenceKey(neither), L"");
 }
 
 TEST(CommandIdentity, SortedOrderIgnoresInputOrder) {
-  const std::wstring provider = kProvider;
-  std::vector<std::wstring> given = {provider + L":catalog:z", provider + L":catalog:a",
-                                     provider + L":catalog:b", L"windows:open",
-                                     L"product:quick-pins"};
+  const std::wstring p = kProvider;
+  const std::vector<std::wstring> expected = {p + L":catalog:a", p + L":catalog:b",
+                                              p + L":catalog:z", L"product:quick-pins",
+                                              L"windows:open"};
+  std::vector<std::wstring> given = {expected[2], expected[0], expected[1], expected[4],
+                                     expected[3]};
   std::vector<std::wstring> reversed(given.rbegin(), given.rend());
   SortIdentities(given);
   SortIdentities(reversed);
-  EXPECT_EQ(given, reversed);
-  const std::vector<std::wstring> expected = {provider + L":catalog:a", provider + L":catalog:b",
-                                              provider + L":catalog:z", L"product:quick-pins",
-                                              L"windows:open"};
   EXPECT_EQ(given, expected);
+  EXPECT_EQ(reversed, expected);
 }
 
 }  // namespace

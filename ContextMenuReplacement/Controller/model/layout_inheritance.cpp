@@ -2,6 +2,7 @@
 
 #include <fmt/xchar.h>
 
+#include <optional>
 #include <unordered_map>
 #include <vector>
 
@@ -22,7 +23,9 @@ std::string_view IdOf(const Value& object) {
   return {it->value.GetString(), it->value.GetStringLength()};
 }
 
-std::wstring WideId(const Value& object) { return FromUtf8(IdOf(object)); }
+std::wstring WideId(const Value& object) {
+  return FromUtf8(IdOf(object));
+}
 
 Value* ItemsOf(Value& node) {
   if (!node.IsObject()) return nullptr;
@@ -104,10 +107,15 @@ class Resolver {
   Resolver(rapidjson::Document& document, Value& layouts, const LayoutResolutionStep& step)
       : allocator_(document.GetAllocator()), layouts_(layouts), step_(step) {
     states_.assign(layouts.Size(), State::unvisited);
-    for (SizeType i = 0; i < layouts.Size(); ++i) byId_.emplace(std::string(IdOf(layouts[i])), i);
+    for (SizeType i = 0; i < layouts.Size(); ++i) {
+      if (!byId_.emplace(std::string(IdOf(layouts[i])), i).second && !duplicate_) duplicate_ = i;
+    }
   }
 
   std::wstring ResolveAll() {
+    // Abstract layouts are dropped before the parsed model sees them, so its own duplicate
+    // check comes too late: a second layout with a parent's id would silently lose to the first.
+    if (duplicate_) return DuplicateLayoutIdRefusal(WideId(layouts_[*duplicate_]));
     for (SizeType i = 0; i < layouts_.Size(); ++i) {
       if (std::wstring error = ResolveChain(i); !error.empty()) return error;
     }
@@ -207,9 +215,10 @@ class Resolver {
   Value& layouts_;
   const LayoutResolutionStep& step_;
   std::vector<State> states_;
-  // First layout of each id; duplicate ids are refused when the flattened document is parsed.
-  // Keys are copies: short DOM strings live inside their value and move when members are added.
+  // Layout of each id. Keys are copies: short DOM strings live inside their value and move when
+  // members are added.
   std::unordered_map<std::string, SizeType> byId_;
+  std::optional<SizeType> duplicate_;  // the first layout whose id an earlier layout holds
 };
 
 Value* LayoutsOf(rapidjson::Document& document) {

@@ -46,6 +46,7 @@ using LayoutResolutionStep = std::function<std::wstring(
     rapidjson::Value& layout, rapidjson::Document::AllocatorType& allocator)>;
 
 // Resolves every layout's inheritance (parents first, each layout once). Refusals:
+//   "Duplicate layout id '{}'."  (abstract or not; checked before anything is resolved)
 //   "Layout inheritance contains a cycle through '{}'."  (a layout met again on its own chain)
 //   "Layout '{}' inherits missing layout '{}'."           (child id, parent id)
 //   "Layout '{}' inherits through more than 8 ancestors."

@@ -158,7 +158,7 @@ class DocumentParser {
       Layout layout;
       layout.id = Text(entry, "id");
       if (!seen.insert(layout.id).second) {
-        return fmt::format(L"Duplicate layout id '{}'.", layout.id);
+        return DuplicateLayoutIdRefusal(layout.id);
       }
       if (const Value* match = Member(entry, "match"); match != nullptr && match->IsObject()) {
         layout.match = ParseMatch(*match);
@@ -476,6 +476,10 @@ std::wstring MenuStyleOf(const DocumentHeader& header) {
 
 std::wstring ParseModelDocument(const Value& document, ModelDocument& out) {
   return DocumentParser(out).Parse(document);
+}
+
+std::wstring DuplicateLayoutIdRefusal(std::wstring_view id) {
+  return fmt::format(L"Duplicate layout id '{}'.", id);
 }
 
 std::wstring NormaliseLegacyLayoutId(std::wstring_view id) {

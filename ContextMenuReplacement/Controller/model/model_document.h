@@ -77,6 +77,10 @@ struct DocumentHeader {
 // unspecified.
 [[nodiscard]] std::wstring ParseModelDocument(const rapidjson::Value& document, ModelDocument& out);
 
+// "Duplicate layout id '{}'." Inheritance resolution and ParseModelDocument both refuse a
+// repeated layout id with it.
+[[nodiscard]] std::wstring DuplicateLayoutIdRefusal(std::wstring_view id);
+
 // Maps a node or submenu id of the predecessor release onto today's unprefixed ids
 // ("desktop-personalize" -> "personalize-settings", "fb-view" -> "view"). Ids containing ":"
 // and ids that are already current are returned unchanged.

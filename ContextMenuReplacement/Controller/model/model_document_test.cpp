@@ -9,8 +9,7 @@ namespace {
 
 rapidjson::Document Json(const std::string& text) {
   rapidjson::Document document;
-  document.Parse(text.c_str(), text.size());
-  EXPECT_FALSE(document.HasParseError()) << text;
+  EXPECT_FALSE(document.Parse(text.c_str()).HasParseError()) << text;
   return document;
 }
 
@@ -45,52 +44,42 @@ std::string Nested(size_t levels) {
   return items;
 }
 
-TEST(ModelDocumentHeader, AppliesTheVersionRules) {
+TEST(ModelDocumentHeader, AppliesTheVersionAndKindRules) {
   DocumentHeader header;
   ASSERT_EQ(ReadDocumentHeader(Json(R"({"document_kind":"overlay"})"), header), L"");
   EXPECT_EQ(header.schemaVersion, 1u);
   EXPECT_FALSE(header.versionDeclared);
   EXPECT_EQ(header.kind, DocumentKind::overlay);
+  EXPECT_EQ(RequireBaselineDocument(header),
+            L"The custom model publisher accepts a baseline document only.");
+  const std::string baseline = R"({"document_kind":"baseline","schema_version":)";
   for (const int version : {1, 2, 3}) {
-    const std::string text =
-        R"({"document_kind":"baseline","schema_version":)" + std::to_string(version) + "}";
-    ASSERT_EQ(ReadDocumentHeader(Json(text), header), L"");
+    ASSERT_EQ(ReadDocumentHeader(Json(baseline + std::to_string(version) + "}"), header), L"");
     EXPECT_EQ(header.schemaVersion, static_cast<uint32_t>(version));
     EXPECT_TRUE(header.versionDeclared);
   }
+  DocumentHeader overlay;
+  overlay.kind = DocumentKind::overlay;
+  EXPECT_EQ(RequireBaselineDocument(header), L"");
+  EXPECT_EQ(RequireMatchingSchemaVersions(header, overlay),
+            L"Baseline and overlay schema versions must match; no automatic conversion is "
+            L"supported.");
+  EXPECT_EQ(MenuStyleOf(header), L"create-organize");
+  overlay.baseId = L"compact";
+  EXPECT_EQ(MenuStyleOf(overlay), L"compact");
 
   DocumentHeader untouched;
   untouched.baseId = L"kept";
-  EXPECT_EQ(
-      ReadDocumentHeader(Json(R"({"document_kind":"baseline","schema_version":4})"), untouched),
-      L"The document's 'schema_version' 4 is newer than this program supports (at most 3).");
+  EXPECT_EQ(ReadDocumentHeader(Json(baseline + "4}"), untouched),
+            L"The document's 'schema_version' 4 is newer than this program supports (at most 3).");
   EXPECT_EQ(untouched.baseId, L"kept");
   for (const char* invalid : {"2.5", "\"2\"", "null"}) {
-    EXPECT_EQ(ReadDocumentHeader(Json(std::string(R"({"document_kind":"baseline",)") +
-                                      R"("schema_version":)" + invalid + "}"),
-                                 header),
+    EXPECT_EQ(ReadDocumentHeader(Json(baseline + invalid + "}"), header),
               L"The document's 'schema_version' is not a whole number.")
         << invalid;
   }
-  EXPECT_NE(ReadDocumentHeader(Json(R"({"document_kind":"baseline","schema_version":0})"), header),
-            L"");
+  EXPECT_NE(ReadDocumentHeader(Json(baseline + "0}"), header), L"");
   EXPECT_NE(ReadDocumentHeader(Json(R"({"schema_version":2})"), header), L"");
-}
-
-TEST(ModelDocumentHeader, PublisherAndStyleRules) {
-  DocumentHeader baseline;
-  DocumentHeader overlay;
-  overlay.kind = DocumentKind::overlay;
-  overlay.schemaVersion = 3;
-  EXPECT_EQ(RequireBaselineDocument(baseline), L"");
-  EXPECT_EQ(RequireBaselineDocument(overlay),
-            L"The custom model publisher accepts a baseline document only.");
-  EXPECT_EQ(RequireMatchingSchemaVersions(baseline, overlay),
-            L"Baseline and overlay schema versions must match; no automatic conversion is "
-            L"supported.");
-  EXPECT_EQ(MenuStyleOf(baseline), L"create-organize");
-  overlay.baseId = L"compact";
-  EXPECT_EQ(MenuStyleOf(overlay), L"compact");
 }
 
 TEST(ModelDocumentLimits, ItemsPerArrayDepthAndNodesPerLayout) {
@@ -113,7 +102,7 @@ TEST(ModelDocumentLimits, ItemsPerArrayDepthAndNodesPerLayout) {
 }
 
 TEST(ModelDocumentNodes, RefusesGrammarViolationsWithTheNodeNamed) {
-  const std::pair<const char*, const wchar_t*> cases[] = {
+  const std::pair<std::string, const wchar_t*> cases[] = {
       {R"([{"type":"command","id":"u","command_id":"user:{00000000-0000-0000-0000-000000000001}",)"
        R"("title":"Edit"}])",
        L"Node 'u' is a user command and needs both 'title' and 'executable'."},
@@ -131,6 +120,9 @@ TEST(ModelDocumentNodes, RefusesGrammarViolationsWithTheNodeNamed) {
        L"Node 'p' names a pin list that is empty, too long, or holds a control character."},
       {R"([{"type":"command","id":"p","command_id":"product:quick-pins",)"
        R"("quick_pins":{"list":"a\tb"}}])",
+       L"Node 'p' names a pin list that is empty, too long, or holds a control character."},
+      {R"([{"type":"command","id":"p","command_id":"product:quick-pins","quick_pins":{"list":")" +
+           std::string(65, 'x') + R"("}}])",
        L"Node 'p' names a pin list that is empty, too long, or holds a control character."},
       {R"([{"type":"icon_band","id":"i","items":[]}])",
        L"Node 'i' is an icon_band and needs at least one item."},
@@ -153,14 +145,13 @@ TEST(ModelDocumentNodes, RefusesGrammarViolationsWithTheNodeNamed) {
 }
 
 TEST(ModelDocumentNodes, ReadsSettingsAndInternalKeys) {
-  const std::string pins64(64, 'x');
   ModelDocument model;
   ASSERT_EQ(
       ParseModelDocument(
           Json(WithItems(
               R"([{"type":"command","id":"p","command_id":"product:quick-pins","_rank":4,)"
               R"("quick_pins":{"list":")" +
-              pins64 +
+              std::string(64, 'x') +
               R"("},"_from":"base","_from_overlay":true},)"
               R"({"type":"command","id":"q","command_id":"product:quick-pins","quick_pins":{}},)"
               R"({"type":"command","id":"u","command_id":"user:{00000000-0000-0000-0000-000000000001}",)"
@@ -176,31 +167,25 @@ TEST(ModelDocumentNodes, ReadsSettingsAndInternalKeys) {
   EXPECT_EQ(items[1].quickPins->list, L"Pins");
   EXPECT_EQ(items[2].arguments, (std::vector<std::wstring>{L"-a", L"b c"}));
   EXPECT_EQ(items[2].order, 2.5);
-
-  EXPECT_EQ(Parse(WithItems(R"([{"type":"command","id":"p","command_id":"product:quick-pins",)"
-                            R"("quick_pins":{"list":")" +
-                            pins64 + R"(x"}}])")),
-            L"Node 'p' names a pin list that is empty, too long, or holds a control character.");
 }
 
 TEST(ModelDocumentLayouts, DuplicatesAndEqualSpecificity) {
-  const std::string layoutA =
-      R"({"id":"a","match":{"family":"file-item","extension":".TXT"},"items":[{"type":"separator","id":"s"}]})";
-  const std::string layoutB =
-      R"({"id":"b","match":{"family":"file-item","extension":".txt"},"items":[{"type":"separator","id":"s"}]})";
-  const std::string abstractB =
-      R"({"id":"b","abstract":true,"match":{"family":"file-item","extension":".txt"},"items":[]})";
-  const std::string multiB =
-      R"({"id":"b","match":{"family":"file-item","extension":".txt","selection":"multi"},"items":[]})";
-  const std::string singleA =
-      R"({"id":"a","match":{"family":"file-item","extension":".txt","selection":"single"},"items":[]})";
+  const auto layout = [](const std::string& id, const std::string& match, const char* extra = "") {
+    return R"({"id":")" + id + R"(",)" + extra + R"("match":{"family":"file-item",)" + match +
+           R"(},"items":[{"type":"separator","id":"s"}]})";
+  };
   const auto doc = [](const std::string& first, const std::string& second) {
     return R"({"document_kind":"baseline","layouts":[)" + first + "," + second + "]}";
   };
-  EXPECT_EQ(Parse(doc(layoutA, layoutB)), L"Layout 'b' has an equal-specificity duplicate match.");
-  EXPECT_EQ(Parse(doc(layoutA, abstractB)), L"");
-  EXPECT_EQ(Parse(doc(singleA, multiB)), L"");
-  EXPECT_EQ(Parse(doc(layoutA, layoutA)), L"Duplicate layout id 'a'.");
+  const std::string a = layout("a", R"("extension":".TXT")");
+  EXPECT_EQ(Parse(doc(a, layout("b", R"("extension":".txt")"))),
+            L"Layout 'b' has an equal-specificity duplicate match.");
+  // An abstract layout claims no context, so its match collides with nothing.
+  EXPECT_EQ(Parse(doc(a, layout("b", R"("extension":".txt")", R"("abstract":true,)"))), L"");
+  EXPECT_EQ(Parse(doc(layout("a", R"("extension":".txt","selection":"single")"),
+                      layout("b", R"("extension":".txt","selection":"multi")"))),
+            L"");
+  EXPECT_EQ(Parse(doc(a, a)), L"Duplicate layout id 'a'.");
 }
 
 TEST(ModelDocumentRules, ExpandsFamiliesAndChecksDuplicatesAndCounts) {
@@ -257,21 +242,14 @@ TEST(ModelDocumentRules, DefinitionsAndPoliciesAreUnique) {
 }
 
 TEST(ModelDocument, NormalisesLegacyIds) {
+  // clang-format off
   const std::pair<const wchar_t*, const wchar_t*> cases[] = {
-      {L"desktop-personalize-group", L"personalize"},
-      {L"desktop-personalize", L"personalize-settings"},
-      {L"desktop-default", L"desktop-default"},
-      {L"recycle-bin-item", L"recycle-bin-item"},
-      {L"desktop-view", L"view"},
-      {L"file-open", L"open"},
-      {L"rbi-restore", L"restore"},
-      {L"fi-open", L"open"},
-      {L"fb-sort", L"sort"},
-      {L"dr-eject", L"eject"},
-      {L"rb-empty", L"empty"},
-      {L"fb:view", L"fb:view"},
-      {L"view", L"view"},
-  };
+      {L"desktop-personalize-group", L"personalize"}, {L"desktop-personalize", L"personalize-settings"},
+      {L"desktop-default", L"desktop-default"}, {L"recycle-bin-item", L"recycle-bin-item"},
+      {L"desktop-view", L"view"}, {L"file-open", L"open"}, {L"rbi-restore", L"restore"},
+      {L"fi-open", L"open"}, {L"fb-sort", L"sort"}, {L"dr-eject", L"eject"},
+      {L"rb-empty", L"empty"}, {L"fb:view", L"fb:view"}, {L"view", L"view"}};
+  // clang-format on
   for (const auto& [legacy, current] : cases) {
     EXPECT_EQ(NormaliseLegacyLayoutId(legacy), current) << legacy;
   }

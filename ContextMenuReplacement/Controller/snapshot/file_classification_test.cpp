@@ -8,48 +8,41 @@
 namespace cmr {
 namespace {
 
-// A registration that records every value name it is asked for.
-struct FakeRegistration {
-  std::map<std::wstring, std::wstring> values;
-  std::vector<std::wstring> asked;
-
-  RegistrationLookup Lookup() {
-    return [this](std::wstring_view name) {
+TEST(FileClassification, CapturedFirstThenRegistryPerceivedTypeThenMimeTypes) {
+  using Names = std::vector<std::wstring>;
+  const struct {
+    const wchar_t* perceived;
+    const wchar_t* mime;
+    std::map<std::wstring, std::wstring> registered;
+    const wchar_t* expected;
+    Names asked;  // the registry is read only for what the capture lacks
+  } cases[] = {
+      {L" Text\r\n", L"audio/mpeg", {{L"PerceivedType", L"image"}}, L"text", {}},
+      {L"",
+       L"application/x-zip-compressed",
+       {{L"PerceivedType", L" Compressed "}, {L"Content Type", L"audio/mpeg"}},
+       L"compressed",
+       {L"PerceivedType"}},
+      {L"  ",
+       L"application/x-zip-compressed",
+       {{L"Content Type", L"audio/mpeg"}},
+       L"application",
+       {L"PerceivedType"}},
+      {L"", L"", {{L"Content Type", L"Audio/MPEG"}}, L"audio", {L"PerceivedType", L"Content Type"}},
+      {L"", L"", {}, L"other", {L"PerceivedType", L"Content Type"}},
+      {L"", L"/x", {}, L"other", {L"PerceivedType"}},
+      {L"", L"text", {}, L"other", {L"PerceivedType"}},
+  };
+  for (const auto& c : cases) {
+    Names asked;
+    const auto lookup = [&](std::wstring_view name) {
       asked.emplace_back(name);
-      const auto found = values.find(std::wstring(name));
-      return found == values.end() ? std::wstring() : found->second;
+      const auto found = c.registered.find(std::wstring(name));
+      return found == c.registered.end() ? std::wstring() : found->second;
     };
+    EXPECT_EQ(ClassifyFile(c.perceived, c.mime, lookup), c.expected) << c.perceived << c.mime;
+    EXPECT_EQ(asked, c.asked) << c.perceived << c.mime;
   }
-};
-
-TEST(FileClassification, CapturedPerceivedTypeAnswersWithoutTheRegistry) {
-  FakeRegistration registration{{{L"PerceivedType", L"image"}}, {}};
-  EXPECT_EQ(ClassifyFile(L" Text\r\n", L"audio/mpeg", registration.Lookup()), L"text");
-  EXPECT_TRUE(registration.asked.empty());
-}
-
-TEST(FileClassification, RegisteredPerceivedTypeBeatsEveryMimeType) {
-  FakeRegistration zip{{{L"PerceivedType", L" Compressed "}, {L"Content Type", L"audio/mpeg"}}, {}};
-  EXPECT_EQ(ClassifyFile(L"", L"application/x-zip-compressed", zip.Lookup()), L"compressed");
-  EXPECT_EQ(zip.asked, std::vector<std::wstring>{L"PerceivedType"});
-}
-
-TEST(FileClassification, MimeTypesCapturedBeforeRegistered) {
-  FakeRegistration registered{{{L"Content Type", L"audio/mpeg"}}, {}};
-  EXPECT_EQ(ClassifyFile(L"  ", L"application/x-zip-compressed", registered.Lookup()),
-            L"application");
-  EXPECT_EQ(registered.asked, std::vector<std::wstring>{L"PerceivedType"});
-
-  FakeRegistration onlyRegistered{{{L"Content Type", L"Audio/MPEG"}}, {}};
-  EXPECT_EQ(ClassifyFile(L"", L"", onlyRegistered.Lookup()), L"audio");
-  EXPECT_EQ(onlyRegistered.asked, (std::vector<std::wstring>{L"PerceivedType", L"Content Type"}));
-}
-
-TEST(FileClassification, UnclassifiedIsOther) {
-  FakeRegistration nothing;
-  EXPECT_EQ(ClassifyFile(L"", L"", nothing.Lookup()), L"other");
-  EXPECT_EQ(ClassifyFile(L"", L"/x", nothing.Lookup()), L"other");
-  EXPECT_EQ(ClassifyFile(L"", L"text", nothing.Lookup()), L"other");
   EXPECT_EQ(NormaliseClassText(L"\t Rich Text \n"), L"rich text");
 }
 

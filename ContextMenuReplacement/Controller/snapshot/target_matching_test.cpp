@@ -9,6 +9,7 @@ namespace {
 
 constexpr uint32_t kDesktop = 0, kFolderBackground = 1, kFolderItem = 2, kNamespace = 4, kFile = 5;
 constexpr uint32_t kAny = 0, kSingle = 2, kMulti = 3;
+constexpr wchar_t kComputer[] = L"namespace:{20d04fe0-3aea-1069-a2d8-08002b30309d}";
 
 MenuTarget Target(std::wstring_view text) {
   MenuTarget target;
@@ -20,15 +21,10 @@ TEST(TargetMatching, ParsesTheTargetGrammar) {
   MenuTarget t = Target(L"desktop");
   EXPECT_EQ(t.family, ContextFamily::desktop);
   EXPECT_EQ(t.selection, SelectionArity::single);
-  t = Target(L"taskbar-clock");
-  EXPECT_EQ(t.family, ContextFamily::taskbarClock);
-  EXPECT_EQ(t.selection, SelectionArity::none);
-  t = Target(L"file:.JPG");
-  EXPECT_EQ(t.family, ContextFamily::fileItem);
-  EXPECT_EQ(t.extension, L".JPG");
-  t = Target(L"class:text");
-  EXPECT_EQ(t.fileClass, L"text");
-  t = Target(L"namespace:{20d04fe0-3aea-1069-a2d8-08002b30309d}:none");
+  EXPECT_EQ(Target(L"taskbar-clock").selection, SelectionArity::none);
+  EXPECT_EQ(Target(L"file:.JPG").extension, L".JPG");
+  EXPECT_EQ(Target(L"class:text").fileClass, L"text");
+  t = Target(std::wstring(kComputer) + L":none");
   EXPECT_EQ(t.family, ContextFamily::namespaceItem);
   EXPECT_EQ(t.namespaceId, L"{20d04fe0-3aea-1069-a2d8-08002b30309d}");
   EXPECT_EQ(t.selection, SelectionArity::none);
@@ -47,7 +43,7 @@ TEST(TargetMatching, ParsesTheTargetGrammar) {
   }
 }
 
-TEST(TargetMatching, SpecificityLadder) {
+TEST(TargetMatching, SpecificityLadderWithCaseInsensitiveTexts) {
   const std::vector<LayoutMatchView> layouts = {
       {kFile, L"", L"", L"", kAny},           // 0: all files, 100
       {kFile, L"", L"", L"text", kAny},       // 1: class, 200
@@ -55,48 +51,40 @@ TEST(TargetMatching, SpecificityLadder) {
       {kNamespace, L"{AB}", L"", L"", kAny},  // 3: namespace, 500
       {kDesktop, L"", L"", L"", kAny},        // 4
   };
-  MenuTarget target = Target(L"file:.TXT");
-  target.fileClass = L"text";
-  MatchResult result = Match(layouts, target);
-  EXPECT_EQ(result.status, MatchStatus::matched);
-  EXPECT_EQ(result.index, 2u);
-  EXPECT_EQ(result.score, 300u);
-
-  result = Match(layouts, Target(L"class:TEXT"));
-  EXPECT_EQ(result.index, 1u);
-  EXPECT_EQ(result.score, 200u);
-
-  result = Match(layouts, Target(L"file:.jpg"));
-  EXPECT_EQ(result.index, 0u);
-  EXPECT_EQ(result.score, 100u);
-
-  result = Match(layouts, Target(L"namespace:{ab}"));
-  EXPECT_EQ(result.index, 3u);
-  EXPECT_EQ(result.score, 500u);
-
-  EXPECT_EQ(Match(layouts, Target(L"desktop")).index, 4u);
+  MenuTarget textFile = Target(L"file:.TXT");
+  textFile.fileClass = L"text";
+  const struct {
+    MenuTarget target;
+    uint32_t index, score;
+  } cases[] = {{textFile, 2, 300},
+               {Target(L"class:TEXT"), 1, 200},
+               {Target(L"file:.jpg"), 0, 100},
+               {Target(L"namespace:{ab}"), 3, 500},
+               {Target(L"desktop"), 4, 100}};
+  for (const auto& c : cases) {
+    const MatchResult result = Match(layouts, c.target);
+    EXPECT_EQ(result.status, MatchStatus::matched) << c.index;
+    EXPECT_EQ(result.index, c.index);
+    EXPECT_EQ(result.score, c.score);
+  }
   EXPECT_EQ(Match(layouts, Target(L"drive")).status, MatchStatus::none);
-}
 
-TEST(TargetMatching, MisplacedOrOverNamedMatchesNeverScore) {
-  const std::vector<LayoutMatchView> layouts = {
-      {kFolderItem, L"", L".txt", L"", kAny},  // extension outside the file family
-      {kFile, L"{ab}", L"", L"", kAny},        // namespace outside its family
-      {kFile, L"", L".txt", L"text", kAny},    // names two of the three
-      {kNamespace, L"", L"", L"", kAny},       // namespace family without an identity
+  // Matches that name a text outside its family, or two texts, never score.
+  const std::vector<LayoutMatchView> misplaced = {
+      {kFolderItem, L"", L".txt", L"", kAny},
+      {kFile, L"{ab}", L"", L"", kAny},
+      {kFile, L"", L".txt", L"text", kAny},
+      {kNamespace, L"", L"", L"", kAny},
   };
-  EXPECT_EQ(Match(layouts, Target(L"folder-item")).status, MatchStatus::none);
-  EXPECT_EQ(Match(layouts, Target(L"file:.txt")).status, MatchStatus::none);
-  EXPECT_EQ(Match(layouts, Target(L"namespace:{ab}")).status, MatchStatus::none);
+  for (const wchar_t* target : {L"folder-item", L"file:.txt", L"namespace:{ab}"}) {
+    EXPECT_EQ(Match(misplaced, Target(target)).status, MatchStatus::none) << target;
+  }
 }
 
 TEST(TargetMatching, TiesAreAmbiguousUnlessOutscored) {
-  std::vector<LayoutMatchView> layouts = {
-      {kFile, L"", L".txt", L"", kAny},
-      {kFile, L"", L".TXT", L"", kAny},
-  };
+  std::vector<LayoutMatchView> layouts = {{kFile, L"", L".txt", L"", kAny},
+                                          {kFile, L"", L".TXT", L"", kAny}};
   EXPECT_EQ(Match(layouts, Target(L"file:.txt")).status, MatchStatus::ambiguous);
-  // A higher score after the tie clears it.
   layouts = {
       {kFile, L"", L"", L"", kAny}, {kFile, L"", L"", L"", kAny}, {kFile, L"", L".txt", L"", kAny}};
   const MatchResult result = Match(layouts, Target(L"file:.txt"));
@@ -107,8 +95,7 @@ TEST(TargetMatching, TiesAreAmbiguousUnlessOutscored) {
 TEST(TargetMatching, SelectionRequirements) {
   const std::vector<LayoutMatchView> multiOnly = {{kNamespace, L"{ab}", L"", L"", kMulti}};
   const std::vector<LayoutMatchView> singleOnly = {{kNamespace, L"{ab}", L"", L"", kSingle}};
-  const std::vector<LayoutMatchView> both = {{kNamespace, L"{ab}", L"", L"", kSingle},
-                                             {kNamespace, L"{ab}", L"", L"", kMulti}};
+  const std::vector<LayoutMatchView> both = {singleOnly[0], multiOnly[0]};
   EXPECT_EQ(Match(multiOnly, Target(L"namespace:{ab}")).status, MatchStatus::none);
   EXPECT_EQ(Match(multiOnly, Target(L"namespace:{ab}:multi")).status, MatchStatus::matched);
   EXPECT_EQ(Match(singleOnly, Target(L"namespace:{ab}:multi")).status, MatchStatus::none);
@@ -117,23 +104,17 @@ TEST(TargetMatching, SelectionRequirements) {
 }
 
 TEST(TargetMatching, NamespaceFallbackOnlyInResolve) {
-  const std::vector<LayoutMatchView> layouts = {
-      {kFolderBackground, L"", L"", L"", kAny},
-      {kFolderItem, L"", L"", L"", kAny},
-  };
-  const MenuTarget item = Target(L"namespace:{20d04fe0-3aea-1069-a2d8-08002b30309d}");
-  const MenuTarget background = Target(L"namespace:{20d04fe0-3aea-1069-a2d8-08002b30309d}:none");
+  std::vector<LayoutMatchView> layouts = {{kFolderBackground, L"", L"", L"", kAny},
+                                          {kFolderItem, L"", L"", L"", kAny}};
+  const MenuTarget item = Target(kComputer);
   EXPECT_EQ(Match(layouts, item).status, MatchStatus::none);
   EXPECT_EQ(Resolve(layouts, item).index, 1u);
-  EXPECT_EQ(Resolve(layouts, background).index, 0u);
+  EXPECT_EQ(Resolve(layouts, Target(std::wstring(kComputer) + L":none")).index, 0u);
   EXPECT_EQ(Resolve(layouts, Target(L"namespace:{x}:multi")).index, 1u);
-
+  EXPECT_EQ(Resolve(layouts, Target(L"drive")).status, MatchStatus::none);  // not a namespace
   // A layout for the exact namespace wins before the fallback is tried.
-  std::vector<LayoutMatchView> exact = layouts;
-  exact.push_back({kNamespace, L"{20D04FE0-3AEA-1069-A2D8-08002B30309D}", L"", L"", kAny});
-  EXPECT_EQ(Resolve(exact, item).index, 2u);
-  // Only namespace items fall back.
-  EXPECT_EQ(Resolve(layouts, Target(L"drive")).status, MatchStatus::none);
+  layouts.push_back({kNamespace, L"{20D04FE0-3AEA-1069-A2D8-08002B30309D}", L"", L"", kAny});
+  EXPECT_EQ(Resolve(layouts, item).index, 2u);
 }
 
 }  // namespace

@@ -3,8 +3,6 @@
 
 #include <gtest/gtest.h>
 #include <rapidjson/document.h>
-#include <rapidjson/stringbuffer.h>
-#include <rapidjson/writer.h>
 
 #include <cstring>
 #include <regex>
@@ -17,11 +15,17 @@
 namespace cmr::e2e {
 namespace {
 
-std::wstring SchemaPath() { return InstallFolder() + L"\\Schema\\custom-menu.schema.json"; }
+using namespace std::string_literals;
+
+std::wstring SchemaPath() {
+  return InstallFolder() + L"\\Schema\\custom-menu.schema.json";
+}
 std::wstring BaselinePath() {
   return InstallFolder() + L"\\Content\\Menus\\create-organize.baseline.json";
 }
-std::wstring Published(const std::wstring& name) { return JoinPath(PublishedFolder(), name); }
+std::wstring Published(const std::wstring& name) {
+  return JoinPath(PublishedFolder(), name);
+}
 std::wstring SnapshotName(uint32_t version) {
   return L"custom-model-snapshot-" + std::to_wstring(version) + L".bin";
 }
@@ -77,22 +81,27 @@ size_t CountJsonNodes(const rapidjson::Value& items) {
   return count;
 }
 
-TEST(CustomModelE2e, EffectiveBeforeAnyPublication) {
+TEST(CustomModelE2e, EveryShippedTargetBeforeAndAfterPublication) {
   ResetUserData();
+  const RunResult validate =
+      RunController({L"custom-model", L"validate", SchemaPath(), BaselinePath()});
+  static const std::regex valid(
+      "Valid\\. 9 layout\\(s\\), [0-9]+ node\\(s\\)\\. Nothing was published\\.\n");
+  EXPECT_TRUE(std::regex_match(validate.output, valid)) << validate.output;
+  EXPECT_EQ(validate.exitCode, 0u);
+  EXPECT_FALSE(FileExists(Published(L"custom-model-control.bin")));
+  EXPECT_FALSE(FileExists(Published(SnapshotName(1))));
   for (const ShippedTarget& shipped : kShipped) {
-    const RunResult json =
-        RunController({L"custom-model", L"effective", shipped.target, L"--json"});
-    EXPECT_EQ(json.output, kNothingPublished);
-    EXPECT_EQ(json.exitCode, 1u);
+    for (const RunResult& run :
+         {RunController({L"custom-model", L"effective", shipped.target}),
+          RunController({L"custom-model", L"effective", shipped.target, L"--json"})}) {
+      EXPECT_EQ(run.output, kNothingPublished);
+      EXPECT_EQ(run.exitCode, 1u);
+    }
   }
-  EXPECT_EQ(RunController({L"custom-model", L"effective", L"desktop"}).output, kNothingPublished);
-}
 
-TEST(CustomModelE2e, EveryShippedTargetAfterPublication) {
-  ResetUserData();
   ASSERT_EQ(PublishShipped(), 1u);
   EXPECT_EQ(ReadBytes(Published(L"custom-model-control.bin")), ControlRecord(1));
-
   static const std::regex line(
       "  (  )*- (\\(separator\\)|\\[[^\\]]+\\] (command \\S*|\\(.*\\)|.+ >))");
   for (const ShippedTarget& shipped : kShipped) {
@@ -124,17 +133,14 @@ TEST(CustomModelE2e, EveryShippedTargetAfterPublication) {
     ASSERT_TRUE(parsed["tree"].IsArray());
     EXPECT_EQ(CountJsonNodes(parsed["tree"]), lines) << target;
   }
-}
 
-TEST(CustomModelE2e, NamespaceTargetsGetTheRawScan) {
-  ResetUserData();
-  ASSERT_EQ(PublishShipped(), 1u);
-  const std::wstring target = L"namespace:{20d04fe0-3aea-1069-a2d8-08002b30309d}";
-  RunResult run = RunController({L"custom-model", L"effective", target});
-  EXPECT_EQ(run.output, "No layout matches target '" + ToUtf8(target) + "'.\n");
+  // The shipped model has no namespace layouts, and the verb reports the raw scan.
+  const std::wstring computer = L"namespace:{20d04fe0-3aea-1069-a2d8-08002b30309d}";
+  RunResult run = RunController({L"custom-model", L"effective", computer});
+  EXPECT_EQ(run.output, "No layout matches target '" + ToUtf8(computer) + "'.\n");
   EXPECT_EQ(run.exitCode, 0u);
-  run = RunController({L"custom-model", L"effective", target + L":none", L"--json"});
-  EXPECT_EQ(run.output, "{\"target\":\"" + ToUtf8(target) + ":none\",\"matched\":false}\n");
+  run = RunController({L"custom-model", L"effective", computer + L":none", L"--json"});
+  EXPECT_EQ(run.output, "{\"target\":\"" + ToUtf8(computer) + ":none\",\"matched\":false}\n");
 }
 
 TEST(CustomModelE2e, RepublishingMovesForwardAndKeepsTwoSnapshots) {
@@ -159,57 +165,67 @@ TEST(CustomModelE2e, RepublishingMovesForwardAndKeepsTwoSnapshots) {
   EXPECT_EQ(third, second);
 }
 
-TEST(CustomModelE2e, ValidateWritesNothing) {
-  ResetUserData();
-  const RunResult run = RunController({L"custom-model", L"validate", SchemaPath(), BaselinePath()});
-  static const std::regex valid(
-      "Valid\\. 9 layout\\(s\\), [0-9]+ node\\(s\\)\\. Nothing was published\\.\n");
-  EXPECT_TRUE(std::regex_match(run.output, valid)) << run.output;
-  EXPECT_EQ(run.exitCode, 0u);
-  EXPECT_FALSE(FileExists(Published(L"custom-model-control.bin")));
-  EXPECT_FALSE(FileExists(Published(SnapshotName(1))));
+// Eight file-item layouts of 4,100 rows each compile to an image past 4 MiB.
+std::string OversizedBaseline() {
+  const auto n = [](int value) { return std::to_string(value); };
+  std::string text =
+      R"({"document_kind":"baseline","schema_version":2,"baseline_version":"big","layouts":[)";
+  for (int layout = 0; layout < 8; ++layout) {
+    text += (layout ? R"(,{"id":"big-)" : R"({"id":"big-)") + n(layout) +
+            R"(","match":{"family":"file-item","extension":".big)" + n(layout) + R"("},"items":[)";
+    for (int menu = 0; menu < 100; ++menu) {
+      text += (menu ? "," : "") + R"({"type":"submenu","id":"m)"s + n(menu) + R"(","items":[)";
+      for (int command = 0; command < 40; ++command) {
+        const std::string id = n(menu) + "-" + n(command);
+        text += (command ? "," : "") + R"({"type":"command","id":"c)"s + id +
+                R"(","command_id":"windows:c)" + id + R"("})";
+      }
+      text += "]}";
+    }
+    text += "]}";
+  }
+  return text + "]}";
 }
 
-TEST(CustomModelE2e, InvalidBaselineIsNeverPublished) {
+TEST(CustomModelE2e, InvalidOrOversizedBaselineIsNeverPublished) {
   ResetUserData();
   ASSERT_EQ(PublishShipped(), 1u);
   const std::string control = ReadBytes(Published(L"custom-model-control.bin"));
   const std::wstring scratch = ScratchFolder(L"custom-model-invalid");
+  const auto publish = [&](const char* name, const std::string& bytes, bool json = false) {
+    WriteBytes(scratch + L"\\" + FromUtf8(name), bytes);
+    std::vector<std::wstring> args = {L"custom-model", L"publish", SchemaPath(),
+                                      scratch + L"\\" + FromUtf8(name)};
+    if (json) args.push_back(L"--json");
+    return RunController(args);
+  };
 
   // Two layouts with one id: a refusal whatever else the document gets right.
-  rapidjson::Document document;
-  ASSERT_FALSE(document.Parse(ReadBytes(BaselinePath()).c_str()).HasParseError());
-  rapidjson::Value& layouts = document["layouts"];
-  rapidjson::SizeType concrete = 0;
-  while (concrete < layouts.Size() && layouts[concrete].HasMember("abstract")) ++concrete;
-  ASSERT_LT(concrete, layouts.Size());
-  rapidjson::Value copy(layouts[concrete], document.GetAllocator());
-  layouts.PushBack(copy, document.GetAllocator());
-  rapidjson::StringBuffer buffer;
-  rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
-  document.Accept(writer);
-  const std::string baseline(buffer.GetString(), buffer.GetSize());
-  const std::wstring duplicated = scratch + L"\\duplicate.json";
-  WriteBytes(duplicated, baseline);
-  RunResult run = RunController({L"custom-model", L"publish", SchemaPath(), duplicated});
+  const std::string layout =
+      R"({"id":"d","match":{"family":"drive"},"items":[{"type":"separator","id":"s"}]})";
+  RunResult run = publish("duplicate.json", R"({"document_kind":"baseline","schema_version":2,)"
+                                            R"("layouts":[)" +
+                                                layout + "," + layout + "]}");
+  EXPECT_EQ(run.output, std::string("  error:   Duplicate layout id 'd'.\n") + kStillInEffect);
   EXPECT_EQ(run.exitCode, 1u);
-  EXPECT_EQ(run.output.substr(0, 11), "  error:   ") << run.output;
-  EXPECT_EQ(run.output.substr(run.output.size() - std::strlen(kStillInEffect)), kStillInEffect);
-
-  const std::wstring broken = scratch + L"\\broken.json";
-  WriteBytes(broken, "{\"document_kind\": \"baseline\",");
-  run = RunController({L"custom-model", L"publish", SchemaPath(), broken});
+  run = publish("big.json", OversizedBaseline());
+  EXPECT_EQ(run.output,
+            std::string("  error:   The custom model snapshot exceeded its size limit.\n") +
+                kStillInEffect);
+  EXPECT_EQ(run.exitCode, 1u);
+  const std::string broken = "{\"document_kind\": \"baseline\",";
+  run = publish("broken.json", broken);
   EXPECT_EQ(run.output,
             std::string("  error:   The schema or baseline is not valid JSON.\n") + kStillInEffect);
+  run = publish("broken.json", broken, true);
+  EXPECT_EQ(run.output,
+            "{\"published\":false,\"version\":0,\"layoutCount\":0,\"nodeCount\":0,\"errors\":"
+            "[\"The schema or baseline is not valid JSON.\"]}\n");
   run = RunController({L"custom-model", L"publish", SchemaPath(), scratch + L"\\missing.json"});
   EXPECT_EQ(run.output, std::string("ERROR: The schema or baseline file could not be read.\n") +
                             kStillInEffect);
   EXPECT_EQ(run.exitCode, 1u);
-  run = RunController({L"custom-model", L"publish", SchemaPath(), broken, L"--json"});
-  EXPECT_EQ(run.output,
-            "{\"published\":false,\"version\":0,\"layoutCount\":0,\"nodeCount\":0,\"errors\":"
-            "[\"The schema or baseline is not valid JSON.\"]}\n");
-  run = RunController({L"custom-model", L"validate", SchemaPath(), broken});
+  run = RunController({L"custom-model", L"validate", SchemaPath(), scratch + L"\\broken.json"});
   EXPECT_EQ(
       run.output,
       "  error:   The schema or baseline is not valid JSON.\nNot valid; nothing was published.\n");
@@ -219,45 +235,6 @@ TEST(CustomModelE2e, InvalidBaselineIsNeverPublished) {
   EXPECT_FALSE(FileExists(Published(SnapshotName(2))));
   EXPECT_EQ(RunController({L"custom-model", L"effective", L"desktop"}).output.substr(0, 33),
             "Layout 'desktop-default' for targ");
-}
-
-// Eight file-item layouts of 4,100 rows each compile to an image past 4 MiB.
-std::string OversizedBaseline() {
-  std::string text =
-      "{\"document_kind\":\"baseline\",\"schema_version\":2,\"baseline_version\":\"big\","
-      "\"layouts\":[";
-  for (int layout = 0; layout < 8; ++layout) {
-    text += (layout ? "," : "") + std::string("{\"id\":\"big-") + std::to_string(layout) +
-            "\",\"match\":{\"family\":\"file-item\",\"extension\":\".big" + std::to_string(layout) +
-            "\"},\"items\":[";
-    for (int menu = 0; menu < 100; ++menu) {
-      text += (menu ? "," : "") + std::string("{\"type\":\"submenu\",\"id\":\"m") +
-              std::to_string(menu) + "\",\"items\":[";
-      for (int command = 0; command < 40; ++command) {
-        const std::string id = std::to_string(menu) + "-" + std::to_string(command);
-        text += (command ? "," : "") + std::string("{\"type\":\"command\",\"id\":\"c") + id +
-                "\",\"command_id\":\"windows:c" + id + "\"}";
-      }
-      text += "]}";
-    }
-    text += "]}";
-  }
-  return text + "]}";
-}
-
-TEST(CustomModelE2e, OversizedModelIsNeverPublished) {
-  ResetUserData();
-  ASSERT_EQ(PublishShipped(), 1u);
-  const std::string control = ReadBytes(Published(L"custom-model-control.bin"));
-  const std::wstring big = ScratchFolder(L"custom-model-oversized") + L"\\big.json";
-  WriteBytes(big, OversizedBaseline());
-  const RunResult run = RunController({L"custom-model", L"publish", SchemaPath(), big});
-  EXPECT_EQ(run.output,
-            std::string("  error:   The custom model snapshot exceeded its size limit.\n") +
-                kStillInEffect);
-  EXPECT_EQ(run.exitCode, 1u);
-  EXPECT_EQ(ReadBytes(Published(L"custom-model-control.bin")), control);
-  EXPECT_FALSE(FileExists(Published(SnapshotName(2))));
 }
 
 TEST(CustomModelE2e, UnreadableSnapshotIsReported) {
