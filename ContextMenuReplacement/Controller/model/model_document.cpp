@@ -405,8 +405,7 @@ class DocumentParser {
 
 }  // namespace
 
-std::wstring ValidateAgainstSchema(const rapidjson::Document& schema, const Value& document,
-                                   DocumentKind which) {
+std::wstring SchemaViolation(const rapidjson::Document& schema, const Value& document) {
   const rapidjson::SchemaDocument schemaDocument(schema);
   rapidjson::SchemaValidator validator(schemaDocument);
   if (document.Accept(validator)) return {};
@@ -415,8 +414,14 @@ std::wstring ValidateAgainstSchema(const rapidjson::Document& schema, const Valu
   const std::wstring schemaPointer = PointerText(validator.GetInvalidSchemaPointer());
   const std::wstring documentPointer = PointerText(validator.GetInvalidDocumentPointer());
   // For "additionalProperties" the document location ends with the refused key itself.
-  const std::wstring detail = fmt::format(L"the '{}' rule at schema location '{}' rejects '{}'.",
-                                          keyword, schemaPointer, documentPointer);
+  return fmt::format(L"the '{}' rule at schema location '{}' rejects '{}'.", keyword, schemaPointer,
+                     documentPointer);
+}
+
+std::wstring ValidateAgainstSchema(const rapidjson::Document& schema, const Value& document,
+                                   DocumentKind which) {
+  const std::wstring detail = SchemaViolation(schema, document);
+  if (detail.empty()) return {};
   const std::wstring_view subject = which == DocumentKind::baseline ? L"baseline" : L"overlay";
   return fmt::format(L"The {} does not satisfy custom-menu.schema.json: {}", subject, detail);
 }

@@ -42,6 +42,10 @@ inline constexpr std::wstring_view kDefaultMenuStyle = L"create-organize";
 [[nodiscard]] std::wstring ValidateAgainstSchema(const rapidjson::Document& schema,
                                                  const rapidjson::Value& document,
                                                  DocumentKind which);
+// The detail alone ("the '...' rule at schema location '...' rejects '...'."), or "" when the
+// document is valid.
+[[nodiscard]] std::wstring SchemaViolation(const rapidjson::Document& schema,
+                                           const rapidjson::Value& document);
 
 // The header keys of a document, read before anything else.
 struct DocumentHeader {

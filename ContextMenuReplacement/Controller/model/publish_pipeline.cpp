@@ -2,6 +2,8 @@
 
 #include <fmt/xchar.h>
 
+#include <cwctype>
+
 #include "cli/log.h"
 #include "common/file_io.h"
 #include "common/json_text.h"
@@ -44,9 +46,14 @@ ModelPipelineResult CompileBaseline(const std::wstring& schemaPath,
   if (std::wstring error = RequireBaselineDocument(header); !error.empty()) {
     return Refused(std::move(error), false);
   }
-  if (std::wstring error = ValidateAgainstSchema(schema, baseline, DocumentKind::baseline);
-      !error.empty()) {
-    return Refused(std::move(error), false);
+  // The shipped baseline's refusal is the one fixed sentence its callers know; the validator's
+  // finding follows it so that whoever edited the file can see where it went wrong.
+  if (std::wstring detail = SchemaViolation(schema, baseline); !detail.empty()) {
+    ModelPipelineResult result =
+        Refused(L"The baseline does not satisfy custom-menu.schema.json.", false);
+    detail[0] = static_cast<wchar_t>(std::towupper(detail[0]));
+    result.errors.push_back(std::move(detail));
+    return result;
   }
   if (std::wstring error = FlattenLayouts(baseline); !error.empty()) {
     return Refused(std::move(error), false);
