@@ -4,6 +4,8 @@
 
 #include "common/json_text.h"
 
+// The starter document is published and decoded end to end in config_verbs_e2e_test.cpp.
+
 namespace cmr {
 namespace {
 
@@ -45,77 +47,55 @@ TEST(MenuDocument, BypassGrammar) {
   EXPECT_EQ(bad.config.bypassMask, 6u);
   EXPECT_EQ(bad.errors, MessageList{L"'nativeMenuBypass' value 'Ctrl+Win' is not understood. Use "
                                     L"Ctrl, Shift, Alt or None, combined with '+'."});
-  EXPECT_EQ(Parse(R"({"nativeMenuBypass":7,"profiles":[]})").errors,
-            MessageList{L"'nativeMenuBypass' must be a string such as \"Ctrl+Shift\"."});
 }
 
-TEST(MenuDocument, OpacityAcceptsOnlyWholeNumbersUpTo100) {
-  EXPECT_EQ(Parse(R"({"backgroundOpacityPercent":100,"profiles":[]})").config.opacityPercent, 100u);
-  for (const char* value : {"100.0", "-1", "101", "\"50\""}) {
-    const Parsed p =
-        Parse(std::string(R"({"backgroundOpacityPercent":)") + value + R"(,"profiles":[]})");
-    EXPECT_FALSE(p.ok) << value;
-    EXPECT_EQ(p.errors,
-              MessageList{L"'backgroundOpacityPercent' must be a whole number from 0 to 100."});
-    EXPECT_EQ(p.config.opacityPercent, 78u);
+TEST(MenuDocument, TopLevelMessages) {
+  const MessageList opacity{L"'backgroundOpacityPercent' must be a whole number from 0 to 100."};
+  const struct {
+    std::string json;
+    MessageList errors;
+  } cases[] = {
+      {"[]", {L"The top level of the file must be a JSON object."}},
+      {R"({"enabled":"yes","profiles":{}})",
+       {L"'enabled' must be true or false.", L"'profiles' is required and must be an array."}},
+      {R"({"nativeMenuBypass":7,"profiles":[]})",
+       {L"'nativeMenuBypass' must be a string such as \"Ctrl+Shift\"."}},
+      {R"({"backgroundOpacityPercent":100.0,"profiles":[]})", opacity},
+      {R"({"backgroundOpacityPercent":-1,"profiles":[]})", opacity},
+      {R"({"backgroundOpacityPercent":101,"profiles":[]})", opacity},
+      {R"({"backgroundOpacityPercent":"50","profiles":[]})", opacity},
+  };
+  for (const auto& c : cases) {
+    const Parsed p = Parse(c.json);
+    EXPECT_FALSE(p.ok) << c.json;
+    EXPECT_EQ(p.errors, c.errors) << c.json;
+    EXPECT_EQ(p.config.opacityPercent, 78u) << c.json;
   }
-}
-
-TEST(MenuDocument, FatalShapesStopAtOnce) {
-  EXPECT_EQ(Parse("[]").errors, MessageList{L"The top level of the file must be a JSON object."});
-  const Parsed p = Parse(R"({"enabled":"yes","profiles":{}})");
-  EXPECT_EQ(p.errors, (MessageList{L"'enabled' must be true or false.",
-                                   L"'profiles' is required and must be an array."}));
+  EXPECT_EQ(Parse(R"({"backgroundOpacityPercent":100,"profiles":[]})").config.opacityPercent, 100u);
 }
 
 TEST(MenuDocument, UnknownContextsAreSkippedWithWarnings) {
+  const std::wstring use =
+      L"which is not a known context, and was skipped. Use desktop-background, "
+      L"folder-background, folder-item or other-item.";
   const Parsed p = Parse(R"({"profiles":[
       {"match":{"context":["desktop","other-item"]},"items":[{"type":"separator"}]},
       {"match":{"context":["nowhere"]},"items":[{"type":"separator"}]},
       {"match":{"context":[3]},"items":[]},
       {"match":{}},
       7]})");
-  EXPECT_EQ(
-      p.warnings,
-      (MessageList{L"profiles[0].match.context[0] is 'desktop', which is not a known context, "
-                   L"and was skipped. Use desktop-background, folder-background, folder-item "
-                   L"or other-item.",
-                   L"profiles[1].match.context[0] is 'nowhere', which is not a known context, "
-                   L"and was skipped. Use desktop-background, folder-background, folder-item "
-                   L"or other-item.",
-                   L"profiles[1] matches no known context (all entries were unrecognized), so "
-                   L"it was skipped.",
-                   L"profiles[2] matches no known context (all entries were unrecognized), so "
-                   L"it was skipped."}));
+  EXPECT_EQ(p.warnings,
+            (MessageList{L"profiles[0].match.context[0] is 'desktop', " + use,
+                         L"profiles[1].match.context[0] is 'nowhere', " + use,
+                         L"profiles[1] matches no known context (all entries were unrecognized), "
+                         L"so it was skipped.",
+                         L"profiles[2] matches no known context (all entries were unrecognized), "
+                         L"so it was skipped."}));
   EXPECT_EQ(p.errors, (MessageList{L"profiles[2].match.context[0] must be a string.",
                                    L"profiles[3] needs a 'match' object with a 'context' array.",
                                    L"profiles[4] must be an object."}));
   ASSERT_EQ(p.config.profiles.size(), 1u);
   EXPECT_EQ(p.config.profiles[0].contextMask, 0x10u);
-}
-
-TEST(MenuDocument, ModernCommandMustBeABracedClsid) {
-  const Parsed good = ParseItems(
-      R"({"source":"modern"},{"source":"modern","command":"{A2877438-9A16-4629-912A-1223B4E3B025}"})");
-  ASSERT_TRUE(good.ok);
-  ASSERT_EQ(good.config.items.size(), 2u);
-  EXPECT_EQ(good.config.items[0].command, (std::array<unsigned char, 16>{}));
-  // GUID fields are little-endian in memory: Data1 A2877438 is stored as 38 74 87 A2.
-  const std::array<unsigned char, 16> expected = {0x38, 0x74, 0x87, 0xA2, 0x16, 0x9A, 0x29, 0x46,
-                                                  0x91, 0x2A, 0x12, 0x23, 0xB4, 0xE3, 0xB0, 0x25};
-  EXPECT_EQ(good.config.items[1].command, expected);
-
-  const Parsed bad =
-      ParseItems(R"({"source":"modern","command":"A2877438-9A16-4629-912A-1223B4E3B025"})");
-  EXPECT_EQ(bad.errors,
-            MessageList{L"profiles[0].items[0]: 'command' must be a CLSID in braces, for example "
-                        L"\"{A2877438-9A16-4629-912A-1223B4E3B025}\". Got "
-                        L"'A2877438-9A16-4629-912A-1223B4E3B025'."});
-  EXPECT_EQ(bad.warnings, MessageList{L"profiles[0] has no usable items, so its contexts will "
-                                      L"show an empty menu."});
-  // Still recorded, with no items: those contexts show an empty menu on purpose.
-  ASSERT_EQ(bad.config.profiles.size(), 1u);
-  EXPECT_EQ(bad.config.profiles[0].itemCount, 0u);
 }
 
 std::string UserItem(int arguments) {
@@ -124,25 +104,31 @@ std::string UserItem(int arguments) {
   return R"({"source":"user","title":"T","executable":"x.exe","arguments":[)" + list + "]}";
 }
 
-TEST(MenuDocument, UserCommandArgumentLimit) {
-  const Parsed ok32 = ParseItems(UserItem(32));
-  EXPECT_TRUE(ok32.ok);
-  EXPECT_EQ(ok32.config.arguments.size(), 32u);
-  EXPECT_EQ(ok32.config.userCommandCount, 1u);
-  const Parsed bad33 = ParseItems(UserItem(33));
-  EXPECT_EQ(bad33.errors,
-            MessageList{L"profiles[0].items[0]: 33 arguments exceeds the limit of 32."});
-  EXPECT_EQ(bad33.config.userCommandCount, 0u);
+TEST(MenuDocument, ItemsAtTheirLimits) {
+  const Parsed p = ParseItems(
+      UserItem(32) +
+      R"(,{"source":"modern"},{"source":"modern","command":"{A2877438-9A16-4629-912A-1223B4E3B025}"})");
+  ASSERT_TRUE(p.ok);
+  EXPECT_EQ(p.config.arguments.size(), 32u);
+  EXPECT_EQ(p.config.userCommandCount, 1u);
+  ASSERT_EQ(p.config.items.size(), 3u);
+  EXPECT_EQ(p.config.items[1].command, (std::array<unsigned char, 16>{}));
+  // GUID fields are little-endian in memory: Data1 A2877438 is stored as 38 74 87 A2.
+  const std::array<unsigned char, 16> expected = {0x38, 0x74, 0x87, 0xA2, 0x16, 0x9A, 0x29, 0x46,
+                                                  0x91, 0x2A, 0x12, 0x23, 0xB4, 0xE3, 0xB0, 0x25};
+  EXPECT_EQ(p.config.items[2].command, expected);
 }
 
 TEST(MenuDocument, ItemMessagesInOrder) {
   const Parsed p =
-      ParseItems(R"({"source":"user","arguments":"x"},)"
-                 R"({"source":"user","title":"","executable":"e","arguments":["ok",1]},)"
-                 R"({"source":"shell"},)"
-                 R"({"source":"classic","include":"Open*"},)"
-                 R"("separator",)"
-                 R"({"type":"separator","source":"bogus"})");
+      Parse(R"({"profiles":[{"match":{"context":["folder-item"]},"items":[)"
+            R"({"source":"user","arguments":"x"},)"
+            R"({"source":"user","title":"","executable":"e","arguments":["ok",1]},)"
+            R"({"source":"shell"},{"source":"classic","include":"Open*"},"separator",)"
+            R"({"type":"separator","source":"bogus"},)" +
+            UserItem(33) +
+            R"(]},{"match":{"context":["other-item"]},"items":[)"
+            R"({"source":"modern","command":"A2877438-9A16-4629-912A-1223B4E3B025"}]}]})");
   EXPECT_EQ(p.errors,
             (MessageList{
                 L"profiles[0].items[0]: 'arguments' must be an array of strings. Each argument is "
@@ -153,31 +139,24 @@ TEST(MenuDocument, ItemMessagesInOrder) {
                 L"profiles[0].items[1]: a user command needs a non-empty 'title'.",
                 L"profiles[0].items[2]: 'source' must be classic, modern or user, or the item "
                 L"must have \"type\": \"separator\".",
-                L"profiles[0].items[4] must be an object."}));
+                L"profiles[0].items[4] must be an object.",
+                L"profiles[0].items[6]: 33 arguments exceeds the limit of 32.",
+                L"profiles[1].items[0]: 'command' must be a CLSID in braces, for example "
+                L"\"{A2877438-9A16-4629-912A-1223B4E3B025}\". Got "
+                L"'A2877438-9A16-4629-912A-1223B4E3B025'."}));
   EXPECT_EQ(p.warnings,
-            MessageList{L"profiles[0].items[3]: only \"include\": \"*\" is supported for the "
-                        L"classic source; the whole captured menu will be shown."});
+            (MessageList{L"profiles[0].items[3]: only \"include\": \"*\" is supported for the "
+                         L"classic source; the whole captured menu will be shown.",
+                         L"profiles[1] has no usable items, so its contexts will show an empty "
+                         L"menu."}));
   ASSERT_EQ(p.config.items.size(), 2u);
   EXPECT_EQ(p.config.items[0].source, ItemSource::classic);
   EXPECT_EQ(p.config.items[1].source, ItemSource::separator);
-  EXPECT_EQ(p.config.profiles[0].itemCount, 2u);
-}
-
-TEST(MenuDocument, StarterDocumentParsesToTheDescribedMenu) {
-  const std::string_view text = StarterDocumentText();
-  EXPECT_EQ(text.size(), 1629u);
-  EXPECT_EQ(text.substr(0, 43), "// Brenlowpack - replacement context menu.\n");
-  const Parsed p = Parse(text);
-  ASSERT_TRUE(p.ok);
-  EXPECT_TRUE(p.warnings.empty());
+  EXPECT_EQ(p.config.userCommandCount, 0u);
+  // A profile without usable items is still recorded: its contexts show an empty menu on purpose.
   ASSERT_EQ(p.config.profiles.size(), 2u);
-  EXPECT_EQ(p.config.profiles[0].contextMask, 0x0Eu);
-  EXPECT_EQ(p.config.profiles[1].contextMask, 0x10u);
-  EXPECT_EQ(p.config.profiles[1].firstItem, 5u);
-  EXPECT_EQ(p.config.items.size(), 8u);
-  EXPECT_EQ(p.config.arguments.size(), 4u);
-  EXPECT_EQ(p.config.userCommandCount, 1u);
-  EXPECT_EQ(p.config.bypassMask, 6u);
+  EXPECT_EQ(p.config.profiles[0].itemCount, 2u);
+  EXPECT_EQ(p.config.profiles[1].itemCount, 0u);
 }
 
 }  // namespace

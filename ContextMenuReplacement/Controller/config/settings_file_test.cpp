@@ -6,6 +6,9 @@
 #include "common/file_io.h"
 #include "common/json_text.h"
 
+// The values a settings file sets, and its own defaults, are decoded from the published control.bin
+// in config_verbs_e2e_test.cpp.
+
 namespace cmr {
 namespace {
 
@@ -53,39 +56,6 @@ TEST(SettingsFile, RangedNumbersStopTheReadAtTheFirstFailure) {
                    L"'appearance.menuMaximumWidthDip' must be a whole number from 0 to 1200."}));
 }
 
-TEST(SettingsFile, DefaultsAndValues) {
-  const Read defaults = Globals(SettingsText(""));
-  ASSERT_TRUE(defaults.ok && defaults.errors.empty());
-  EXPECT_TRUE(defaults.config.enabled);
-  EXPECT_EQ(defaults.config.appearance.menuVerticalPaddingDip, 3u);
-  EXPECT_EQ(defaults.config.appearance.itemHorizontalMarginDip, 8u);
-  EXPECT_EQ(defaults.config.appearance.itemVerticalMarginDip, 7u);
-
-  const Read r = Globals(SettingsText(
-      R"("general.nativeMenuBypass":"alt","appearance.backgroundOpacityPercent":40,)"
-      R"("appearance.fontWeight":"Semibold","appearance.backgroundMode":"dark",)"
-      R"("appearance.backgroundImageFill":"tile","appearance.snapshotBlurEnabled":false,)"
-      R"("appearance.customHeaderColor":"#1e1e1e","appearance.customHotkeyColor":"#0A0B0C")"));
-  ASSERT_TRUE(r.errors.empty());
-  EXPECT_EQ(r.config.bypassMask, 1u);
-  EXPECT_EQ(r.config.opacityPercent, 40u);
-  EXPECT_EQ(r.config.appearance.fontWeight, 600u);
-  EXPECT_EQ(r.config.appearance.backgroundMode, 2u);
-  EXPECT_EQ(r.config.appearance.backgroundImageFill, 2u);
-  EXPECT_FALSE(r.config.appearance.snapshotBlurEnabled);
-  EXPECT_EQ(r.config.appearance.customHeaderColor, 0x1E1E1Eu);
-  // COLORREF: red in the low byte.
-  EXPECT_EQ(r.config.appearance.customHotkeyColor, 0x0C0B0Au);
-}
-
-TEST(SettingsFile, StatusDecidesEnabled) {
-  for (const char* status : {R"("status":"Enabled",)", R"("status":true,)", ""}) {
-    const std::string text = std::string(R"({"apps":[{"app_id":"context-menu-replacement",)") +
-                             status + R"("settings":{}}]})";
-    EXPECT_FALSE(Globals(text).config.enabled) << status;
-  }
-}
-
 TEST(SettingsFile, ColoursNamesAndWordsAreCheckedExactly) {
   const Read r = Globals(SettingsText(
       R"("appearance.customHeaderColor":"#1E1E1","appearance.customHotkeyColor":"1E1E1E",)"
@@ -107,58 +77,58 @@ TEST(SettingsFile, ColoursNamesAndWordsAreCheckedExactly) {
   EXPECT_EQ(name31.config.appearance.fontFamily, L"ABCDEFGHIJKLMNOPQRSTUVWXYZ01234");
 }
 
-TEST(SettingsFile, TaskbarOptOutMask) {
+TEST(SettingsFile, StatusAndTaskbarEntries) {
+  for (const char* status : {R"("status":"Enabled",)", R"("status":true,)", ""}) {
+    const std::string text = std::string(R"({"apps":[{"app_id":"context-menu-replacement",)") +
+                             status + R"("settings":{}}]})";
+    EXPECT_FALSE(Globals(text).config.enabled) << status;
+  }
   const Read r = Globals(
       SettingsText(R"("taskbar.replaceBackgroundMenu":false,"taskbar.replaceClockMenu":true,)"
-                   R"("taskbar.replaceAppMenu":false,"taskbar.replaceStartMenu":"no")",
-                   R"({"app_id":"window-organizer","status":"disabled"},)"));
+                   R"("taskbar.replaceAppMenu":false,"taskbar.replaceStartMenu":"no")"));
   EXPECT_EQ(r.errors, MessageList{L"'taskbar.replaceStartMenu' must be true or false."});
-  EXPECT_EQ(r.config.appearance.surfaceOptOutMask, 0x01u | 0x10u | 0x20u);
+  EXPECT_EQ(r.config.appearance.surfaceOptOutMask, 0x01u | 0x10u);
   EXPECT_EQ(Globals(SettingsText("", R"({"app_id":"window-organizer","status":"Disabled"},)"))
                 .config.appearance.surfaceOptOutMask,
             0u);
 }
 
-TEST(SettingsFile, EntryLookupMessages) {
-  EXPECT_EQ(Globals(R"({"apps":{}})").errors,
-            MessageList{L"The settings file has no 'apps' array."});
-  EXPECT_EQ(Globals(R"({"apps":[{"app_id":"other"}]})").errors,
-            MessageList{L"No 'context-menu-replacement' entry in the settings file. It is added "
-                        L"by settings migration; open the Settings app once to create it."});
-  EXPECT_EQ(Globals(R"({"apps":[{"app_id":"context-menu-replacement","settings":[]}]})").errors,
-            MessageList{L"The 'context-menu-replacement' entry has no settings object."});
-}
+TEST(SettingsFile, EntryAndFileMessages) {
+  const struct {
+    std::string text;
+    std::wstring error;
+  } entries[] = {
+      {R"({"apps":{}})", L"The settings file has no 'apps' array."},
+      {R"({"apps":[{"app_id":"other"}]})",
+       L"No 'context-menu-replacement' entry in the settings file. It is added by settings "
+       L"migration; open the Settings app once to create it."},
+      {R"({"apps":[{"app_id":"context-menu-replacement","settings":[]}]})",
+       L"The 'context-menu-replacement' entry has no settings object."},
+  };
+  for (const auto& c : entries) EXPECT_EQ(Globals(c.text).errors, MessageList{c.error});
 
-TEST(SettingsFile, FileReadsTheMenuWithMenuJsonRules) {
   wchar_t temp[MAX_PATH + 1] = {};
   ::GetTempPathW(MAX_PATH, temp);
   const std::wstring path = JoinPath(temp, L"cmr-settings-test.json");
-  MessageList errors;
-  MessageList warnings;
-  MenuConfiguration config;
   (void)DeleteFileIfPresent(path);
-  EXPECT_FALSE(ReadSettingsFile(path, config, errors, warnings));
-  EXPECT_EQ(errors, MessageList{L"'" + path + L"' does not exist."});
-
-  errors.clear();
-  ASSERT_TRUE(WriteWholeFile(path, "{\"apps\": [", errors));
-  EXPECT_FALSE(ReadSettingsFile(path, config, errors, warnings));
-  EXPECT_EQ(errors, MessageList{L"JSON parse error in the settings file at offset 10: Invalid "
-                                L"value."});
-
-  errors.clear();
-  ASSERT_TRUE(WriteWholeFile(path, SettingsText(""), errors));
-  EXPECT_FALSE(ReadSettingsFile(path, config, errors, warnings));
-  EXPECT_EQ(errors,
-            MessageList{L"The 'context-menu-replacement' settings have no 'menu.profiles'."});
-
-  errors.clear();
-  ASSERT_TRUE(WriteWholeFile(
-      path, SettingsText(R"("menu.profiles":[{"match":{"context":["folder-item"]},"items":[7]}])"),
-      errors));
-  EXPECT_FALSE(ReadSettingsFile(path, config, errors, warnings));
-  EXPECT_EQ(errors, MessageList{L"profiles[0].items[0] must be an object."});
-  EXPECT_EQ(config.profiles.size(), 1u);
+  // The menu itself is read with menu.json's rules; its errors are seen end to end.
+  const struct {
+    std::string text;  // empty: no file
+    std::wstring error;
+  } files[] = {
+      {"", L"'" + path + L"' does not exist."},
+      {"{\"apps\": [", L"JSON parse error in the settings file at offset 10: Invalid value."},
+      {SettingsText(""), L"The 'context-menu-replacement' settings have no 'menu.profiles'."},
+  };
+  for (const auto& c : files) {
+    MenuConfiguration config;
+    MessageList errors, warnings;
+    if (!c.text.empty()) {
+      ASSERT_TRUE(WriteWholeFile(path, c.text, errors));
+    }
+    EXPECT_FALSE(ReadSettingsFile(path, config, errors, warnings));
+    EXPECT_EQ(errors, MessageList{c.error});
+  }
   (void)DeleteFileIfPresent(path);
 }
 

@@ -3,44 +3,48 @@
 
 #include <aclapi.h>
 #include <gtest/gtest.h>
-#include <rapidjson/document.h>
 #include <sddl.h>
 
 #include "cli/data_paths.h"
 #include "common/byte_image.h"
 #include "common/file_io.h"
-#include "common/json_text.h"
 #include "common/text.h"
 #include "common/unique_handle.h"
-#include "config/config_snapshot.h"
 #include "config/menu_document.h"
 #include "tests/e2e/harness.h"
 
 namespace cmr::e2e {
 namespace {
 
+using Words32 = std::vector<uint32_t>;
+
 const std::string kNothingPublished =
     "Nothing was published. The previously published configuration is still in effect,\n"
     "so the context menu keeps working while this is fixed.\n";
+const std::string kEveryone =
+    "\\Everyone (S-1-1-0) can modify this file. Because it names executables that run on every "
+    "right-click, only you, SYSTEM and Administrators may have write access.";
+const std::string kAclAccepted =
+    "ACL accepted: only you, SYSTEM and Administrators can modify this file.\n";
+constexpr wchar_t kEveryoneWrites[] = L"D:(A;;FA;;;OW)(A;;FA;;;WD)";
 
 std::string U8(const std::wstring& text) {
   return ToUtf8(text);
 }
 
-MenuConfiguration StarterConfiguration() {
-  rapidjson::Document document;
-  JsonParseFailure failure;
-  EXPECT_TRUE(ParseJsonText(StarterDocumentText(), true, document, failure));
-  MenuConfiguration config;
-  MessageList errors, warnings;
-  EXPECT_TRUE(ParseMenuDocument(document, config, errors, warnings));
-  return config;
+Words32 Words(const std::string& image, size_t from, size_t count) {
+  ByteImageReader in(image);
+  Words32 words;
+  for (size_t i = 0; i < count; ++i) words.push_back(in.U32(from + 4 * i));
+  return words;
 }
 
-void AllowEveryoneToWrite(const std::wstring& path) {
+// Replaces the file's DACL. Wine keeps a file's DACL in its Unix mode bits, so what the
+// controller reads back is what the file system really allows.
+void SetDacl(const std::wstring& path, const wchar_t* sddl) {
   PSECURITY_DESCRIPTOR raw = nullptr;
-  ASSERT_TRUE(::ConvertStringSecurityDescriptorToSecurityDescriptorW(
-      L"D:(A;;FA;;;OW)(A;;FA;;;WD)", SDDL_REVISION_1, &raw, nullptr));
+  ASSERT_TRUE(
+      ::ConvertStringSecurityDescriptorToSecurityDescriptorW(sddl, SDDL_REVISION_1, &raw, nullptr));
   UniqueLocalMemory descriptor(raw);
   BOOL present = FALSE, defaulted = FALSE;
   PACL dacl = nullptr;
@@ -50,9 +54,9 @@ void AllowEveryoneToWrite(const std::wstring& path) {
             static_cast<DWORD>(ERROR_SUCCESS));
 }
 
-const std::string kEveryone =
-    "\\Everyone (S-1-1-0) can modify this file. Because it names executables that run on every "
-    "right-click, only you, SYSTEM and Administrators may have write access.";
+std::string PublishedText(const std::string& counts) {
+  return "Published " + counts + ".\nThe next menu uses it. Explorer does not need to restart.\n";
+}
 
 TEST(ConfigVerbsE2e, InitPublishStatusWithTheStarterDocument) {
   ResetUserData();
@@ -75,28 +79,59 @@ TEST(ConfigVerbsE2e, InitPublishStatusWithTheStarterDocument) {
   EXPECT_EQ(run.exitCode, 1u);
 
   run = RunController({L"config", L"check", menu});
-  EXPECT_EQ(run.output,
-            "ACL accepted: only you, SYSTEM and Administrators can modify this file.\n");
+  EXPECT_EQ(run.output, kAclAccepted);
   EXPECT_EQ(run.exitCode, 0u);
 
   run = RunController({L"config", L"publish", menu, L"--json"});
-  EXPECT_EQ(run.output, "Publishing " + path +
-                            "\nPublished version 1 (656 bytes): 2 profile(s), 8 item(s), 1 user "
-                            "command(s).\nThe next menu uses it. Explorer does not need to "
-                            "restart.\n");
+  EXPECT_EQ(run.output, "Publishing " + path + "\n" +
+                            PublishedText("version 1 (656 bytes): 2 profile(s), 8 item(s), 1 "
+                                          "user command(s)"));
   EXPECT_EQ(run.exitCode, 0u);
-  const MenuConfiguration starter = StarterConfiguration();
-  // menu.json sets enabled, bypass and opacity; every other global is the fixed default.
-  EXPECT_EQ(ReadBytes(ControlFilePath()), EncodeControlBlock(starter, 1));
-  EXPECT_EQ(ReadBytes(SnapshotFilePath(1)), FlattenConfiguration(starter, 1));
+
+  // The snapshot field by field: 2 profiles (24 bytes) put the items at 72, 8 items (352) the
+  // arguments at 424, 4 arguments the pool at 456.
+  const std::string snapshot = ReadBytes(SnapshotFilePath(1));
+  ASSERT_EQ(snapshot.size(), 656u);
+  EXPECT_EQ(Words(snapshot, 0, 12),
+            (Words32{0x424E43D5, 18, 1, 656, 2, 48, 8, 72, 4, 424, 456, 200}));
+  EXPECT_EQ(Words(snapshot, 48, 6), (Words32{0x0E, 0, 5, 0x10, 5, 3}));
+  const uint32_t sources[] = {1, 3, 2, 3, 0, 1, 3, 0};
+  for (uint32_t i = 0; i < 8; ++i) {
+    Words32 row = Words(snapshot, 72 + 44 * i, 11), expected(11, 0);
+    expected[0] = sources[i];
+    if (sources[i] == 2) {
+      expected = {2, 0, 20, 21, 14, 0, 4, 0, 0, 0, 0};  // title, executable, arguments 0..3
+    } else {
+      row[5] = 0;  // firstArgument means nothing without arguments
+    }
+    EXPECT_EQ(row, expected) << i;
+  }
+  EXPECT_EQ(Words(snapshot, 424, 8), (Words32{36, 7, 44, 8, 53, 34, 88, 11}));
+  using namespace std::string_literals;
+  const std::u16string pool =
+      u"Open PowerShell here\0powershell.exe\0-NoExit\0-Command\0"
+      u"Set-Location -LiteralPath $args[0]\0{targetDir}\0"s;
+  EXPECT_EQ(snapshot.substr(456),
+            std::string(reinterpret_cast<const char*>(pool.data()), 2 * pool.size()));
+
+  // control.bin: menu.json sets enabled, bypass and opacity; every other global is the fixed
+  // default, and the font family and image path are empty.
+  const std::string control = ReadBytes(ControlFilePath());
+  ASSERT_EQ(control.size(), 720u);
+  EXPECT_EQ(Words(control, 0, 23), (Words32{0x424E43D5, 18,  1, 1, 6, 78, 400, 12, 16,  8, 8, 0,
+                                            0,          100, 0, 0, 0, 0,  0,   0,  135, 1, 1}));
+  EXPECT_EQ(control.substr(92, 584), std::string(584, '\0'));
+  EXPECT_EQ(Words(control, 676, 11), (Words32{1, 30, 65, 0, 200, 0, 0, 0, 0, 0, 460}));
 
   run = RunController({L"config", L"status", menu});
   EXPECT_EQ(run.output, "Published version 1 (layout 18)\nFile:     " + path +
                             "\nSnapshot: " + U8(SnapshotFilePath(1)) + "\n");
   run = RunController({L"config", L"publish", menu});
   EXPECT_EQ(run.exitCode, 0u);
-  EXPECT_EQ(ReadBytes(SnapshotFilePath(2)), FlattenConfiguration(starter, 2));
-  EXPECT_EQ(ReadBytes(SnapshotFilePath(1)), FlattenConfiguration(starter, 1));
+  std::string second = snapshot;
+  second[8] = 2;
+  EXPECT_EQ(ReadBytes(SnapshotFilePath(2)), second);
+  EXPECT_EQ(ReadBytes(SnapshotFilePath(1)), snapshot);
 
   run = RunController({L"config", L"path", menu});
   EXPECT_EQ(run.output, path + "\n");
@@ -116,33 +151,31 @@ TEST(ConfigVerbsE2e, BadInputNeverChangesWhatIsPublished) {
   ASSERT_EQ(RunController({L"config", L"publish", good}).exitCode, 0u);
   const std::string control = ReadBytes(ControlFilePath());
 
-  const std::wstring missing = JoinPath(folder, L"missing.json");
-  const std::wstring broken = JoinPath(folder, L"broken.json");
-  WriteBytes(broken, "// comment\n{\"profiles\": [}");
-  const std::wstring invalid = JoinPath(folder, L"invalid.json");
-  WriteBytes(invalid, R"({"enabled": 0, "profiles": [{"match": {"context": ["x"]}}]})");
-  const std::wstring huge = JoinPath(folder, L"huge.json");
-  WriteBytes(huge, R"({"profiles":[{"match":{"context":["folder-item"]},"items":[{"source":"user",)"
-                   R"("executable":"x.exe","title":")" +
-                       std::string(600000, 't') + "\"}]}]}");
-  const std::wstring untrusted = JoinPath(folder, L"untrusted.json");
+  const auto file = [&](const wchar_t* name) { return JoinPath(folder, name); };
+  WriteBytes(file(L"broken.json"), "// comment\n{\"profiles\": [}");
+  WriteBytes(file(L"invalid.json"),
+             R"({"enabled": 0, "profiles": [{"match": {"context": ["x"]}}]})");
+  WriteBytes(file(L"huge.json"),
+             R"({"profiles":[{"match":{"context":["folder-item"]},"items":[{"source":"user",)"
+             R"("executable":"x.exe","title":")" +
+                 std::string(600000, 't') + "\"}]}]}");
+  const std::wstring untrusted = file(L"untrusted.json");
   WriteBytes(untrusted, std::string(StarterDocumentText()));
-  AllowEveryoneToWrite(untrusted);
-
+  SetDacl(untrusted, kEveryoneWrites);
   const struct {
     std::wstring file;
     std::string messages;
   } cases[] = {
-      {missing,
-       "  error:   '" + U8(missing) + "' does not exist. Run 'config init' to create one.\n"},
-      {broken, "  error:   JSON parse error at offset 25: Invalid value.\n"},
-      {invalid,
+      {file(L"missing.json"), "  error:   '" + U8(file(L"missing.json")) +
+                                  "' does not exist. Run 'config init' to create one.\n"},
+      {file(L"broken.json"), "  error:   JSON parse error at offset 25: Invalid value.\n"},
+      {file(L"invalid.json"),
        "  warning: profiles[0].match.context[0] is 'x', which is not a known context, and was "
        "skipped. Use desktop-background, folder-background, folder-item or other-item.\n"
        "  warning: profiles[0] matches no known context (all entries were unrecognized), so it "
        "was skipped.\n"
        "  error:   'enabled' must be true or false.\n"},
-      {huge,
+      {file(L"huge.json"),
        "  error:   The configuration flattens to 1200128 bytes, over the 1048576 byte limit.\n"},
       {untrusted, "  error:   " + kEveryone + "\n"},
   };
@@ -155,19 +188,25 @@ TEST(ConfigVerbsE2e, BadInputNeverChangesWhatIsPublished) {
     EXPECT_EQ(ReadBytes(SnapshotFilePath(2)), "<unreadable>");
   }
 
-  const RunResult check = RunController({L"config", L"check", untrusted});
+  RunResult check = RunController({L"config", L"check", untrusted});
   EXPECT_EQ(check.output, "  " + kEveryone +
                               "\nACL REJECTED. This file will not be published until its "
                               "permissions are fixed.\n");
   EXPECT_EQ(check.exitCode, 1u);
+  // Reading and running are not writing: Everyone may keep those.
+  SetDacl(untrusted, L"D:(A;;FA;;;OW)(A;;FRFX;;;WD)");
+  check = RunController({L"config", L"check", untrusted});
+  EXPECT_EQ(check.output, kAclAccepted);
+  EXPECT_EQ(check.exitCode, 0u);
 }
 
-std::string SettingsText(const std::string& settings) {
+std::string SettingsText(const std::string& settings,
+                         const std::string& items = R"({"source":"modern"},{"source":"user",)"
+                                                    R"("title":"Notes","executable":"notepad.exe",)"
+                                                    R"("arguments":["{targetPath}"]})") {
   return R"({"apps":[{"app_id":"context-menu-replacement","status":"enabled","settings":{)" +
-         settings +
-         R"(,"menu.profiles":[{"match":{"context":["desktop-background"]},"items":[)"
-         R"({"source":"modern"},{"source":"user","title":"Notes","executable":"notepad.exe",)"
-         R"("arguments":["{targetPath}"]}]}]}},{"app_id":"window-organizer","status":"disabled"}]})";
+         settings + R"(,"menu.profiles":[{"match":{"context":["desktop-background"]},"items":[)" +
+         items + R"(]}]}},{"app_id":"window-organizer","status":"disabled"}]})";
 }
 
 TEST(ConfigVerbsE2e, ValidateReadsOnlyTheSettingsFileAndWritesNothing) {
@@ -188,23 +227,15 @@ TEST(ConfigVerbsE2e, ValidateReadsOnlyTheSettingsFileAndWritesNothing) {
   WriteBytes(settings, SettingsText(R"("appearance.fontWeight":"bold","x":1)"));
   run = RunController({L"config", L"validate", L"--json"});
   EXPECT_EQ(run.exitCode, 1u);
-  ASSERT_EQ(run.output.back(), '\n');
-  EXPECT_EQ(run.output.find('\n'), run.output.size() - 1);
-  rapidjson::Document json;
-  ASSERT_FALSE(json.Parse(run.output.c_str()).HasParseError()) << run.output;
-  EXPECT_EQ(run.output.substr(0, 11), "{\"source\":\"");
-  EXPECT_EQ(std::string(json["source"].GetString()), source);
-  EXPECT_TRUE(json["aclAccepted"].GetBool());
-  EXPECT_FALSE(json["valid"].GetBool());
-  // A document with errors is not flattened, so it has no counts or size.
-  EXPECT_EQ(json["profileCount"].GetUint(), 0u);
-  EXPECT_EQ(json["snapshotBytes"].GetUint(), 0u);
-  EXPECT_EQ(json["publishedVersion"].GetUint(), 0u);
-  EXPECT_EQ(std::string(json["errors"][0].GetString()),
-            "'appearance.fontWeight' is not a supported weight.");
-  EXPECT_NE(run.output.find("\"itemCount\":0,\"userCommandCount\":0,\"snapshotBytes\":0,"
-                            "\"publishedVersion\":0,\"errors\":["),
-            std::string::npos);
+  std::string escaped;  // JSON doubles the path's backslashes
+  for (const char ch : source) escaped += ch == '\\' ? std::string(2, ch) : std::string(1, ch);
+  // One line. A document with errors is not flattened, so it has no counts or size.
+  EXPECT_EQ(run.output,
+            "{\"source\":\"" + escaped +
+                "\",\"aclAccepted\":true,\"valid\":false,\"profileCount\":0,\"itemCount\":0,"
+                "\"userCommandCount\":0,\"snapshotBytes\":0,\"publishedVersion\":0,"
+                "\"errors\":[\"'appearance.fontWeight' is not a supported weight.\"],"
+                "\"warnings\":[]}\n");
   EXPECT_FALSE(DirectoryExists(PublishedFolder()));
 
   // Without a file, init targets the settings file, which exists.
@@ -215,33 +246,47 @@ TEST(ConfigVerbsE2e, ValidateReadsOnlyTheSettingsFileAndWritesNothing) {
 TEST(ConfigVerbsE2e, SettingsFileGlobalsAreAppliedEvenWhenItsMenuIsRefused) {
   ResetUserData();
   const std::wstring settings = SettingsFilePath();
-  WriteBytes(settings,
-             SettingsText(R"("appearance.customHeaderColor":"#1e1e1e",)"
-                          R"("general.nativeMenuBypass":"Alt","taskbar.replaceClockMenu":false)"));
-  RunResult run = RunController({L"config", L"publish"});
-  EXPECT_EQ(run.output, "Publishing " + U8(settings) +
-                            "\nPublished version 1 (224 bytes): 1 profile(s), 2 item(s), 1 user "
-                            "command(s).\nThe next menu uses it. Explorer does not need to "
-                            "restart.\n");
-  std::string control = ReadBytes(ControlFilePath());
-  ByteImageReader in(control);
-  EXPECT_EQ(in.U32(8), 1u);
-  EXPECT_EQ(in.U32(16), 1u);      // Alt
-  EXPECT_EQ(in.U32(40), 3u);      // the settings file's vertical menu padding
-  EXPECT_EQ(in.U32(696), 0x22u);  // clock menu and window organizer
-  EXPECT_EQ(in.U32(700), 0x1E1E1Eu);
-
+  const std::string publishing = "Publishing " + U8(settings) + "\n";
+  // Others may write it: its globals still apply, its menu does not, and a new control file
+  // announces no version.
   WriteBytes(settings, SettingsText(R"("appearance.customHeaderColor":"#0000ff")"));
-  AllowEveryoneToWrite(settings);
-  run = RunController({L"config", L"publish"});
-  EXPECT_EQ(run.output,
-            "Publishing " + U8(settings) + "\n  error:   " + kEveryone + "\n" + kNothingPublished);
+  SetDacl(settings, kEveryoneWrites);
+  RunResult run = RunController({L"config", L"publish"});
+  EXPECT_EQ(run.output, publishing + "  error:   " + kEveryone + "\n" + kNothingPublished);
   EXPECT_EQ(run.exitCode, 1u);
+  std::string control = ReadBytes(ControlFilePath());
+  EXPECT_EQ(Words(control, 8, 3), (Words32{0, 1, 6}));
+  EXPECT_EQ(Words(control, 700, 1), Words32{0xFF0000});
+  EXPECT_EQ(ReadBytes(SnapshotFilePath(1)), "<unreadable>");
+
+  (void)DeleteFileIfPresent(settings);
+  WriteBytes(
+      settings,
+      SettingsText(
+          R"("appearance.customHeaderColor":"#1e1e1e","appearance.customHotkeyColor":"#0A0B0C",)"
+          R"("general.nativeMenuBypass":"Alt","appearance.backgroundOpacityPercent":40,)"
+          R"("appearance.fontWeight":"Semibold","appearance.backgroundMode":"dark",)"
+          R"("appearance.backgroundImageFill":"tile","appearance.snapshotBlurEnabled":false,)"
+          R"("taskbar.replaceClockMenu":false)"));
+  run = RunController({L"config", L"publish"});
+  EXPECT_EQ(run.output, publishing + PublishedText("version 1 (224 bytes): 1 profile(s), 2 "
+                                                   "item(s), 1 user command(s)"));
+  // The settings file's own defaults (padding 3, margins 8 and 7) beside the values it sets;
+  // colours are COLORREFs, red in the low byte.
   control = ReadBytes(ControlFilePath());
-  ByteImageReader after(control);
-  EXPECT_EQ(after.U32(8), 1u);
-  EXPECT_EQ(after.U32(16), 6u);
-  EXPECT_EQ(after.U32(700), 0xFF0000u);
+  EXPECT_EQ(Words(control, 8, 14), (Words32{1, 1, 1, 40, 600, 12, 16, 8, 3, 8, 7, 100, 0, 2}));
+  EXPECT_EQ(Words(control, 676, 11),
+            (Words32{2, 30, 65, 1, 200, 0x22, 0x1E1E1E, 0, 0x0C0B0A, 0, 460}));
+
+  // A menu error publishes nothing at all, not even the globals.
+  WriteBytes(settings, SettingsText(R"("appearance.customHeaderColor":"#0000ff")", "7"));
+  run = RunController({L"config", L"publish"});
+  EXPECT_EQ(run.output, publishing +
+                            "  warning: profiles[0] has no usable items, so its contexts will show "
+                            "an empty menu.\n  error:   profiles[0].items[0] must be an object.\n" +
+                            kNothingPublished);
+  EXPECT_EQ(run.exitCode, 1u);
+  EXPECT_EQ(ReadBytes(ControlFilePath()), control);
   EXPECT_EQ(ReadBytes(SnapshotFilePath(2)), "<unreadable>");
   (void)DeleteFileIfPresent(settings);
 }
