@@ -28,14 +28,6 @@ TEST(LogFormat, FileNameFromStemComponentOrProduct) {
   EXPECT_EQ(LogFileName(L"Ravelin", L"Controller", L"Hook", d), L"Hook 2026-01-02.log");
 }
 
-TEST(LogFormat, LevelNames) {
-  EXPECT_STREQ(LogLevelName(0), L"DEBUG");
-  EXPECT_STREQ(LogLevelName(2), L"WARNING");
-  EXPECT_STREQ(LogLevelName(3), L"ERROR");
-  EXPECT_STREQ(LogLevelName(4), L"CRITICAL");
-  EXPECT_STREQ(LogLevelName(-1), L"UNKNOWN");
-}
-
 }  // namespace
 }  // namespace cmr
 

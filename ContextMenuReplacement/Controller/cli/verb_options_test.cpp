@@ -34,17 +34,6 @@ TEST(ReconcileOptions, StopsAtFirstUnknownWord) {
   EXPECT_FALSE(options.allowRestart);
 }
 
-TEST(ConfigArguments, JsonAnywhereAndOneFile) {
-  ConfigArguments parsed;
-  EXPECT_EQ(ParseConfigArguments({L"validate", L"--json", L"a.json", L"--json"}, parsed), L"");
-  EXPECT_EQ(parsed.action, L"validate");
-  EXPECT_EQ(parsed.file, L"a.json");
-  EXPECT_TRUE(parsed.json);
-  ConfigArguments second;
-  EXPECT_EQ(ParseConfigArguments({L"validate", L"a.json", L"b.json"}, second),
-            L"Unexpected argument 'b.json'.\n");
-}
-
 TEST(CustomModelArguments, KeepsOrderAndNeverFailsOnArguments) {
   CustomModelArguments parsed;
   EXPECT_EQ(ParseCustomModelArguments({L"publish", L"s.json", L"--json", L"b.json", L"x"}, parsed),

@@ -47,6 +47,10 @@ TEST(CliE2e, DispatcherMessagesAndExitCodes) {
        "config needs an action: init, path, check, validate, publish, watch, or status.\n",
        1},
       {{L"config", L"validate", L"a.json", L"b.json"}, "Unexpected argument 'b.json'.\n", 1},
+      // "--json" may stand anywhere and any number of times; the one file reaches the handler.
+      {{L"config", L"validate", L"--json", L"a.json", L"--json"},
+       "config validate reads the settings file; it takes no path argument.\n",
+       1},
       {{L"custom-model"},
        "custom-model needs an action: publish, publish-user, validate-user, effective, or reset.\n",
        1},
