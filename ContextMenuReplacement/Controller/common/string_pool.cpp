@@ -18,7 +18,7 @@ uint64_t HashUnits(std::wstring_view text) noexcept {
 
 StringRef StringPool::Intern(std::wstring_view text) {
   static_assert(sizeof(wchar_t) == sizeof(char16_t), "the pool stores UTF-16 units");
-  if ((used_ + 1) * 2 > slots_.size()) Grow();
+  if ((used_ + 1) * 2 > slots_.size()) Grow(slots_.empty() ? 64 : slots_.size() * 2);
   if (units_.capacity() == 0) units_.reserve(1024);
   const auto length = static_cast<uint32_t>(text.size());
   const uint64_t hash = HashUnits(text);
@@ -39,9 +39,16 @@ StringRef StringPool::Intern(std::wstring_view text) {
   }
 }
 
-void StringPool::Grow() {
+void StringPool::Reserve(size_t units, size_t strings) {
+  units_.reserve(units);
+  size_t wanted = 64;
+  while (wanted < strings * 2) wanted *= 2;
+  if (wanted > slots_.size()) Grow(wanted);
+}
+
+void StringPool::Grow(size_t slotCount) {
   std::vector<Slot> old = std::move(slots_);
-  slots_.assign(old.empty() ? 64 : old.size() * 2, Slot{});
+  slots_.assign(slotCount, Slot{});
   const size_t mask = slots_.size() - 1;
   for (const Slot& slot : old) {
     if (slot.length == kEmpty) continue;

@@ -22,6 +22,9 @@ struct StringRef {
 class StringPool {
  public:
   StringRef Intern(std::wstring_view text);
+  // Room for at least this many units and strings, so that a pool whose size is known in
+  // advance is allocated once rather than grown step by step.
+  void Reserve(size_t units, size_t strings);
   [[nodiscard]] const std::vector<char16_t>& units() const noexcept { return units_; }
   [[nodiscard]] size_t byteSize() const noexcept { return units_.size() * 2; }
 
@@ -33,7 +36,7 @@ class StringPool {
   };
   static constexpr uint32_t kEmpty = 0xFFFFFFFF;
 
-  void Grow();
+  void Grow(size_t slotCount);
 
   std::vector<char16_t> units_;
   std::vector<Slot> slots_;  // open addressing, linear probing; size is a power of two

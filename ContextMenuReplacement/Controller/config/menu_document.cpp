@@ -280,14 +280,32 @@ bool ParseMenuDocument(const rapidjson::Value& document, MenuConfiguration& conf
     errors.push_back(L"'profiles' is required and must be an array.");
     return false;
   }
-  // One reservation instead of the vector doubling its way up, item by item.
-  size_t itemCount = 0;
+  // Sized once from the document instead of doubling their way up item by item: near the size
+  // limit these are megabyte blocks, and every fresh one costs its page faults.
+  size_t itemCount = 0, argumentCount = 0, stringCount = 0, stringUnits = 0;
+  const auto countString = [&](const rapidjson::Value* value) {
+    if (value && value->IsString()) {
+      ++stringCount;
+      stringUnits += value->GetStringLength() + 1;
+    }
+  };
   for (const rapidjson::Value& profile : profiles->GetArray()) {
     const rapidjson::Value* items = JsonMember(profile, "items");
-    if (items && items->IsArray()) itemCount += items->Size();
+    if (!items || !items->IsArray()) continue;
+    itemCount += items->Size();
+    for (const rapidjson::Value& item : items->GetArray()) {
+      countString(JsonMember(item, "title"));
+      countString(JsonMember(item, "executable"));
+      const rapidjson::Value* arguments = JsonMember(item, "arguments");
+      if (!arguments || !arguments->IsArray()) continue;
+      argumentCount += arguments->Size();
+      for (const rapidjson::Value& argument : arguments->GetArray()) countString(&argument);
+    }
   }
   configuration.profiles.reserve(configuration.profiles.size() + profiles->Size());
   configuration.items.reserve(configuration.items.size() + itemCount);
+  configuration.arguments.reserve(configuration.arguments.size() + argumentCount);
+  configuration.pool.Reserve(stringUnits, stringCount);
   const JsonPath profilesPath(L"profiles");
   for (rapidjson::SizeType i = 0; i < profiles->Size(); ++i) {
     ParseProfile((*profiles)[i], profilesPath.Index(i), configuration, errors, warnings);
