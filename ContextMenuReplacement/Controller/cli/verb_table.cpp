@@ -23,18 +23,6 @@ int Refuse(const std::wstring& message) {
 // The handlers below check only what the dispatcher owns (presence of a mode, option words);
 // the words themselves belong to the subsystems.
 
-int RestartExplorerVerb(const std::vector<std::wstring>&) {
-  // The subsystem answers success as true; the exit code inverts it.
-  return ReportUnavailable(L"restart-explorer");
-}
-
-int ProbeVerb(const std::vector<std::wstring>&) {
-  return ReportUnavailable(L"probe");
-}
-int InstallVerb(const std::vector<std::wstring>&) {
-  return ReportUnavailable(L"install");
-}
-
 int EnableVerb(const std::vector<std::wstring>& args) {
   EnableOptions options;
   if (std::wstring message = ParseEnableOptions(args, options); !message.empty()) {
@@ -43,20 +31,9 @@ int EnableVerb(const std::vector<std::wstring>& args) {
   return ReportUnavailable(L"enable");
 }
 
-int InjectVerb(const std::vector<std::wstring>&) {
-  return ReportUnavailable(L"inject");
-}
-
 int InjectDialogVerb(const std::vector<std::wstring>& args) {
   if (args.empty()) return Refuse(L"inject-dialog needs the dialog's window handle.\n");
   return ReportUnavailable(L"inject-dialog");
-}
-
-int DialogCrashesVerb(const std::vector<std::wstring>&) {
-  return ReportUnavailable(L"dialog-crashes");
-}
-int ProviderStrikesVerb(const std::vector<std::wstring>&) {
-  return ReportUnavailable(L"provider-strikes");
 }
 
 int ReconcileVerb(const std::vector<std::wstring>& args) {
@@ -67,27 +44,10 @@ int ReconcileVerb(const std::vector<std::wstring>& args) {
   return ReportUnavailable(L"reconcile");
 }
 
-int UninstallVerb(const std::vector<std::wstring>&) {
-  return ReportUnavailable(L"uninstall");
-}
-
 int BootRestoreVerb(const std::vector<std::wstring>&) {
   // Windows runs this from RunOnce; whatever it reports, the exit code is 0.
   (void)ReportUnavailable(L"boot-restore");
   return 0;
-}
-
-int StatusVerb(const std::vector<std::wstring>&) {
-  return ReportUnavailable(L"status");
-}
-int TopologyVerb(const std::vector<std::wstring>&) {
-  return ReportUnavailable(L"topology");
-}
-int RescanVerb(const std::vector<std::wstring>&) {
-  return ReportUnavailable(L"rescan");
-}
-int ResetFlashVerb(const std::vector<std::wstring>&) {
-  return ReportUnavailable(L"resetflash");
 }
 
 int SuppressVerb(const std::vector<std::wstring>& args) {
@@ -103,13 +63,6 @@ int ContextVerb(const std::vector<std::wstring>& args) {
 int ReplacementVerb(const std::vector<std::wstring>& args) {
   if (args.empty()) return Refuse(L"replacement needs a mode: off, native, modern, or fail.\n");
   return ReportUnavailable(L"replacement");
-}
-
-int ClassicIconsVerb(const std::vector<std::wstring>&) {
-  return ReportUnavailable(L"classic-icons");
-}
-int InventoryVerb(const std::vector<std::wstring>&) {
-  return ReportUnavailable(L"inventory");
 }
 
 int ConfigVerb(const std::vector<std::wstring>& args) {
@@ -128,38 +81,31 @@ int CustomModelVerb(const std::vector<std::wstring>& args) {
   return RunCustomModelVerb(parsed);
 }
 
-int DiscoverVerb(const std::vector<std::wstring>&) {
-  return ReportUnavailable(L"discover");
-}
-int DisableVerb(const std::vector<std::wstring>&) {
-  return ReportUnavailable(L"disable");
-}
-
 constexpr VerbRow kVerbs[] = {
-    {L"restart-explorer", RestartExplorerVerb},
-    {L"probe", ProbeVerb},
-    {L"install", InstallVerb},
+    {L"restart-explorer", nullptr},
+    {L"probe", nullptr},
+    {L"install", nullptr},
     {L"enable", EnableVerb},
-    {L"inject", InjectVerb},
+    {L"inject", nullptr},
     {L"inject-dialog", InjectDialogVerb},
-    {L"dialog-crashes", DialogCrashesVerb},
-    {L"provider-strikes", ProviderStrikesVerb},
+    {L"dialog-crashes", nullptr},
+    {L"provider-strikes", nullptr},
     {L"reconcile", ReconcileVerb},
-    {L"uninstall", UninstallVerb},
+    {L"uninstall", nullptr},
     {L"boot-restore", BootRestoreVerb},
-    {L"status", StatusVerb},
-    {L"topology", TopologyVerb},
-    {L"rescan", RescanVerb},
-    {L"resetflash", ResetFlashVerb},
+    {L"status", nullptr},
+    {L"topology", nullptr},
+    {L"rescan", nullptr},
+    {L"resetflash", nullptr},
     {L"suppress", SuppressVerb},
     {L"context", ContextVerb},
     {L"replacement", ReplacementVerb},
-    {L"classic-icons", ClassicIconsVerb},
-    {L"inventory", InventoryVerb},
+    {L"classic-icons", nullptr},
+    {L"inventory", nullptr},
     {L"config", ConfigVerb},
     {L"custom-model", CustomModelVerb},
-    {L"discover", DiscoverVerb},
-    {L"disable", DisableVerb},
+    {L"discover", nullptr},
+    {L"disable", nullptr},
 };
 
 }  // namespace

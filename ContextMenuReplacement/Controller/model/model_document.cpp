@@ -17,24 +17,18 @@ namespace {
 
 using rapidjson::Value;
 
-const Value* Member(const Value& object, const char* name) {
-  if (!object.IsObject()) return nullptr;
-  const auto it = object.FindMember(name);
-  return it == object.MemberEnd() ? nullptr : &it->value;
-}
-
 std::wstring Text(const Value& object, const char* name) {
-  const Value* value = Member(object, name);
+  const Value* value = JsonMember(object, name);
   return value != nullptr ? JsonWide(*value) : std::wstring();
 }
 
 bool Flag(const Value& object, const char* name) {
-  const Value* value = Member(object, name);
+  const Value* value = JsonMember(object, name);
   return value != nullptr && value->IsBool() && value->GetBool();
 }
 
 std::optional<double> Number(const Value& object, const char* name) {
-  const Value* value = Member(object, name);
+  const Value* value = JsonMember(object, name);
   if (value == nullptr || !value->IsNumber()) return std::nullopt;
   return value->GetDouble();
 }
@@ -46,13 +40,13 @@ std::string_view Utf8(const Value& value) {
 
 // The UTF-8 text of a string member; empty when absent or not a string.
 std::string_view MemberUtf8(const Value& object, const char* name) {
-  const Value* value = Member(object, name);
+  const Value* value = JsonMember(object, name);
   return value != nullptr ? Utf8(*value) : std::string_view();
 }
 
 std::vector<std::wstring> TextList(const Value& object, const char* name) {
   std::vector<std::wstring> list;
-  const Value* value = Member(object, name);
+  const Value* value = JsonMember(object, name);
   if (value == nullptr || !value->IsArray()) return list;
   for (const Value& entry : value->GetArray()) list.push_back(JsonWide(entry));
   return list;
@@ -71,7 +65,7 @@ LayoutMatch ParseMatch(const Value& match) {
   out.extension = Text(match, "extension");
   out.fileClass = Text(match, "file_class");
   out.progId = Text(match, "prog_id");
-  const Value* selection = Member(match, "selection");
+  const Value* selection = JsonMember(match, "selection");
   out.selection =
       selection != nullptr ? ParseSelectionArity(Utf8(*selection)) : SelectionArity::any;
   return out;
@@ -131,7 +125,7 @@ class DocumentParser {
 
  private:
   std::wstring ParseDefinitions(const Value& document) {
-    const Value* list = Member(document, "command_definitions");
+    const Value* list = JsonMember(document, "command_definitions");
     if (list == nullptr || !list->IsArray()) return {};
     if (list->Size() > kMaxCommandDefinitions) return L"Too many custom command definitions.";
     std::unordered_set<std::wstring> seen;
@@ -151,7 +145,7 @@ class DocumentParser {
   }
 
   std::wstring ParseLayouts(const Value& document) {
-    const Value* list = Member(document, "layouts");
+    const Value* list = JsonMember(document, "layouts");
     if (list == nullptr || !list->IsArray()) return {};
     std::unordered_set<std::wstring> seen;
     for (const Value& entry : list->GetArray()) {
@@ -160,13 +154,13 @@ class DocumentParser {
       if (!seen.insert(layout.id).second) {
         return DuplicateLayoutIdRefusal(layout.id);
       }
-      if (const Value* match = Member(entry, "match"); match != nullptr && match->IsObject()) {
+      if (const Value* match = JsonMember(entry, "match"); match != nullptr && match->IsObject()) {
         layout.match = ParseMatch(*match);
       }
       layout.inherits = Text(entry, "inherits");
       layout.isAbstract = Flag(entry, "abstract");
       layout.ancestors = TextList(entry, "_ancestors");
-      if (const Value* items = Member(entry, "items"); items != nullptr) {
+      if (const Value* items = JsonMember(entry, "items"); items != nullptr) {
         LayoutScope scope;
         scope.layoutId = layout.id;
         if (std::wstring error = ParseItems(*items, 0, scope, layout.items); !error.empty()) {
@@ -241,20 +235,20 @@ class DocumentParser {
           node.id);
     }
 
-    if (const Value* browse = Member(entry, "quick_browse"); browse != nullptr) {
+    if (const Value* browse = JsonMember(entry, "quick_browse"); browse != nullptr) {
       if (node.commandId != kQuickBrowseIdentity) {
         return fmt::format(L"Node '{}' declares 'quick_browse' but is not a Quick browse command.",
                            node.id);
       }
       node.quickBrowse = QuickBrowseSettings{Text(*browse, "path"), Flag(*browse, "recursive")};
     }
-    if (const Value* pins = Member(entry, "quick_pins"); pins != nullptr) {
+    if (const Value* pins = JsonMember(entry, "quick_pins"); pins != nullptr) {
       if (node.commandId != kQuickPinsIdentity) {
         return fmt::format(L"Node '{}' declares 'quick_pins' but is not a Quick pins command.",
                            node.id);
       }
       QuickPinsSettings settings;
-      if (const Value* list = Member(*pins, "list"); list != nullptr) {
+      if (const Value* list = JsonMember(*pins, "list"); list != nullptr) {
         settings.list = JsonWide(*list);
         if (!IsValidPinListName(settings.list)) {
           return fmt::format(
@@ -267,7 +261,7 @@ class DocumentParser {
       node.quickPins = std::move(settings);
     }
 
-    const Value* items = Member(entry, "items");
+    const Value* items = JsonMember(entry, "items");
     if (node.kind == NodeKind::iconBand) {
       if (items == nullptr || !items->IsArray() || items->Empty()) {
         return fmt::format(L"Node '{}' is an icon_band and needs at least one item.", node.id);
@@ -289,7 +283,7 @@ class DocumentParser {
     }
     if (node.kind == NodeKind::providerReference) {
       node.providerRef = MakeReferenceKey(entry);
-      const Value* provider = Member(entry, "provider_id");
+      const Value* provider = JsonMember(entry, "provider_id");
       if (provider != nullptr && ClassifyIdentity(JsonWide(*provider)) == IdentityKind::ephemeral) {
         return fmt::format(L"Node '{}' has a non-persistable command identity.", node.id);
       }
@@ -303,7 +297,7 @@ class DocumentParser {
     node.iconPath = Text(entry, "icon_path");
     node.shiftOnly = Flag(entry, "shift_only");
     node.order = Number(entry, "order");
-    if (const Value* rank = Member(entry, "_rank"); rank != nullptr && rank->IsUint()) {
+    if (const Value* rank = JsonMember(entry, "_rank"); rank != nullptr && rank->IsUint()) {
       node.rank = rank->GetUint();
     }
     node.from = Text(entry, "_from");
@@ -318,7 +312,7 @@ class DocumentParser {
   }
 
   std::wstring ParseExtensionRules(const Value& document) {
-    const Value* list = Member(document, "extension_rules");
+    const Value* list = JsonMember(document, "extension_rules");
     if (list == nullptr || !list->IsArray()) return {};
     if (list->Size() > kMaxExtensionRules) return L"Too many extension rules.";
     std::unordered_set<std::wstring> seen;
@@ -329,11 +323,11 @@ class DocumentParser {
       rule.shiftOnly = Flag(entry, "shift_only");
       rule.targetKey = MakeReferenceKey(entry);
       std::vector<ContextFamily> families;
-      if (const Value* match = Member(entry, "match"); match != nullptr) {
+      if (const Value* match = JsonMember(entry, "match"); match != nullptr) {
         rule.namespaceId = Text(*match, "namespace_id");
         rule.extension = Text(*match, "extension");
         rule.fileClass = Text(*match, "file_class");
-        if (const Value* family = Member(*match, "family"); family != nullptr) {
+        if (const Value* family = JsonMember(*match, "family"); family != nullptr) {
           if (family->IsArray()) {
             for (const Value& name : family->GetArray()) {
               families.push_back(ParseContextFamily(Utf8(name)));
@@ -343,7 +337,7 @@ class DocumentParser {
           }
         }
       }
-      if (const Value* action = Member(entry, "action"); action != nullptr) {
+      if (const Value* action = JsonMember(entry, "action"); action != nullptr) {
         const std::string_view kind = MemberUtf8(*action, "kind");
         rule.action = kind == "hide"   ? ExtensionActionKind::hide
                       : kind == "move" ? ExtensionActionKind::move
@@ -378,17 +372,18 @@ class DocumentParser {
   }
 
   std::wstring ParsePolicies(const Value& document) {
-    const Value* list = Member(document, "command_policies");
+    const Value* list = JsonMember(document, "command_policies");
     if (list == nullptr || !list->IsArray()) return {};
     if (list->Size() > kMaxCommandPolicies) return L"Too many command policies.";
     std::unordered_set<std::wstring> seen;
     for (const Value& entry : list->GetArray()) {
       CommandPolicy policy;
       policy.commandId = Text(entry, "command_id");
-      if (const Value* match = Member(entry, "match"); match != nullptr && match->IsObject()) {
+      if (const Value* match = JsonMember(entry, "match"); match != nullptr && match->IsObject()) {
         policy.scope = ParseMatch(*match);
       }
-      if (const Value* hidden = Member(entry, "hidden"); hidden != nullptr && hidden->IsBool()) {
+      if (const Value* hidden = JsonMember(entry, "hidden");
+          hidden != nullptr && hidden->IsBool()) {
         policy.hidden = hidden->GetBool();
       }
       policy.titleOverride = Text(entry, "title_override");
@@ -437,7 +432,7 @@ std::wstring ReadDocumentHeader(const Value& document, DocumentHeader& out) {
   } else {
     return L"The document's 'document_kind' must be 'baseline' or 'overlay'.";
   }
-  if (const Value* version = Member(document, "schema_version"); version != nullptr) {
+  if (const Value* version = JsonMember(document, "schema_version"); version != nullptr) {
     if (!version->IsInt64()) {
       return L"The document's 'schema_version' is not a whole number.";
     }

@@ -25,30 +25,38 @@ constexpr std::array<std::string_view, kHighestNodeKind + 1> kNodeKindNames = {
     "remaining-commands",
 };
 
+// The enumeration value whose name is `name`, else `fallback`.
+template <typename Enum, size_t N>
+Enum FromName(const std::array<std::string_view, N>& names, std::string_view name, Enum fallback) {
+  for (size_t i = 0; i < N; ++i) {
+    if (names[i] == name) return static_cast<Enum>(i);
+  }
+  return fallback;
+}
+
+// The name of `value`, else the name of `fallback` for a value outside the table.
+template <typename Enum, size_t N>
+std::string_view ToName(const std::array<std::string_view, N>& names, Enum value, Enum fallback) {
+  const auto index = static_cast<size_t>(value);
+  return names[index < N ? index : static_cast<size_t>(fallback)];
+}
+
 }  // namespace
 
 ContextFamily ParseContextFamily(std::string_view name) noexcept {
-  for (size_t i = 0; i < kFamilyNames.size(); ++i) {
-    if (kFamilyNames[i] == name) return static_cast<ContextFamily>(i);
-  }
-  return ContextFamily::fileItem;
+  return FromName(kFamilyNames, name, ContextFamily::fileItem);
 }
 
 std::string_view ContextFamilyName(ContextFamily family) noexcept {
-  const auto index = static_cast<size_t>(family);
-  return index < kFamilyNames.size() ? kFamilyNames[index] : "file-item";
+  return ToName(kFamilyNames, family, ContextFamily::fileItem);
 }
 
 NodeKind ParseNodeKind(std::string_view type) noexcept {
-  for (size_t i = 0; i < kNodeKindNames.size(); ++i) {
-    if (kNodeKindNames[i] == type) return static_cast<NodeKind>(i);
-  }
-  return NodeKind::separator;
+  return FromName(kNodeKindNames, type, NodeKind::separator);
 }
 
 std::string_view NodeKindName(NodeKind kind) noexcept {
-  const auto index = static_cast<size_t>(kind);
-  return index < kNodeKindNames.size() ? kNodeKindNames[index] : "separator";
+  return ToName(kNodeKindNames, kind, NodeKind::separator);
 }
 
 SelectionArity ParseSelectionArity(std::string_view text) noexcept {
