@@ -5,7 +5,7 @@
 #include <cstring>
 
 #include "bench/bench.h"
-#include "cli/data_paths.h"
+#include "common/data_paths.h"
 #include "common/file_io.h"
 #include "common/json_text.h"
 

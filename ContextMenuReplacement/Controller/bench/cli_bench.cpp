@@ -1,5 +1,5 @@
 #include "bench/bench.h"
-#include "cli/console.h"
+#include "common/console.h"
 #include "cli/usage_text.h"
 
 CMR_BENCH("cli: format a console line with three arguments", 2000) {

@@ -13,7 +13,7 @@
 #include <utility>
 
 #include "bench/bench.h"
-#include "cli/data_paths.h"
+#include "common/data_paths.h"
 #include "common/file_io.h"
 #include "common/json_text.h"
 #include "model/layout_inheritance.h"

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "cli/console.h"
-#include "cli/log.h"
+#include "common/console.h"
+#include "common/log.h"
 #include "cli/usage_text.h"
 #include "cli/verb_table.h"
 #include "common/win32.h"

@@ -1,6 +1,6 @@
 #include "cli/usage_text.h"
 
-#include "cli/console.h"
+#include "common/console.h"
 
 namespace cmr {
 

@@ -1,6 +1,6 @@
 #include "cli/verb_options.h"
 
-#include "cli/console.h"
+#include "common/console.h"
 
 namespace cmr {
 

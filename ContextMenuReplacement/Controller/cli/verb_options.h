@@ -5,6 +5,9 @@
 #include <string>
 #include <vector>
 
+#include "config/config_verbs.h"
+#include "snapshot/custom_model_verbs.h"
+
 namespace cmr {
 
 enum class SuppressionStrategy : int { classic = 1, refusal = 2 };
@@ -19,18 +22,6 @@ struct EnableOptions {
 struct ReconcileOptions {
   bool force = false;
   bool allowRestart = false;
-};
-
-struct ConfigArguments {
-  std::wstring action;
-  std::wstring file;  // empty: the shared settings file
-  bool json = false;
-};
-
-struct CustomModelArguments {
-  std::wstring action;
-  std::vector<std::wstring> arguments;
-  bool json = false;
 };
 
 // Each returns the dispatcher's message for a bad command line, or an empty string when the

@@ -1,6 +1,6 @@
 #include "cli/verb_table.h"
 
-#include "cli/console.h"
+#include "common/console.h"
 #include "cli/verb_options.h"
 #include "config/config_verbs.h"
 #include "snapshot/custom_model_verbs.h"

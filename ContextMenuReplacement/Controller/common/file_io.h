@@ -4,6 +4,7 @@
 #include <string>
 #include <string_view>
 
+#include "common/status.h"
 #include "common/text.h"
 #include "common/win32.h"
 

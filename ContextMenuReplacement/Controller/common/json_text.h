@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "common/status.h"
 #include "common/text.h"
 
 namespace cmr {

@@ -19,4 +19,12 @@ std::wstring ErrorText(DWORD code) {
   return text;
 }
 
+std::wstring Win32Message(std::wstring_view what, DWORD code) {
+  return fmt::format(L"{}: {} (error {}).", what, ErrorText(code), code);
+}
+
+Status Win32Failure(std::wstring_view what, DWORD code) {
+  return Status::Failure(Win32Message(what, code));
+}
+
 }  // namespace cmr

@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "common/status.h"
 #include "common/win32.h"
 
 namespace cmr {
@@ -10,5 +11,10 @@ namespace cmr {
 // FormatMessage" when there is none. Trailing line breaks and blanks are trimmed so the text
 // can stand inside a one-line message.
 [[nodiscard]] std::wstring ErrorText(DWORD code);
+
+// "<what>: <system text> (error <code>)."; `what` names the step and its object, for example
+// "Could not open 'C:\x\control.bin'".
+[[nodiscard]] std::wstring Win32Message(std::wstring_view what, DWORD code);
+[[nodiscard]] Status Win32Failure(std::wstring_view what, DWORD code);
 
 }  // namespace cmr

@@ -3,12 +3,8 @@
 
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace cmr {
-
-// Ordered whole-sentence messages; a document is valid exactly when its error list is empty.
-using MessageList = std::vector<std::wstring>;
 
 [[nodiscard]] std::string ToUtf8(std::wstring_view text);
 [[nodiscard]] std::wstring FromUtf8(std::string_view text);

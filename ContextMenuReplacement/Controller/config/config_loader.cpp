@@ -2,7 +2,7 @@
 
 #include <fmt/xchar.h>
 
-#include "cli/log.h"
+#include "common/log.h"
 #include "common/file_io.h"
 #include "common/json_text.h"
 #include "config/config_snapshot.h"

@@ -4,8 +4,8 @@
 
 #include <cstring>
 
-#include "cli/data_paths.h"
-#include "cli/log.h"
+#include "common/data_paths.h"
+#include "common/log.h"
 #include "common/byte_image.h"
 #include "common/file_io.h"
 #include "common/system_error.h"

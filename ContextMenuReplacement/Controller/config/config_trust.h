@@ -5,6 +5,7 @@
 
 #include <string>
 
+#include "common/status.h"
 #include "common/text.h"
 #include "common/win32.h"
 

@@ -2,8 +2,8 @@
 
 #include <fmt/xchar.h>
 
-#include "cli/console.h"
-#include "cli/data_paths.h"
+#include "common/console.h"
+#include "common/data_paths.h"
 #include "common/file_io.h"
 #include "common/json_text.h"
 #include "common/unique_handle.h"

@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 
+#include "common/status.h"
 #include "common/text.h"
 #include "config/menu_configuration.h"
 

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <string>
 
+#include "common/status.h"
 #include "common/text.h"
 #include "config/menu_configuration.h"
 

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "cli/data_paths.h"
+#include "common/data_paths.h"
 #include "common/file_io.h"
 #include "common/json_text.h"
 

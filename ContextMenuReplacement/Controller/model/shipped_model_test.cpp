@@ -6,7 +6,7 @@
 #include <set>
 #include <string>
 
-#include "cli/data_paths.h"
+#include "common/data_paths.h"
 #include "common/file_io.h"
 #include "common/json_text.h"
 #include "model/command_identity.h"

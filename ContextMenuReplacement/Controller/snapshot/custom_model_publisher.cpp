@@ -2,7 +2,7 @@
 
 #include <fmt/xchar.h>
 
-#include "cli/data_paths.h"
+#include "common/data_paths.h"
 #include "common/byte_image.h"
 #include "common/file_io.h"
 #include "common/unique_handle.h"

@@ -5,10 +5,10 @@
 #include <string_view>
 #include <vector>
 
-#include "cli/console.h"
+#include "common/console.h"
 #include "common/file_io.h"
 #include "common/json_text.h"
-#include "model/publish_pipeline.h"
+#include "snapshot/publish_pipeline.h"
 #include "snapshot/custom_model_publisher.h"
 #include "snapshot/effective_tree.h"
 #include "snapshot/target_matching.h"

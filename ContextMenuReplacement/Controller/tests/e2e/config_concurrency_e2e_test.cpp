@@ -9,7 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "cli/data_paths.h"
+#include "common/data_paths.h"
 #include "common/byte_image.h"
 #include "common/file_io.h"
 #include "common/text.h"

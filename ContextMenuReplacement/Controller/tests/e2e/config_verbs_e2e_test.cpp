@@ -5,7 +5,7 @@
 #include <gtest/gtest.h>
 #include <sddl.h>
 
-#include "cli/data_paths.h"
+#include "common/data_paths.h"
 #include "common/byte_image.h"
 #include "common/file_io.h"
 #include "common/text.h"

@@ -7,7 +7,7 @@
 #include <cstring>
 #include <regex>
 
-#include "cli/data_paths.h"
+#include "common/data_paths.h"
 #include "common/file_io.h"
 #include "common/text.h"
 #include "tests/e2e/harness.h"

@@ -4,7 +4,7 @@
 
 #include <mutex>
 
-#include "cli/data_paths.h"
+#include "common/data_paths.h"
 #include "common/file_io.h"
 #include "common/text.h"
 

@@ -1,10 +1,10 @@
-#include "model/publish_pipeline.h"
+#include "snapshot/publish_pipeline.h"
 
 #include <fmt/xchar.h>
 
 #include <cwctype>
 
-#include "cli/log.h"
+#include "common/log.h"
 #include "common/file_io.h"
 #include "common/json_text.h"
 #include "model/layout_inheritance.h"

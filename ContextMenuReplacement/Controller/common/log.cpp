@@ -1,12 +1,12 @@
-#include "cli/log.h"
+#include "common/log.h"
 
 #include <fmt/xchar.h>
 
 #include <memory>
 #include <mutex>
 
-#include "cli/console.h"
-#include "cli/data_paths.h"
+#include "common/console.h"
+#include "common/data_paths.h"
 #include "common/file_io.h"
 #include "common/text.h"
 #include "common/unique_handle.h"

@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <string>
 
+#include "common/status.h"
 #include "common/text.h"
 #include "snapshot/custom_model_snapshot.h"
 

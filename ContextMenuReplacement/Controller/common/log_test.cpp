@@ -1,4 +1,4 @@
-#include "cli/log.h"
+#include "common/log.h"
 
 #include <gtest/gtest.h>
 
@@ -38,7 +38,7 @@ TEST(LogFormat, FileNameFromStemComponentOrProduct) {
 #include <string>
 #include <vector>
 
-#include "cli/data_paths.h"
+#include "common/data_paths.h"
 #include "common/file_io.h"
 #include "common/text.h"
 #include "common/unique_handle.h"

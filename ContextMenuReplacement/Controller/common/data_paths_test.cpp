@@ -1,4 +1,4 @@
-#include "cli/data_paths.h"
+#include "common/data_paths.h"
 
 #include <gtest/gtest.h>
 
