@@ -69,19 +69,24 @@ void MarkFrom(Value& items, std::string_view layoutId, Allocator& allocator, siz
 
 // Lays one of the child's own rows over the inherited rows in `items`: same id and both
 // submenus merges (the child's members win, its rows merge recursively), same id otherwise
-// replaces in place, a new id is appended. `own` is moved from.
-void LayOver(Value& items, Value& own, Allocator& allocator) {
+// replaces in place, a new id is appended. `own` is moved from. Only inherited copies (those
+// still carrying "_from") can be replaced: meeting a row the child already laid down means the
+// child declared one id twice.
+std::wstring LayOver(Value& items, Value& own, Allocator& allocator) {
   const std::string id(IdOf(own));
   const NodeLocation found = id.empty() ? NodeLocation{} : Find(items, id, 0);
   if (!found) {
     items.PushBack(own, allocator);
-    return;
+    return {};
   }
   Value& inherited = found.node();
+  if (!inherited.IsObject() || !inherited.HasMember("_from")) {
+    return fmt::format(L"Duplicate node id '{}' in one layout.", FromUtf8(id));
+  }
   if (ItemsOf(inherited) == nullptr || ItemsOf(own) == nullptr) {
     inherited = own;
     if (inherited.IsObject()) inherited.RemoveMember("_from");
-    return;
+    return {};
   }
   Value ownItems;
   ownItems.Swap(*ItemsOf(own));
@@ -97,7 +102,10 @@ void LayOver(Value& items, Value& own, Allocator& allocator) {
   // The row is now the child's own: cascading edits aimed at the parent's copy skip it.
   inherited.RemoveMember("_from");
   Value& target = *ItemsOf(inherited);
-  for (Value& child : ownItems.GetArray()) LayOver(target, child, allocator);
+  for (Value& child : ownItems.GetArray()) {
+    if (std::wstring error = LayOver(target, child, allocator); !error.empty()) return error;
+  }
+  return {};
 }
 
 enum class State { unvisited, inProgress, done };
@@ -196,7 +204,9 @@ class Resolver {
     }
     MarkFrom(merged, parentId, allocator_, 0);
     if (Value* own = ItemsOf(layout); own != nullptr) {
-      for (Value& node : own->GetArray()) LayOver(merged, node, allocator_);
+      for (Value& node : own->GetArray()) {
+        if (std::wstring error = LayOver(merged, node, allocator_); !error.empty()) return error;
+      }
     }
     SetMember(layout, "items", std::move(merged), allocator_);
     SetMember(layout, "_ancestors", std::move(ancestors), allocator_);

@@ -75,6 +75,16 @@ TEST(LayoutInheritance, RefusesDuplicatesCyclesMissingParentsAndLongChains) {
       {R"({"id":"a","inherits":"b","items":[]},{"id":"b","inherits":"a","items":[]})",
        L"Layout inheritance contains a cycle through 'a'."},
       {R"({"id":"a","inherits":"gone","items":[]})", L"Layout 'a' inherits missing layout 'gone'."},
+      // Replacement by id reaches the parent's copies only; a repeat of the child's own row,
+      // also one merged into an inherited submenu, is a duplicate.
+      {R"({"id":"p","items":[{"type":"submenu","id":"m","items":[]}]},)"
+       R"({"id":"c","inherits":"p","items":[{"type":"separator","id":"x"},)"
+       R"({"type":"separator","id":"x"}]})",
+       L"Duplicate node id 'x' in one layout."},
+      {R"({"id":"p","items":[{"type":"submenu","id":"m","items":[]}]},)"
+       R"({"id":"c","inherits":"p","items":[{"type":"submenu","id":"m","items":[]},)"
+       R"({"type":"separator","id":"m"}]})",
+       L"Duplicate node id 'm' in one layout."},
       {R"({"id":"lonely","abstract":true})",
        L"Layout 'lonely' does not inherit from another layout, so it must declare at least one "
        L"item."},

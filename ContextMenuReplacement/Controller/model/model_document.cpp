@@ -5,6 +5,7 @@
 #include <rapidjson/stringbuffer.h>
 
 #include <array>
+#include <unordered_map>
 #include <unordered_set>
 
 #include "common/json_text.h"
@@ -76,16 +77,37 @@ void AppendFolded(std::wstring& key, std::wstring_view text) {
   key += L'\n';
 }
 
-// Two matches are of equal specificity when family, namespace, extension, file class and
-// selection agree; the strings compare case-insensitively, as target matching does.
-std::wstring SpecificityKey(const LayoutMatch& match) {
-  std::wstring key = fmt::format(L"{}\n{}\n", static_cast<uint32_t>(match.family),
-                                 static_cast<uint32_t>(match.selection));
+// What a match claims apart from its selection: family, namespace, extension and file class,
+// the strings folded as target matching compares them.
+std::wstring ContextKey(const LayoutMatch& match) {
+  std::wstring key = fmt::format(L"{}\n", static_cast<uint32_t>(match.family));
   AppendFolded(key, match.namespaceId);
   AppendFolded(key, match.extension);
   AppendFolded(key, match.fileClass);
   return key;
 }
+
+// Policies are unique per identity and exact scope, selection included.
+std::wstring SpecificityKey(const LayoutMatch& match) {
+  return ContextKey(match) + fmt::format(L"{}\n", static_cast<uint32_t>(match.selection));
+}
+
+// The selections already claimed for one context, as a bit per SelectionArity value.
+bool SelectionsTie(uint32_t claimed, SelectionArity selection) {
+  // "any" scores against every target selection, so it ties with whatever else is claimed;
+  // only two different concrete selections can never both match one target.
+  if (claimed == 0) return false;
+  if (selection == SelectionArity::any || (claimed & 1u) != 0) return true;
+  return (claimed & (1u << static_cast<uint32_t>(selection))) != 0;
+}
+
+// The execution data a user command's identity is bound to, wherever it is declared.
+// The icon is not part of it: a row's icon may be changed for one menu without rebinding.
+struct Binding {
+  std::wstring title, executable;
+  std::vector<std::wstring> arguments;
+  bool operator==(const Binding&) const = default;
+};
 
 bool IsValidPinListName(std::wstring_view name) {
   if (name.empty() || name.size() > kMaxPinListNameLength) return false;
@@ -119,6 +141,7 @@ class DocumentParser {
     if (std::wstring error = ParseDefinitions(document); !error.empty()) return error;
     if (std::wstring error = ParseLayouts(document); !error.empty()) return error;
     if (std::wstring error = CheckEqualSpecificity(); !error.empty()) return error;
+    if (std::wstring error = CheckBindings(); !error.empty()) return error;
     if (std::wstring error = ParseExtensionRules(document); !error.empty()) return error;
     return ParsePolicies(document);
   }
@@ -139,6 +162,8 @@ class DocumentParser {
       if (!seen.insert(definition.commandId).second) {
         return L"Duplicate custom command definition identity.";
       }
+      (void)Bind(definition.commandId,
+                 {definition.title, definition.executable, definition.arguments});
       out_.definitions.push_back(std::move(definition));
     }
     return {};
@@ -172,14 +197,48 @@ class DocumentParser {
     return {};
   }
 
+  // Refuses every pair of concrete layouts that can tie in the target scan. A layout without
+  // "match" claims no context: two of them are duplicates of each other, and one alone would
+  // be published as some family it never named, so it is refused as well.
   std::wstring CheckEqualSpecificity() const {
-    std::unordered_set<std::wstring> claimed;
+    std::unordered_map<std::wstring, uint32_t> claimed;
+    const Layout* matchless = nullptr;
     for (const Layout& layout : out_.layouts) {
-      // An abstract layout claims no context, and neither does one without a match.
-      if (layout.isAbstract || !layout.match) continue;
-      if (!claimed.insert(SpecificityKey(*layout.match)).second) {
+      if (layout.isAbstract) continue;  // claims no context: that is what "abstract" is for
+      const std::wstring key = layout.match ? ContextKey(*layout.match) : L"<no-context>";
+      const SelectionArity selection = layout.match ? layout.match->selection : SelectionArity::any;
+      uint32_t& selections = claimed[key];
+      if (SelectionsTie(selections, selection)) {
         return fmt::format(L"Layout '{}' has an equal-specificity duplicate match.", layout.id);
       }
+      selections |= 1u << static_cast<uint32_t>(selection);
+      if (!layout.match && matchless == nullptr) matchless = &layout;
+    }
+    if (matchless != nullptr) {
+      return fmt::format(
+          L"Layout '{}' has no 'match', so it claims no context; give it a match or mark it "
+          L"'abstract'.",
+          matchless->id);
+    }
+    return {};
+  }
+
+  // One identity is bound to one execution: every declaration of it (a definition or a user
+  // command row) must agree, and a row that borrows a definition must name one that exists.
+  std::wstring CheckBindings() const {
+    for (const auto& [nodeId, identity] : borrowers_) {
+      if (bindings_.count(identity) == 0) {
+        return fmt::format(L"Node '{}' takes its command from '{}', which no definition declares.",
+                           nodeId, identity);
+      }
+    }
+    return {};
+  }
+
+  std::wstring Bind(const std::wstring& identity, Binding binding) {
+    const auto [it, added] = bindings_.emplace(identity, binding);
+    if (!added && !(it->second == binding)) {
+      return L"Conflicting custom command definitions; use a new command identity.";
     }
     return {};
   }
@@ -228,6 +287,17 @@ class DocumentParser {
       node.title = Text(entry, "title");
       node.executable = Text(entry, "executable");
       node.arguments = TextList(entry, "arguments");
+      const bool placesUser =
+          node.kind == NodeKind::command || node.kind == NodeKind::commandReference;
+      if (placesUser && !node.commandsPlusRef.empty()) {
+        borrowers_.emplace_back(node.id, node.commandsPlusRef);
+      } else if (placesUser) {
+        if (std::wstring error =
+                Bind(node.commandId, {node.title, node.executable, node.arguments});
+            !error.empty()) {
+          return error;
+        }
+      }
     } else if (declaresExecution) {
       return fmt::format(
           L"Node '{}' is not a user command and must not declare 'title', 'executable' or "
@@ -305,10 +375,15 @@ class DocumentParser {
 
     const bool holdsItems = node.kind == NodeKind::submenu || node.kind == NodeKind::iconBand ||
                             node.kind == NodeKind::withheldSlots;
-    if (holdsItems && items != nullptr) {
-      return ParseItems(*items, depth + 1, scope, node.items);
+    if (items == nullptr) return {};
+    if (!holdsItems) {
+      // Rows under a command or separator would be dropped without a word; refuse them.
+      return fmt::format(
+          L"Node '{}' cannot hold 'items': only submenu, icon_band and withheld-slots nodes have "
+          L"children.",
+          node.id);
     }
-    return {};
+    return ParseItems(*items, depth + 1, scope, node.items);
   }
 
   std::wstring ParseExtensionRules(const Value& document) {
@@ -396,6 +471,8 @@ class DocumentParser {
   }
 
   ModelDocument& out_;
+  std::unordered_map<std::wstring, Binding> bindings_;
+  std::vector<std::pair<std::wstring, std::wstring>> borrowers_;  // node id, definition named
 };
 
 }  // namespace

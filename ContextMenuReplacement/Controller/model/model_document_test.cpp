@@ -138,6 +138,21 @@ TEST(ModelDocumentNodes, RefusesGrammarViolationsWithTheNodeNamed) {
       {R"([{"type":"remaining-commands","id":"r1"},{"type":"submenu","id":"s","items":[)"
        R"({"type":"remaining-commands","id":"r2"}]}])",
        L"A placement layout can contain only one remaining-commands node."},
+      {R"([{"type":"separator","id":"s","items":[{"type":"separator","id":"t"}]}])",
+       L"Node 's' cannot hold 'items': only submenu, icon_band and withheld-slots nodes have "
+       L"children."},
+      {R"([{"type":"command","id":"c","command_id":"windows:open","items":[]}])",
+       L"Node 'c' cannot hold 'items': only submenu, icon_band and withheld-slots nodes have "
+       L"children."},
+      {R"([{"type":"command","id":"a","command_id":"user:{00000000-0000-0000-0000-000000000001}",)"
+       R"("title":"T","executable":"a.exe"},{"type":"submenu","id":"m","items":[)"
+       R"({"type":"command","id":"b","command_id":"user:{00000000-0000-0000-0000-000000000001}",)"
+       R"("title":"T","executable":"b.exe"}]}])",
+       L"Conflicting custom command definitions; use a new command identity."},
+      {R"([{"type":"command","id":"p","command_id":"user:{00000000-0000-0000-0000-000000000001}",)"
+       R"("commands_plus_ref":"user:{00000000-0000-0000-0000-000000000002}"}])",
+       L"Node 'p' takes its command from 'user:{00000000-0000-0000-0000-000000000002}', which no "
+       L"definition declares."},
   };
   for (const auto& [items, message] : cases) {
     EXPECT_EQ(Parse(WithItems(items)), message) << items;
@@ -186,6 +201,23 @@ TEST(ModelDocumentLayouts, DuplicatesAndEqualSpecificity) {
                       layout("b", R"("extension":".txt","selection":"multi")"))),
             L"");
   EXPECT_EQ(Parse(doc(a, a)), L"Duplicate layout id 'a'.");
+
+  // Selections tie unless both are concrete and differ: "any" scores against every target.
+  const std::pair<const char*, const char*> selections[] = {
+      {"any", "single"}, {"multi", "any"}, {"single", "single"}};
+  for (const auto& [first, second] : selections) {
+    EXPECT_EQ(Parse(doc(layout("a", std::string(R"("selection":")") + first + "\""),
+                        layout("b", std::string(R"("selection":")") + second + "\""))),
+              L"Layout 'b' has an equal-specificity duplicate match.")
+        << first << " " << second;
+  }
+  // A layout without a match claims no context: alone it is refused, two are duplicates.
+  const std::string matchless = R"({"id":"n","items":[{"type":"separator","id":"s"}]})";
+  EXPECT_EQ(Parse(doc(a, matchless)),
+            L"Layout 'n' has no 'match', so it claims no context; give it a match or mark it "
+            L"'abstract'.");
+  EXPECT_EQ(Parse(doc(matchless, R"({"id":"m","items":[{"type":"separator","id":"s"}]})")),
+            L"Layout 'm' has an equal-specificity duplicate match.");
 }
 
 TEST(ModelDocumentRules, ExpandsFamiliesAndChecksDuplicatesAndCounts) {

@@ -93,6 +93,7 @@ struct ModelNode {
   std::wstring titleOverride;
   std::wstring titleVerb;
   std::wstring iconPath;
+  std::wstring cachedIcon;  // user commands: the ".ico" extracted from icon_path, when cached
   bool shiftOnly = false;
   std::optional<double> order;  // author's sort key
   uint32_t rank = 0;            // fallback sort key written by flattening ("_rank")
@@ -135,6 +136,7 @@ struct CommandDefinition {
   std::wstring executable;
   std::vector<std::wstring> arguments;
   std::wstring iconPath;
+  std::wstring cachedIcon;  // the ".ico" extracted from icon_path, when cached
 };
 
 struct CommandPolicy {

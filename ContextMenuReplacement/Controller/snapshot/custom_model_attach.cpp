@@ -179,6 +179,19 @@ NodeRow CustomModelView::Node(uint32_t index) const noexcept {
   return row;
 }
 
+std::optional<DefinitionRow> CustomModelView::DefinitionOf(const NodeRow& node) const noexcept {
+  if (node.definitionIndex >= definitionCount_) return std::nullopt;
+  return Definition(node.definitionIndex);
+}
+
+std::optional<std::wstring_view> CustomModelView::Argument(const DefinitionRow& definition,
+                                                           uint32_t position) const noexcept {
+  if (position >= definition.argumentCount) return std::nullopt;
+  const uint64_t index = uint64_t{definition.argumentFirst} + position;
+  if (index >= stringListCount_) return std::nullopt;
+  return ListString(static_cast<uint32_t>(index));
+}
+
 DefinitionRow CustomModelView::Definition(uint32_t index) const noexcept {
   const uint64_t at = definitionsOffset_ + uint64_t{4 * kDefinitionRecordWords} * index;
   auto w = [&](uint32_t word) { return Word(at + 4 * word); };
@@ -312,9 +325,6 @@ bool AttachCustomModel(const void* data, size_t size, CustomModelView& view, std
       return fail("definition icon source");
     }
     if (w(kDefDeclaredIn) > 3) return fail("definition origin");
-    if (!RangeInside(w(kDefArguments), w(kDefArguments + 1), listCount)) {
-      return fail("definition argument range");
-    }
   }
 
   view.data_ = bytes;

@@ -59,6 +59,7 @@ struct PendingDefinition {
   const std::wstring* executable = nullptr;
   const std::vector<std::wstring>* arguments = nullptr;
   const std::wstring* iconPath = nullptr;
+  const std::wstring* cachedIcon = nullptr;
   std::wstring nodeId;  // synthetic node of a document definition
   uint32_t declaredIn = 0;
   bool placed = false;
@@ -94,6 +95,7 @@ class Compiler {
                                 &definition.executable,
                                 &definition.arguments,
                                 &definition.iconPath,
+                                &definition.cachedIcon,
                                 fmt::format(L"definition-{}", number),
                                 0,
                                 false};
@@ -122,9 +124,15 @@ class Compiler {
     for (const ModelNode& node : items) {
       if (IsUserCommand(node) && node.commandsPlusRef.empty() &&
           byIdentity_.count(node.commandId) == 0) {
-        PendingDefinition pending{
-            node.commandId, &node.title, &node.executable,           &node.arguments,
-            &node.iconPath, L"",         node.fromOverlay ? 3u : 2u, false};
+        PendingDefinition pending{node.commandId,
+                                  &node.title,
+                                  &node.executable,
+                                  &node.arguments,
+                                  &node.iconPath,
+                                  &node.cachedIcon,
+                                  L"",
+                                  node.fromOverlay ? 3u : 2u,
+                                  false};
         byIdentity_.emplace(node.commandId, definitions_.size());
         definitions_.push_back(std::move(pending));
       }
@@ -195,7 +203,9 @@ class Compiler {
     row[kNodeOrigin] = node.fromOverlay ? 2 : (node.from.empty() ? 0 : 1);
     PutRange(row, kNodeChildren, childFirst, childCount);
     PutRef(row, kNodeTitleVerb, out_.pool.Intern(node.titleVerb));
-    PutRef(row, kNodeIconPath, out_.pool.Intern(node.iconPath));
+    // A user command's row draws the cached copy of its icon when there is one.
+    PutRef(row, kNodeIconPath,
+           out_.pool.Intern(node.cachedIcon.empty() ? node.iconPath : node.cachedIcon));
     row[kNodeShiftOnly] = node.shiftOnly ? 1 : 0;
     row[kNodeDefinition] = kNoDefinition;
     if (IsUserCommand(node)) {
@@ -247,7 +257,9 @@ class Compiler {
       PutRef(row, kNodeIdentity, out_.pool.Intern(definition.identity));
       PutRef(row, kNodeExecutionRef, out_.pool.Intern(definition.identity));
       PutRef(row, kNodeUserTitle, out_.pool.Intern(*definition.title));
-      PutRef(row, kNodeIconPath, out_.pool.Intern(*definition.iconPath));
+      PutRef(row, kNodeIconPath,
+             out_.pool.Intern(definition.cachedIcon->empty() ? *definition.iconPath
+                                                             : *definition.cachedIcon));
       row[kNodeDefinition] = static_cast<uint32_t>(index);
       pendingArgumentRows_.emplace_back(out_.nodes.size(), index);
       out_.nodes.push_back(row);
@@ -264,9 +276,11 @@ class Compiler {
       PutRef(row, kDefTitle, out_.pool.Intern(*definition.title));
       PutRef(row, kDefExecutable, out_.pool.Intern(*definition.executable));
       PutRef(row, kDefNodeId, out_.pool.Intern(definition.nodeId));
-      PutRef(row, kDefCachedIcon, out_.pool.Intern(L""));
+      PutRef(row, kDefCachedIcon, out_.pool.Intern(*definition.cachedIcon));
       PutRef(row, kDefIconPath, out_.pool.Intern(*definition.iconPath));
-      row[kDefIconSource] = definition.iconPath->empty() ? 0 : 2;
+      row[kDefIconSource] = !definition.cachedIcon->empty() ? 1
+                            : definition.iconPath->empty()  ? 0
+                                                            : 2;
       const auto first = static_cast<uint32_t>(out_.stringList.size());
       for (const std::wstring& argument : *definition.arguments) {
         out_.stringList.push_back(out_.pool.Intern(argument));
@@ -331,7 +345,9 @@ void PutRows(ByteImageWriter& image, uint64_t offset,
 
 }  // namespace
 
-CompiledCustomModel CompileCustomModel(const ModelDocument& model) { return Compiler(model).Run(); }
+CompiledCustomModel CompileCustomModel(const ModelDocument& model) {
+  return Compiler(model).Run();
+}
 
 uint64_t CustomModelImageSize(const CompiledCustomModel& model) {
   return RegionOffsets(model).total;

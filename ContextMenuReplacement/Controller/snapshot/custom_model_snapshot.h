@@ -57,7 +57,8 @@
 //         named by "commands_plus_ref")
 //   12-13 string-list range of the command's argument tokens (user commands only; the same
 //         range as the definition's)
-//   14-15 title_verb            16-17 icon_path
+//   14-15 title_verb            16-17 icon_path; for a user command whose icon was cached,
+//         the cached ".ico" file instead
 //   18-19 the user command's own title (user commands only)
 //   20 shift_only (0 or 1)
 //   21 index of the DefinitionRecord of a user command, 0xFFFFFFFF for none
@@ -81,7 +82,8 @@
 //    7-8 executable
 //    9-10 id of the synthetic "definition-{n}" node (empty for a definition declared on a
 //         layout row)
-//   11-12 cached ".ico" file of the extracted icon (empty: this writer extracts none)
+//   11-12 cached ".ico" file of the icon extracted from icon_path (empty when none was
+//         extracted: schema-3 models, or a source without an icon)
 //   13-14 empty (reserved)
 //   15 icon source: 0 none, 1 the cached icon at 11-12, 2 the icon file at 16-17 (non-empty)
 //   16-17 icon_path as authored
@@ -106,14 +108,16 @@
 //      non-zero word 19; only "product:quick-browse" carries 23-24; only "product:quick-pins"
 //      carries 26-29, its label 1 to 64 units without a unit below 32 or 127;
 //   7. definitions: every StringRef resolves; word 2 at most 1; when word 5 is non-zero word 6
-//      is at most 9; word 15 at most 2 and 2 only with a non-empty 16-17; word 22 at most 3;
-//      the argument range at 18-19 lies inside the string list.
+//      is at most 9; word 15 at most 2 and 2 only with a non-empty 16-17; word 22 at most 3.
+//   Not checked: a node's definition index (word 21) and a definition's argument range
+//   (words 18-19); a reader bounds-checks them where it follows them.
 //   A StringRef resolves when offset <= units, length < units - offset and the unit at
 //   offset + length is zero. An empty range's first index is 0, 0xFFFFFFFF or at most the
 //   table's row count.
 
 #include <array>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -253,8 +257,16 @@ class CustomModelView;
 [[nodiscard]] bool AttachCustomModel(const void* data, size_t size, CustomModelView& view,
                                      std::string* why = nullptr);
 
-// A snapshot that passed every reader check. Rows are read without further checks; the view
-// borrows the bytes it was attached to, which must outlive it.
+// A snapshot that passed every reader check; the view borrows the bytes it was attached to,
+// which must outlive it.
+//
+// Attach checks exactly the format's rules, the ones every reader (the Hook's too) applies, so
+// these fields can be followed without a further check: every StringRef (Text), a layout's
+// root and block ranges, a node's children range and its argument range (words 12-13), and
+// the string list's entries. Layout(i), Node(i), Definition(i) and ListString(i) take an index
+// below the matching count. Two indexes are NOT checked by attach and must be checked where
+// they are used, which DefinitionOf and Argument do: a node's definition index (word 21) and a
+// definition's argument range (words 18-19).
 class CustomModelView {
  public:
   [[nodiscard]] bool attached() const noexcept { return data_ != nullptr; }
@@ -270,6 +282,11 @@ class CustomModelView {
   [[nodiscard]] LayoutRow Layout(uint32_t index) const noexcept;
   [[nodiscard]] NodeRow Node(uint32_t index) const noexcept;
   [[nodiscard]] DefinitionRow Definition(uint32_t index) const noexcept;
+  // The definition a node's word 21 names; nullopt for 0xFFFFFFFF or any index past the table.
+  [[nodiscard]] std::optional<DefinitionRow> DefinitionOf(const NodeRow& node) const noexcept;
+  // Argument `position` of a definition; nullopt past its count or past the string list.
+  [[nodiscard]] std::optional<std::wstring_view> Argument(const DefinitionRow& definition,
+                                                          uint32_t position) const noexcept;
   [[nodiscard]] std::wstring_view ListString(uint32_t index) const noexcept;
   [[nodiscard]] std::wstring_view Text(StringRef ref) const noexcept;
 

@@ -128,7 +128,7 @@ TEST(CustomModelSnapshot, SiblingsSortByOrderThenRankAndChildrenAreContiguous) {
 TEST(CustomModelSnapshot, UserCommandPlacementsShareOneDefinitionRow) {
   ModelDocument model = SmallModel();
   const std::wstring id = L"user:{11111111-2222-3333-4444-555555555555}";
-  model.definitions.push_back({id, L"Terminal", L"C:\\wt.exe", {L"-d", L"."}, L""});
+  model.definitions.push_back({id, L"Terminal", L"C:\\wt.exe", {L"-d", L"."}, L"", L""});
   ModelNode first = Node(NodeKind::command, L"t1", id, 2);
   first.commandsPlusRef = id;
   ModelNode second = first;
@@ -148,10 +148,22 @@ TEST(CustomModelSnapshot, UserCommandPlacementsShareOneDefinitionRow) {
   EXPECT_EQ(view.Text(t2.userTitle), L"Terminal");
   ASSERT_EQ(t2.argumentCount, 2u);
   EXPECT_EQ(view.ListString(t2.argumentFirst + 1), L".");
-  const DefinitionRow definition = view.Definition(0);
+  const DefinitionRow definition = *view.DefinitionOf(t2);
   EXPECT_EQ(view.Text(definition.executable), L"C:\\wt.exe");
   EXPECT_EQ(definition.placed, 1u);
   EXPECT_EQ(view.Text(definition.nodeId), L"definition-1");
+  EXPECT_EQ(view.Argument(definition, 1), L".");
+  EXPECT_EQ(view.Argument(definition, 2), std::nullopt);
+
+  // The format checks neither a node's definition index nor a definition's argument range:
+  // such an image attaches, and the view's bounded accessors refuse to follow the indexes.
+  std::string loose = image;
+  const uint32_t nodesOffset = GetWord(image, 40), definitionsOffset = GetWord(image, 56);
+  PutWord(loose, nodesOffset + 2 * 136 + 4 * kNodeDefinition, 1000000);
+  PutWord(loose, definitionsOffset + 4 * kDefArguments, 7);
+  ASSERT_TRUE(AttachCustomModel(loose.data(), loose.size(), view));
+  EXPECT_EQ(view.DefinitionOf(view.Node(2)), std::nullopt);
+  EXPECT_EQ(view.Argument(*view.DefinitionOf(view.Node(3)), 0), std::nullopt);
 }
 
 TEST(CustomModelSnapshot, AttachRejectsABadTableWholeAndLeavesTheViewEmpty) {
@@ -240,7 +252,7 @@ TEST(CustomModelSnapshot, RandomMutationsNeverCrashTheReader) {
   menu.items[0].quickBrowse = QuickBrowseSettings{L"C:\\", true};
   model.layouts[0].items.push_back(menu);
   model.definitions.push_back(
-      {L"user:{11111111-2222-3333-4444-555555555555}", L"T", L"t.exe", {L"a"}, L"i.ico"});
+      {L"user:{11111111-2222-3333-4444-555555555555}", L"T", L"t.exe", {L"a"}, L"i.ico", L""});
   const std::string good = Image(model);
   ASSERT_TRUE(Attaches(good));
 

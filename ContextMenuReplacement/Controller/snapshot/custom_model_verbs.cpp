@@ -8,22 +8,16 @@
 #include "common/console.h"
 #include "common/file_io.h"
 #include "common/json_text.h"
-#include "snapshot/publish_pipeline.h"
 #include "snapshot/custom_model_publisher.h"
 #include "snapshot/effective_tree.h"
+#include "snapshot/overlay_verbs.h"
+#include "snapshot/publish_pipeline.h"
 #include "snapshot/target_matching.h"
 
 namespace cmr {
 namespace {
 
 using Handler = int (*)(const CustomModelArguments&);
-
-std::wstring ResultJson(const ModelPipelineResult& result) {
-  return fmt::format(
-      L"{{\"published\":{},\"version\":{},\"layoutCount\":{},\"nodeCount\":{},\"errors\":{}}}",
-      result.published ? L"true" : L"false", result.version, result.layoutCount, result.nodeCount,
-      JsonStringArray(result.errors));
-}
 
 int Validate(const CustomModelArguments& args) {
   if (args.arguments.size() != 2) {
@@ -32,7 +26,7 @@ int Validate(const CustomModelArguments& args) {
   }
   const ModelPipelineResult result = PublishBaseline(args.arguments[0], args.arguments[1], false);
   if (args.json) {
-    Print(L"%s\n", ResultJson(result));
+    Print(L"%s\n", PipelineResultJson(result));
     return result.errors.empty() ? 0 : 1;
   }
   for (const std::wstring& error : result.errors) PrintLine(L"  error:   %s", error);
@@ -52,50 +46,17 @@ int Publish(const CustomModelArguments& args) {
   }
   const ModelPipelineResult result = PublishBaseline(args.arguments[0], args.arguments[1], true);
   if (args.json) {
-    Print(L"%s\n", ResultJson(result));
+    Print(L"%s\n", PipelineResultJson(result));
     return result.published ? 0 : 1;
   }
   if (!result.published) {
-    for (const std::wstring& error : result.errors) {
-      if (result.fatal) {
-        Print(L"ERROR: %s\n", error);
-      } else {
-        PrintLine(L"  error:   %s", error);
-      }
-    }
+    PrintPipelineErrors(result);
     PrintLine(L"Nothing was published. The previously published custom model is still in effect.");
     return 1;
   }
   PrintLine(L"Published custom model version %lu: %zu layout(s), %zu node(s).", result.version,
             result.layoutCount, result.nodeCount);
   return 0;
-}
-
-// The overlay road and the resets keep their argument checks; the actions themselves are not
-// part of this build.
-int ReportActionUnavailable(const std::wstring& action) {
-  PrintLine(L"The custom-model '%s' action is not available in this build.", action);
-  return 1;
-}
-
-int OverlayAction(const CustomModelArguments& args) {
-  if (args.arguments.size() != 3) {
-    PrintLine(L"custom-model %s needs <schema> <baseline> <overlay>.", args.action);
-    return 1;
-  }
-  return ReportActionUnavailable(args.action);
-}
-
-int ResetAction(const CustomModelArguments& args) {
-  if (args.arguments.empty()) {
-    PrintLine(L"custom-model reset needs <schema> <baseline> [target] in this pass.");
-    return 1;
-  }
-  if (args.arguments.size() < 2 || args.arguments.size() > 3) {
-    PrintLine(L"custom-model reset usage: custom-model reset [<schema> <baseline> [target]]");
-    return 1;
-  }
-  return ReportActionUnavailable(args.action);
 }
 
 int Effective(const CustomModelArguments& args) {
@@ -171,9 +132,14 @@ struct ActionRow {
 };
 
 constexpr ActionRow kActions[] = {
-    {L"validate", Validate},           {L"publish", Publish},     {L"publish-user", OverlayAction},
-    {L"validate-user", OverlayAction}, {L"effective", Effective}, {L"reset", ResetAction},
-    {L"prepare-reset", ResetAction},   {L"preview", Preview},
+    {L"validate", Validate},
+    {L"publish", Publish},
+    {L"publish-user", PublishUserAction},
+    {L"validate-user", ValidateUserAction},
+    {L"effective", Effective},
+    {L"reset", ResetAction},
+    {L"prepare-reset", PrepareResetAction},
+    {L"preview", Preview},
 };
 
 }  // namespace

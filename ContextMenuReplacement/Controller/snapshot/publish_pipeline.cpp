@@ -4,9 +4,9 @@
 
 #include <cwctype>
 
-#include "common/log.h"
 #include "common/file_io.h"
 #include "common/json_text.h"
+#include "common/log.h"
 #include "model/layout_inheritance.h"
 #include "model/model_document.h"
 #include "snapshot/custom_model_publisher.h"
@@ -37,23 +37,19 @@ ModelPipelineResult CompileBaseline(const std::wstring& schemaPath,
       !ParseJsonText(baselineText, false, baseline, failure)) {
     return Refused(L"The schema or baseline is not valid JSON.", false);
   }
-  // The header first: a future schema version or an overlay given in place of the baseline is
-  // reported as such rather than as whatever the schema dislikes about it.
+  // The schema first: it states what a document must hold, so a baseline without
+  // "document_kind" hears what the schema says about it. One refusal is one message: the
+  // fixed sentence its callers know, then where the validator found the fault.
+  if (std::wstring detail = SchemaViolation(schema, baseline); !detail.empty()) {
+    detail[0] = static_cast<wchar_t>(std::towupper(detail[0]));
+    return Refused(L"The baseline does not satisfy custom-menu.schema.json. " + detail, false);
+  }
   DocumentHeader header;
   if (std::wstring error = ReadDocumentHeader(baseline, header); !error.empty()) {
     return Refused(std::move(error), false);
   }
   if (std::wstring error = RequireBaselineDocument(header); !error.empty()) {
     return Refused(std::move(error), false);
-  }
-  // The shipped baseline's refusal is the one fixed sentence its callers know; the validator's
-  // finding follows it so that whoever edited the file can see where it went wrong.
-  if (std::wstring detail = SchemaViolation(schema, baseline); !detail.empty()) {
-    ModelPipelineResult result =
-        Refused(L"The baseline does not satisfy custom-menu.schema.json.", false);
-    detail[0] = static_cast<wchar_t>(std::towupper(detail[0]));
-    result.errors.push_back(std::move(detail));
-    return result;
   }
   if (std::wstring error = FlattenLayouts(baseline); !error.empty()) {
     return Refused(std::move(error), false);

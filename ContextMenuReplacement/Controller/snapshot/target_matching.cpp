@@ -25,6 +25,21 @@ constexpr NamedTarget kNamedTargets[] = {
     {L"taskbar-app", ContextFamily::taskbarApp, SelectionArity::none},
 };
 
+bool IsHex(wchar_t unit) {
+  return (unit >= L'0' && unit <= L'9') || (unit >= L'a' && unit <= L'f') ||
+         (unit >= L'A' && unit <= L'F');
+}
+
+// A namespace identity is a GUID in braces; the shell reports it in either case.
+bool IsBracedGuid(std::wstring_view text) {
+  if (text.size() != 38 || text.front() != L'{' || text.back() != L'}') return false;
+  for (size_t i = 1; i < 37; ++i) {
+    const bool dash = i == 9 || i == 14 || i == 19 || i == 24;
+    if (dash ? text[i] != L'-' : !IsHex(text[i])) return false;
+  }
+  return true;
+}
+
 bool TakePrefix(std::wstring_view& text, std::wstring_view prefix) {
   if (text.substr(0, prefix.size()) != prefix) return false;
   text.remove_prefix(prefix.size());
@@ -93,7 +108,7 @@ std::wstring ParseTarget(std::wstring_view text, MenuTarget& target) {
       }
     }
     parsed.namespaceId = rest;
-    known = !rest.empty() && rest.find(L':') == std::wstring_view::npos;
+    known = IsBracedGuid(rest);
   }
   if (!known) {
     return L"Unknown target '" + std::wstring(text) +

@@ -28,11 +28,16 @@ TEST(TargetMatching, ParsesTheTargetGrammar) {
   EXPECT_EQ(t.family, ContextFamily::namespaceItem);
   EXPECT_EQ(t.namespaceId, L"{20d04fe0-3aea-1069-a2d8-08002b30309d}");
   EXPECT_EQ(t.selection, SelectionArity::none);
-  EXPECT_EQ(Target(L"namespace:{x}").selection, SelectionArity::single);
-  EXPECT_EQ(Target(L"namespace:{x}:multi").selection, SelectionArity::multi);
+  EXPECT_EQ(Target(L"namespace:{0000000a-0000-0000-0000-00000000000a}").selection,
+            SelectionArity::single);
+  EXPECT_EQ(Target(L"namespace:{0000000a-0000-0000-0000-00000000000a}:multi").selection,
+            SelectionArity::multi);
 
-  for (const wchar_t* bad : {L"bogus", L"Desktop", L"file:", L"class:", L"namespace:",
-                             L"namespace:{x}:several", L"namespace::none"}) {
+  for (const wchar_t* bad :
+       {L"bogus", L"Desktop", L"file:", L"class:", L"namespace:",
+        L"namespace:{0000000a-0000-0000-0000-00000000000a}:several", L"namespace::none",
+        L"namespace:foo", L"namespace:{0000000a-0000-0000-0000-00000000000}",
+        L"namespace:{0000000a-0000-0000-0000_00000000000a}"}) {
     MenuTarget untouched;
     untouched.extension = L"kept";
     EXPECT_EQ(ParseTarget(bad, untouched),
@@ -45,11 +50,11 @@ TEST(TargetMatching, ParsesTheTargetGrammar) {
 
 TEST(TargetMatching, SpecificityLadderWithCaseInsensitiveTexts) {
   const std::vector<LayoutMatchView> layouts = {
-      {kFile, L"", L"", L"", kAny},           // 0: all files, 100
-      {kFile, L"", L"", L"text", kAny},       // 1: class, 200
-      {kFile, L"", L".txt", L"", kAny},       // 2: extension, 300
-      {kNamespace, L"{AB}", L"", L"", kAny},  // 3: namespace, 500
-      {kDesktop, L"", L"", L"", kAny},        // 4
+      {kFile, L"", L"", L"", kAny},                                             // 0: all files, 100
+      {kFile, L"", L"", L"text", kAny},                                         // 1: class, 200
+      {kFile, L"", L".txt", L"", kAny},                                         // 2: extension, 300
+      {kNamespace, L"{0000000A-0000-0000-0000-0000000000AB}", L"", L"", kAny},  // 3: namespace, 500
+      {kDesktop, L"", L"", L"", kAny},                                          // 4
   };
   MenuTarget textFile = Target(L"file:.TXT");
   textFile.fileClass = L"text";
@@ -59,7 +64,7 @@ TEST(TargetMatching, SpecificityLadderWithCaseInsensitiveTexts) {
   } cases[] = {{textFile, 2, 300},
                {Target(L"class:TEXT"), 1, 200},
                {Target(L"file:.jpg"), 0, 100},
-               {Target(L"namespace:{ab}"), 3, 500},
+               {Target(L"namespace:{0000000a-0000-0000-0000-0000000000ab}"), 3, 500},
                {Target(L"desktop"), 4, 100}};
   for (const auto& c : cases) {
     const MatchResult result = Match(layouts, c.target);
@@ -72,11 +77,12 @@ TEST(TargetMatching, SpecificityLadderWithCaseInsensitiveTexts) {
   // Matches that name a text outside its family, or two texts, never score.
   const std::vector<LayoutMatchView> misplaced = {
       {kFolderItem, L"", L".txt", L"", kAny},
-      {kFile, L"{ab}", L"", L"", kAny},
+      {kFile, L"{0000000a-0000-0000-0000-0000000000ab}", L"", L"", kAny},
       {kFile, L"", L".txt", L"text", kAny},
       {kNamespace, L"", L"", L"", kAny},
   };
-  for (const wchar_t* target : {L"folder-item", L"file:.txt", L"namespace:{ab}"}) {
+  for (const wchar_t* target :
+       {L"folder-item", L"file:.txt", L"namespace:{0000000a-0000-0000-0000-0000000000ab}"}) {
     EXPECT_EQ(Match(misplaced, Target(target)).status, MatchStatus::none) << target;
   }
 }
@@ -93,14 +99,23 @@ TEST(TargetMatching, TiesAreAmbiguousUnlessOutscored) {
 }
 
 TEST(TargetMatching, SelectionRequirements) {
-  const std::vector<LayoutMatchView> multiOnly = {{kNamespace, L"{ab}", L"", L"", kMulti}};
-  const std::vector<LayoutMatchView> singleOnly = {{kNamespace, L"{ab}", L"", L"", kSingle}};
+  const std::vector<LayoutMatchView> multiOnly = {
+      {kNamespace, L"{0000000a-0000-0000-0000-0000000000ab}", L"", L"", kMulti}};
+  const std::vector<LayoutMatchView> singleOnly = {
+      {kNamespace, L"{0000000a-0000-0000-0000-0000000000ab}", L"", L"", kSingle}};
   const std::vector<LayoutMatchView> both = {singleOnly[0], multiOnly[0]};
-  EXPECT_EQ(Match(multiOnly, Target(L"namespace:{ab}")).status, MatchStatus::none);
-  EXPECT_EQ(Match(multiOnly, Target(L"namespace:{ab}:multi")).status, MatchStatus::matched);
-  EXPECT_EQ(Match(singleOnly, Target(L"namespace:{ab}:multi")).status, MatchStatus::none);
-  EXPECT_EQ(Match(both, Target(L"namespace:{ab}:multi")).index, 1u);
-  EXPECT_EQ(Match(both, Target(L"namespace:{ab}")).status, MatchStatus::matched);
+  EXPECT_EQ(Match(multiOnly, Target(L"namespace:{0000000a-0000-0000-0000-0000000000ab}")).status,
+            MatchStatus::none);
+  EXPECT_EQ(
+      Match(multiOnly, Target(L"namespace:{0000000a-0000-0000-0000-0000000000ab}:multi")).status,
+      MatchStatus::matched);
+  EXPECT_EQ(
+      Match(singleOnly, Target(L"namespace:{0000000a-0000-0000-0000-0000000000ab}:multi")).status,
+      MatchStatus::none);
+  EXPECT_EQ(Match(both, Target(L"namespace:{0000000a-0000-0000-0000-0000000000ab}:multi")).index,
+            1u);
+  EXPECT_EQ(Match(both, Target(L"namespace:{0000000a-0000-0000-0000-0000000000ab}")).status,
+            MatchStatus::matched);
 }
 
 TEST(TargetMatching, NamespaceFallbackOnlyInResolve) {
@@ -110,7 +125,9 @@ TEST(TargetMatching, NamespaceFallbackOnlyInResolve) {
   EXPECT_EQ(Match(layouts, item).status, MatchStatus::none);
   EXPECT_EQ(Resolve(layouts, item).index, 1u);
   EXPECT_EQ(Resolve(layouts, Target(std::wstring(kComputer) + L":none")).index, 0u);
-  EXPECT_EQ(Resolve(layouts, Target(L"namespace:{x}:multi")).index, 1u);
+  EXPECT_EQ(
+      Resolve(layouts, Target(L"namespace:{0000000a-0000-0000-0000-00000000000a}:multi")).index,
+      1u);
   EXPECT_EQ(Resolve(layouts, Target(L"drive")).status, MatchStatus::none);  // not a namespace
   // A layout for the exact namespace wins before the fallback is tried.
   layouts.push_back({kNamespace, L"{20D04FE0-3AEA-1069-A2D8-08002B30309D}", L"", L"", kAny});

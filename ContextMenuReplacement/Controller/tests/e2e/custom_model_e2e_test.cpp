@@ -208,13 +208,18 @@ TEST(CustomModelE2e, InvalidOrOversizedBaselineIsNeverPublished) {
                                                 layout + "," + layout + "]}");
   EXPECT_EQ(run.output, std::string("  error:   Duplicate layout id 'd'.\n") + kStillInEffect);
   EXPECT_EQ(run.exitCode, 1u);
-  // A process-local field is the schema's to refuse; the fixed sentence comes first.
+  // A process-local field is the schema's to refuse, in one message; so is a missing kind.
   run = publish("handle.json", R"({"document_kind":"baseline","schema_version":2,"layouts":[)"
                                R"({"id":"d","hwnd":1,"match":{"family":"drive"},"items":[]}]})");
   EXPECT_EQ(run.output,
-            "  error:   The baseline does not satisfy custom-menu.schema.json.\n"
-            "  error:   The 'additionalProperties' rule at schema location '#/definitions/layout' "
-            "rejects '#/layouts/0/hwnd'.\n" +
+            "  error:   The baseline does not satisfy custom-menu.schema.json. The "
+            "'additionalProperties' rule at schema location '#/definitions/layout' rejects "
+            "'#/layouts/0/hwnd'.\n" +
+                std::string(kStillInEffect));
+  run = publish("kindless.json", R"({"schema_version":2,"layouts":[]})");
+  EXPECT_EQ(run.output,
+            "  error:   The baseline does not satisfy custom-menu.schema.json. The 'required' "
+            "rule at schema location '#' rejects '#'.\n" +
                 std::string(kStillInEffect));
   run = publish("big.json", OversizedBaseline());
   EXPECT_EQ(run.output,

@@ -1,0 +1,212 @@
+#include "snapshot/overlay_pipeline.h"
+
+#include <fmt/xchar.h>
+#include <rapidjson/prettywriter.h>
+#include <rapidjson/stringbuffer.h>
+
+#include "common/json_text.h"
+#include "common/log.h"
+#include "model/layout_inheritance.h"
+#include "model/model_document.h"
+#include "model/overlay_merge.h"
+#include "snapshot/user_icons.h"
+
+namespace cmr {
+namespace {
+
+ModelPipelineResult Refused(std::wstring message, bool fatal) {
+  ModelPipelineResult result;
+  result.errors.push_back(std::move(message));
+  result.fatal = fatal;
+  return result;
+}
+
+ModelPipelineResult Refused(const Status& status, bool fatal) {
+  return Refused(status.message(), fatal);
+}
+
+}  // namespace
+
+std::string PrettyOverlayText(const rapidjson::Value& document) {
+  rapidjson::StringBuffer buffer;
+  rapidjson::PrettyWriter<rapidjson::StringBuffer> writer(buffer);
+  writer.SetIndent(' ', 2);
+  document.Accept(writer);
+  return std::string(buffer.GetString(), buffer.GetSize()) + "\n";
+}
+
+namespace {
+
+struct Compiled {
+  CompiledCustomModel model;
+  std::optional<std::string> restampedOverlay;  // the text to save back, when migrated
+};
+
+// Everything up to the compiled model; nothing is written but, when publishing, the icon cache.
+ModelPipelineResult Compile(const ModelSources& sources, bool publish, ModelFiles& files,
+                            Compiled& out) {
+  const bool withOverlay = !sources.overlayPath.empty();
+  std::string schemaText, baselineText, overlayText;
+  if (files.Read(sources.schemaPath, schemaText) != ReadStatus::ok ||
+      files.Read(sources.baselinePath, baselineText) != ReadStatus::ok ||
+      (withOverlay && files.Read(sources.overlayPath, overlayText) != ReadStatus::ok)) {
+    return Refused(withOverlay ? L"The schema, baseline or overlay file could not be read."
+                               : L"The schema or baseline file could not be read.",
+                   true);
+  }
+  rapidjson::Document schema, merged, overlay;
+  JsonParseFailure failure;
+  if (!ParseJsonText(schemaText, false, schema, failure) ||
+      !ParseJsonText(baselineText, false, merged, failure) ||
+      (withOverlay && !ParseJsonText(overlayText, false, overlay, failure))) {
+    return Refused(withOverlay ? L"The schema, baseline or overlay is not valid JSON."
+                               : L"The schema or baseline is not valid JSON.",
+                   false);
+  }
+  if (std::wstring error = ValidateAgainstSchema(schema, merged, DocumentKind::baseline);
+      !error.empty()) {
+    return Refused(std::move(error), false);
+  }
+  if (withOverlay) {
+    if (std::wstring error = ValidateAgainstSchema(schema, overlay, DocumentKind::overlay);
+        !error.empty()) {
+      return Refused(std::move(error), false);
+    }
+  }
+  DocumentHeader header;
+  if (std::wstring error = ReadDocumentHeader(merged, header); !error.empty()) {
+    return Refused(std::move(error), false);
+  }
+  if (std::wstring error = RequireBaselineDocument(header); !error.empty()) {
+    return Refused(std::move(error), false);
+  }
+  if (withOverlay) {
+    bool restamped = false;
+    if (Status status = VetOverlay(header, overlay, restamped); !status) {
+      return Refused(status, false);
+    }
+    if (restamped) out.restampedOverlay = PrettyOverlayText(overlay);
+    if (Status status = MergeOverlay(merged, overlay); !status) return Refused(status, false);
+  } else if (std::wstring error = FlattenLayouts(merged); !error.empty()) {
+    return Refused(std::move(error), false);
+  }
+  ModelDocument model;
+  if (std::wstring error = ParseModelDocument(merged, model); !error.empty()) {
+    return Refused(std::move(error), false);
+  }
+  // The icon cache is written only for a publication: validation writes nothing.
+  if (publish) CacheUserCommandIcons(model);
+  out.model = CompileCustomModel(model);
+  ModelPipelineResult result;
+  result.layoutCount = out.model.layouts.size();
+  result.nodeCount = out.model.nodes.size();
+  result.imageBytes = static_cast<size_t>(CustomModelImageSize(out.model));
+  if (result.imageBytes > kCustomModelMaxBytes) {
+    return Refused(L"The custom model snapshot exceeded its size limit.", false);
+  }
+  return result;
+}
+
+// Puts the kept overlay bytes back (or removes any overlay when there was none) and republishes
+// what was in effect before; appends the outcome's message to `result`.
+void RollBack(const ModelSources& sources, const std::optional<std::string>& kept,
+              ModelFiles& files, ModelPipelineResult& result) {
+  const Status restored =
+      kept ? files.AtomicWrite(sources.overlayPath, *kept) : files.Delete(sources.overlayPath);
+  if (!restored) {
+    result.errors.push_back(
+        L"Restoring the previous saved overlay also failed; restart will retry the saved state.");
+    return;
+  }
+  ModelSources previous = sources;
+  if (!kept) previous.overlayPath.clear();
+  const ModelPipelineResult republished = PublishWithOverlay(previous, true, files);
+  if (!republished.published) {
+    result.errors.push_back(
+        L"Previous saved state restored, but republishing it failed; restart reconciliation "
+        L"will retry it.");
+  }
+}
+
+}  // namespace
+
+std::wstring CandidateOverlayPath(const std::wstring& overlayPath) {
+  return fmt::format(L"{}.candidate-{}", overlayPath, ::GetCurrentProcessId());
+}
+
+ModelPipelineResult PublishWithOverlay(const ModelSources& sources, bool publish,
+                                       ModelFiles& files) {
+  Compiled compiled;
+  ModelPipelineResult result = Compile(sources, publish, files, compiled);
+  if (!result.errors.empty() || !publish) return result;
+  if (compiled.restampedOverlay) {
+    if (Status status = files.AtomicWrite(sources.overlayPath, *compiled.restampedOverlay);
+        !status) {
+      return Refused(status, true);
+    }
+    WriteLogLine(LogLevel::info,
+                 L"[custom-model] The overlay from the predecessor release was re-stamped.");
+  }
+  Result<uint32_t> version = PublishCompiledModel(compiled.model, files);
+  if (!version) {
+    WriteLogLine(LogLevel::error, L"[custom-model] Publication failed: " + version.message());
+    return Refused(version.status(), true);
+  }
+  result.published = true;
+  result.version = version.value();
+  WriteLogLine(
+      LogLevel::info,
+      fmt::format(L"[custom-model] Published custom model version {} ({} bytes): {} "
+                  L"layout(s), {} node(s).",
+                  result.version, result.imageBytes, result.layoutCount, result.nodeCount));
+  return result;
+}
+
+ModelPipelineResult ResetOverlay(const ModelSources& sources,
+                                 const std::optional<std::string>& candidate, ModelFiles& files,
+                                 bool* overlayExisted) {
+  Result<bool> exists = files.Exists(sources.overlayPath);
+  if (!exists) return Refused(L"Could not inspect the previous overlay.", true);
+  std::optional<std::string> kept;
+  if (exists.value()) {
+    std::string bytes;
+    if (files.Read(sources.overlayPath, bytes) != ReadStatus::ok) {
+      return Refused(L"Could not read the previous overlay.", true);
+    }
+    kept = std::move(bytes);
+  }
+  if (overlayExisted != nullptr) *overlayExisted = kept.has_value();
+
+  ModelSources next = sources;
+  if (candidate) {
+    // The candidate is judged as a file beside the overlay, exactly as it will be read once
+    // it is in place; the staged file goes whatever the verdict.
+    next.overlayPath = CandidateOverlayPath(sources.overlayPath);
+    if (Status status = files.AtomicWrite(next.overlayPath, *candidate); !status) {
+      return Refused(status, true);
+    }
+    ModelPipelineResult checked = PublishWithOverlay(next, false, files);
+    (void)files.Delete(next.overlayPath);
+    if (!checked.errors.empty()) return checked;
+    if (Status status = files.AtomicWrite(sources.overlayPath, *candidate); !status) {
+      return Refused(status, true);
+    }
+    next.overlayPath = sources.overlayPath;
+  } else {
+    next.overlayPath.clear();
+    ModelPipelineResult checked = PublishWithOverlay(next, false, files);
+    if (!checked.errors.empty()) return checked;
+    if (!files.Delete(sources.overlayPath)) {
+      return Refused(L"Could not remove the overlay; the saved state is unchanged.", true);
+    }
+  }
+
+  ModelPipelineResult result = PublishWithOverlay(next, true, files);
+  if (!result.published) {
+    result.fatal = true;
+    RollBack(sources, kept, files, result);
+  }
+  return result;
+}
+
+}  // namespace cmr

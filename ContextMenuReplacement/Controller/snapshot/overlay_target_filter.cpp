@@ -1,0 +1,129 @@
+#include "snapshot/overlay_target_filter.h"
+
+#include <set>
+#include <vector>
+
+#include "common/json_text.h"
+#include "common/text.h"
+#include "model/model_names.h"
+
+namespace cmr {
+namespace {
+
+using rapidjson::Value;
+
+std::string_view Str(const Value& object, const char* key) {
+  const Value* value = JsonMember(object, key);
+  return value != nullptr && value->IsString()
+             ? std::string_view(value->GetString(), value->GetStringLength())
+             : std::string_view();
+}
+
+const Value* Array(const Value& object, const char* key) {
+  const Value* value = JsonMember(object, key);
+  return value != nullptr && value->IsArray() ? value : nullptr;
+}
+
+// Whether a layout's match scores for the target in the scan.
+bool Serves(const Value& layout, const MenuTarget& target) {
+  const Value* match = JsonMember(layout, "match");
+  if (match == nullptr || !match->IsObject()) return false;
+  const std::wstring namespaceId = FromUtf8(Str(*match, "namespace_id"));
+  const std::wstring extension = FromUtf8(Str(*match, "extension"));
+  const std::wstring fileClass = FromUtf8(Str(*match, "file_class"));
+  const Value* selection = JsonMember(*match, "selection");
+  const LayoutMatchView view{
+      static_cast<uint32_t>(ParseContextFamily(Str(*match, "family"))), namespaceId, extension,
+      fileClass,
+      static_cast<uint32_t>(selection != nullptr ? ParseSelectionArity(Str(*match, "selection"))
+                                                 : SelectionArity::any)};
+  return Match(std::span<const LayoutMatchView>(&view, 1), target).status == MatchStatus::matched;
+}
+
+bool Admits(std::string_view ruleText, const std::wstring& targetText) {
+  return ruleText.empty() || EqualsIgnoreCase(FromUtf8(ruleText), targetText);
+}
+
+bool RuleReferences(const Value& rule, const MenuTarget& target) {
+  const Value* match = JsonMember(rule, "match");
+  if (match == nullptr || !match->IsObject()) return true;  // a rule for every context
+  if (const Value* families = Array(*match, "family")) {
+    bool listed = false;
+    for (const Value& family : families->GetArray()) {
+      const std::string_view name =
+          family.IsString() ? std::string_view(family.GetString(), family.GetStringLength())
+                            : std::string_view();
+      listed = listed || ParseContextFamily(name) == target.family;
+    }
+    if (!listed) return false;
+  }
+  return Admits(Str(*match, "namespace_id"), target.namespaceId) &&
+         Admits(Str(*match, "extension"), target.extension) &&
+         Admits(Str(*match, "file_class"), target.fileClass);
+}
+
+// Ids of the layouts serving the target, with every layout they inherit from.
+std::set<std::string> ServingLayouts(const Value& overlay, const Value& baseline,
+                                     const MenuTarget& target) {
+  std::vector<const Value*> layouts;
+  for (const Value* document : {&baseline, &overlay}) {
+    if (const Value* list = Array(*document, "layouts")) {
+      for (const Value& layout : list->GetArray()) layouts.push_back(&layout);
+    }
+  }
+  std::set<std::string> serving;
+  for (const Value* layout : layouts) {
+    if (!Serves(*layout, target)) continue;
+    // Walk up "inherits"; the bound keeps a cyclic document from looping.
+    const Value* current = layout;
+    for (size_t hop = 0; current != nullptr && hop < 16; ++hop) {
+      serving.emplace(Str(*current, "id"));
+      const std::string_view parent = Str(*current, "inherits");
+      current = nullptr;
+      for (const Value* candidate : layouts) {
+        if (!parent.empty() && Str(*candidate, "id") == parent) current = candidate;
+      }
+    }
+  }
+  return serving;
+}
+
+size_t RemoveWhere(Value& overlay, const char* section, const auto& references) {
+  const auto it = overlay.FindMember(section);
+  if (it == overlay.MemberEnd() || !it->value.IsArray()) return 0;
+  size_t removed = 0;
+  for (auto entry = it->value.Begin(); entry != it->value.End();) {
+    if (references(*entry)) {
+      entry = it->value.Erase(entry);
+      ++removed;
+    } else {
+      ++entry;
+    }
+  }
+  return removed;
+}
+
+}  // namespace
+
+Result<size_t> FilterOverlayForTarget(rapidjson::Document& overlay, const Value& baseline,
+                                      const MenuTarget& target) {
+  if (!overlay.IsObject()) return Status::Failure(L"The overlay is not a JSON object.");
+  const std::set<std::string> serving = ServingLayouts(overlay, baseline, target);
+  const auto names = [&](const char* key) {
+    return [&serving, key](const Value& entry) {
+      return serving.count(std::string(Str(entry, key))) != 0;
+    };
+  };
+  size_t removed = 0;
+  removed += RemoveWhere(overlay, "layouts", [&](const Value& layout) {
+    return Serves(layout, target) || serving.count(std::string(Str(layout, "id"))) != 0;
+  });
+  removed += RemoveWhere(overlay, "insertions", names("layout_id"));
+  removed += RemoveWhere(overlay, "node_overrides", names("layout_id"));
+  removed += RemoveWhere(overlay, "layout_edits", names("id"));
+  removed += RemoveWhere(overlay, "extension_rules",
+                         [&](const Value& rule) { return RuleReferences(rule, target); });
+  return removed;
+}
+
+}  // namespace cmr
