@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <deque>
 #include <map>
+#include <set>
 
 #include "common/byte_image.h"
 #include "model/command_identity.h"
@@ -79,17 +80,33 @@ class Compiler {
       if (!layout.isAbstract) AddLayout(layout);
     }
     AddDefinitionNodes();
+    AddPolicyNodes();
     WriteDefinitions();
     (void)out_.pool.Intern(out_.modelTag);
     return std::move(out_);
   }
 
  private:
+  // Identities that some published row executes: a user command's own or the one it borrows.
+  void CollectReferenced(const std::vector<ModelNode>& items, std::set<std::wstring>& out) const {
+    for (const ModelNode& node : items) {
+      if (IsUserCommand(node)) out.emplace(DefinitionIdentity(node));
+      CollectReferenced(node.items, out);
+    }
+  }
+
   void CollectDefinitions() {
+    // The placement model compiles only the definitions a row uses, once per identity.
+    std::set<std::wstring> referenced;
+    const bool onlyReferenced = model_.schemaVersion >= 3;
+    for (const Layout& layout : model_.layouts) {
+      if (!layout.isAbstract) CollectReferenced(layout.items, referenced);
+    }
     uint32_t number = 0;
     for (const CommandDefinition& definition : model_.definitions) {
       ++number;
       if (byIdentity_.count(definition.commandId) != 0) continue;
+      if (onlyReferenced && referenced.count(definition.commandId) == 0) continue;
       PendingDefinition pending{definition.commandId,
                                 &definition.title,
                                 &definition.executable,
@@ -262,6 +279,41 @@ class Compiler {
                                                              : *definition.cachedIcon));
       row[kNodeDefinition] = static_cast<uint32_t>(index);
       pendingArgumentRows_.emplace_back(out_.nodes.size(), index);
+      out_.nodes.push_back(row);
+    }
+  }
+
+  // Command policies follow the definition rows, one "policy-{n}" row each, in document
+  // order; scoped and global policies of one command stay distinct rows.
+  void AddPolicyNodes() {
+    uint32_t number = 0;
+    for (const CommandPolicy& policy : model_.policies) {
+      NodeWords row{};
+      PutRef(row, kNodeId, out_.pool.Intern(fmt::format(L"policy-{}", ++number)));
+      row[kNodeKind] = static_cast<uint32_t>(NodeKind::commandReference);
+      PutRef(row, kNodeIdentity, out_.pool.Intern(policy.commandId));
+      PutRef(row, kNodeTitleOverride, out_.pool.Intern(policy.titleOverride));
+      row[kNodePolicyMark] = 1;
+      row[kNodePolicyHidden] = !policy.hidden ? 0 : (*policy.hidden ? 2 : 1);
+      if (policy.scope) {
+        const LayoutMatch& scope = *policy.scope;
+        row[kNodePolicyScope] = static_cast<uint32_t>(scope.family) + 1;
+        uint32_t named = 0;
+        std::wstring_view text;
+        if (!scope.namespaceId.empty()) {
+          named = 1, text = scope.namespaceId;
+        } else if (!scope.extension.empty()) {
+          named = 2, text = scope.extension;
+        } else if (!scope.fileClass.empty()) {
+          named = 3, text = scope.fileClass;
+        }
+        row[kNodePolicySelection] = static_cast<uint32_t>(scope.selection) | (named << 8);
+        PutRef(row, kNodeTitleVerb, out_.pool.Intern(text));
+        PutRef(row, kNodeIconPath, out_.pool.Intern(scope.progId));
+      } else {
+        PutRef(row, kNodeTitleVerb, out_.pool.Intern(L""));
+        PutRef(row, kNodeIconPath, out_.pool.Intern(L""));
+      }
       out_.nodes.push_back(row);
     }
   }

@@ -68,7 +68,19 @@
 //   26-27 quick_pins "list" label, "Pins" when none was given ("product:quick-pins" only;
 //         every quick-pins node carries a label of 1 to 64 units without control characters)
 //   28-29 quick_pins "path" ("product:quick-pins" only)
-//   30-33 zero
+//   30-33 zero, except on the command policy rows below
+//
+// Command policies (schema 3): after the definition rows, one row "policy-1", "policy-2", ...
+// per entry of "command_policies", in document order, of kind 8 (command-reference), outside
+// every layout. Scoped policies and the global defaults are distinct rows; the more specific
+// scope wins at menu time.
+//    3-4 the command's identity       5-6 title_override (empty: no title change)
+//   14-15 the scope's namespace_id, extension or file class (whichever it names)
+//   16-17 the scope's prog_id
+//   30 1 (marks a policy row)        31 "hidden": 0 not stated, 1 false, 2 true
+//   32 scope family + 1, 0 for a global policy
+//   33 scope selection (0-3) | which text 14-15 holds << 8 (0 none, 1 namespace_id,
+//      2 extension, 3 file class)
 //
 // String list: StringRef rows (8 bytes), the argument tokens of each definition, contiguous
 // per definition in the order of its "arguments" array.
@@ -170,6 +182,10 @@ enum NodeWord : uint32_t {
   kNodeHasQuickSettings = 25,
   kNodeQuickPinsList = 26,
   kNodeQuickPinsPath = 28,
+  kNodePolicyMark = 30,
+  kNodePolicyHidden = 31,
+  kNodePolicyScope = 32,
+  kNodePolicySelection = 33,
 };
 enum DefinitionWord : uint32_t {
   kDefIdentity = 0,

@@ -40,6 +40,7 @@ namespace {
 struct Compiled {
   CompiledCustomModel model;
   std::optional<std::string> restampedOverlay;  // the text to save back, when migrated
+  std::string originalOverlay;                  // the overlay's bytes as they were read
 };
 
 // Everything up to the compiled model; nothing is written but, when publishing, the icon cache.
@@ -85,7 +86,10 @@ ModelPipelineResult Compile(const ModelSources& sources, bool publish, ModelFile
     if (Status status = VetOverlay(header, overlay, restamped); !status) {
       return Refused(status, false);
     }
-    if (restamped) out.restampedOverlay = PrettyOverlayText(overlay);
+    if (restamped) {
+      out.restampedOverlay = PrettyOverlayText(overlay);
+      out.originalOverlay = overlayText;
+    }
     if (Status status = MergeOverlay(merged, overlay); !status) return Refused(status, false);
   } else if (std::wstring error = FlattenLayouts(merged); !error.empty()) {
     return Refused(std::move(error), false);
@@ -150,6 +154,12 @@ ModelPipelineResult PublishWithOverlay(const ModelSources& sources, bool publish
   Result<uint32_t> version = PublishCompiledModel(compiled.model, files);
   if (!version) {
     WriteLogLine(LogLevel::error, L"[custom-model] Publication failed: " + version.message());
+    // A failed publication leaves the saved state as it was, the overlay's stamp included.
+    if (compiled.restampedOverlay &&
+        !files.AtomicWrite(sources.overlayPath, compiled.originalOverlay)) {
+      WriteLogLine(LogLevel::error,
+                   L"[custom-model] The re-stamped overlay could not be put back as it was.");
+    }
     return Refused(version.status(), true);
   }
   result.published = true;
@@ -186,7 +196,11 @@ ModelPipelineResult ResetOverlay(const ModelSources& sources,
       return Refused(status, true);
     }
     ModelPipelineResult checked = PublishWithOverlay(next, false, files);
-    (void)files.Delete(next.overlayPath);
+    if (!files.Delete(next.overlayPath)) {
+      // Nothing has changed yet; going on would leave the staged file behind for good.
+      return Refused(fmt::format(L"Could not remove the staged candidate '{}'.", next.overlayPath),
+                     true);
+    }
     if (!checked.errors.empty()) return checked;
     if (Status status = files.AtomicWrite(sources.overlayPath, *candidate); !status) {
       return Refused(status, true);
