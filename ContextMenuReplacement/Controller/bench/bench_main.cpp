@@ -7,6 +7,7 @@
 #include "bench/bench.h"
 #include "common/data_paths.h"
 #include "common/file_io.h"
+#include "tests/support/staged_install.h"
 #include "common/json_text.h"
 
 namespace cmr::bench {
@@ -51,11 +52,9 @@ void Note(const std::string& text) {
 }
 
 std::string StagedText(const wchar_t* relative) {
-  const std::wstring path =
-      JoinPath(JoinPath(ParentFolder(ExecutableFolder()), L"stage"), relative);
-  std::string bytes;
-  if (ReadWholeFile(path, bytes) != ReadStatus::ok) std::abort();
-  return bytes;
+  Result<std::string> bytes = ReadWholeFile(StagedFile(relative));
+  if (!bytes) std::abort();
+  return std::move(bytes.value());
 }
 
 rapidjson::Document ParseOrAbort(const std::string& text) {

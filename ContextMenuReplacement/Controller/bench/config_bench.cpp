@@ -123,11 +123,11 @@ CMR_BENCH("config: publish the 1 MiB configuration end to end", 20) {
   static const std::wstring folder = JoinPath(temp, L"cmr-bench-config");
   static const std::wstring menu = JoinPath(folder, L"menu.json");
   static const bool written = [] {
-    MessageList errors;
-    return WriteWholeFile(menu, NearLimitDocument(), errors);
+    (void)EnsureDirectories(folder);
+    return AtomicWriteFile(menu, NearLimitDocument()).ok();
   }();
-  PublishedFolderTarget target(JoinPath(folder, L"published"));
-  const PublishResult result = LoadMenuFile(menu, PublishMode::publish, target);
+  ConfigPublisher publisher(JoinPath(folder, L"published"), SystemFiles());
+  const PublishResult result = LoadMenuFile(menu, PublishMode::publish, publisher);
   Consume(&result);
   Consume(&written);
 }

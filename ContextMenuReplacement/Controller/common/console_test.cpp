@@ -46,7 +46,7 @@ std::string CaptureStandardOutput(void (*print)()) {
     print();
     ::SetStdHandle(STD_OUTPUT_HANDLE, saved);
   }
-  (void)ReadWholeFile(path, bytes);
+  if (Result<std::string> read = ReadWholeFile(path)) bytes = read.value();
   ::DeleteFileW(path.c_str());
   return bytes;
 }

@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/support/staged_install.h"
+
 #include <set>
 #include <string>
 
@@ -17,17 +19,13 @@
 namespace cmr {
 namespace {
 
-std::wstring StagedFile(const wchar_t* relative) {
-  // Unit tests run from <build>\tests; the staged install tree is <build>\stage.
-  return JoinPath(JoinPath(ParentFolder(ExecutableFolder()), L"stage"), relative);
-}
 
 rapidjson::Document Load(const wchar_t* relative) {
   rapidjson::Document document;
-  std::string bytes;
-  EXPECT_EQ(ReadWholeFile(StagedFile(relative), bytes), ReadStatus::ok) << relative;
+  const Result<std::string> bytes = ReadWholeFile(StagedFile(relative));
+  EXPECT_TRUE(bytes.ok()) << relative;
   JsonParseFailure failure;
-  EXPECT_TRUE(ParseJsonText(bytes, false, document, failure)) << failure.offset;
+  EXPECT_TRUE(ParseJsonText(bytes ? bytes.value() : "", false, document, failure)) << failure.offset;
   return document;
 }
 

@@ -70,17 +70,15 @@ int Effective(const CustomModelArguments& args) {
     PrintLine(L"%s", message);
     return 1;
   }
-  std::string control;
+  const Result<std::string> control = ReadWholeFile(CustomModelControlPath());
   uint32_t version = 0;
-  if (ReadWholeFile(CustomModelControlPath(), control) != ReadStatus::ok ||
-      !ReadCustomModelControl(control, version)) {
+  if (!control || !ReadCustomModelControl(control.value(), version)) {
     PrintLine(L"No compatible custom model has been published yet.");
     return 1;
   }
-  std::string image;
+  const Result<std::string> image = ReadWholeFile(CustomModelSnapshotPath(version));
   CustomModelView view;
-  if (ReadWholeFile(CustomModelSnapshotPath(version), image) != ReadStatus::ok ||
-      !AttachCustomModel(image.data(), image.size(), view)) {
+  if (!image || !AttachCustomModel(image->data(), image->size(), view)) {
     PrintLine(L"The published custom model snapshot is not readable.");
     return 1;
   }

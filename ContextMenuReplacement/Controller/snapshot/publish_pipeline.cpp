@@ -26,15 +26,18 @@ ModelPipelineResult Refused(std::wstring message, bool fatal) {
 ModelPipelineResult CompileBaseline(const std::wstring& schemaPath,
                                     const std::wstring& baselinePath,
                                     CompiledCustomModel& compiled) {
-  std::string schemaText, baselineText;
-  if (ReadWholeFile(schemaPath, schemaText) != ReadStatus::ok ||
-      ReadWholeFile(baselinePath, baselineText) != ReadStatus::ok) {
+  const Result<std::string> schemaText = ReadWholeFile(schemaPath);
+  const Result<std::string> baselineText = ReadWholeFile(baselinePath);
+  if (!schemaText || !baselineText) {
+    // The sentence is the one its callers know; which file and why goes to the log.
+    WriteLogLine(LogLevel::error,
+                 L"[custom-model] " + (!schemaText ? schemaText : baselineText).message());
     return Refused(L"The schema or baseline file could not be read.", true);
   }
   rapidjson::Document schema, baseline;
   JsonParseFailure failure;
-  if (!ParseJsonText(schemaText, false, schema, failure) ||
-      !ParseJsonText(baselineText, false, baseline, failure)) {
+  if (!ParseJsonText(schemaText.value(), false, schema, failure) ||
+      !ParseJsonText(baselineText.value(), false, baseline, failure)) {
     return Refused(L"The schema or baseline is not valid JSON.", false);
   }
   // The schema first: it states what a document must hold, so a baseline without
@@ -74,13 +77,14 @@ ModelPipelineResult PublishBaseline(const std::wstring& schemaPath,
   CompiledCustomModel compiled;
   ModelPipelineResult result = CompileBaseline(schemaPath, baselinePath, compiled);
   if (!result.errors.empty() || !publish) return result;
-  uint32_t version = 0;
-  if (std::wstring failure = PublishCustomModel(compiled, version); !failure.empty()) {
-    WriteLogLine(LogLevel::error, L"[custom-model] Publication failed: " + failure);
-    return Refused(std::move(failure), true);
+  const Result<uint32_t> published = PublishCustomModel(compiled);
+  if (!published) {
+    WriteLogLine(LogLevel::error, L"[custom-model] Publication failed: " + published.message());
+    return Refused(published.message(), true);
   }
   result.published = true;
-  result.version = version;
+  result.version = published.value();
+  const uint32_t version = result.version;
   WriteLogLine(LogLevel::info,
                fmt::format(L"[custom-model] Published custom model version {} ({} bytes): {} "
                            L"layout(s), {} node(s).",

@@ -87,11 +87,12 @@ TEST(ConfigConcurrencyE2e, ReaderLoop) {
       ++failures;
       continue;
     }
-    std::string image;
-    if (ReadWholeFile(SnapshotFilePath(version), image) != ReadStatus::ok) {
+    const Result<std::string> read = ReadWholeFile(SnapshotFilePath(version));
+    if (!read) {
       ++failures;
       continue;
     }
+    const std::string& image = read.value();
     const std::wstring problem = CheckSnapshotImage(image, version);
     if (!problem.empty() || image != FlattenConfiguration(Alternative(version), version)) {
       if (failures < 5) ADD_FAILURE() << "version " << version << ": " << ToUtf8(problem);
@@ -109,10 +110,9 @@ TEST(ConfigConcurrencyE2e, ReaderLoop) {
 TEST(ConfigConcurrencyE2e, ReadersNeverSeeATornSnapshot) {
   ResetUserData();
   (void)ScratchFolder(L"config-concurrency");
-  PublishedFolderTarget target;
+  ConfigPublisher publisher;
   PublishResult first;
-  PublishConfiguration(Alternative(1), PublishMode::publish, GlobalsPolicy::withDefaultGlobals,
-                       target, first);
+  publisher.Publish(Alternative(1), PublishMode::publish, GlobalsPolicy::withDefaultGlobals, first);
   ASSERT_EQ(first.version, 1u);
 
   UniqueHandle ready(::CreateEventW(nullptr, TRUE, FALSE, kReadyEvent));
@@ -134,8 +134,8 @@ TEST(ConfigConcurrencyE2e, ReadersNeverSeeATornSnapshot) {
 
   for (uint32_t version = 2; version <= kPublications; ++version) {
     PublishResult result;
-    PublishConfiguration(Alternative(version), PublishMode::publish,
-                         GlobalsPolicy::withDefaultGlobals, target, result);
+    publisher.Publish(Alternative(version), PublishMode::publish,
+                      GlobalsPolicy::withDefaultGlobals, result);
     ASSERT_EQ(result.version, version) << (result.errors.empty() ? "" : ToUtf8(result.errors[0]));
   }
   ASSERT_EQ(::WaitForSingleObject(reader.get(), 150000), WAIT_OBJECT_0);
