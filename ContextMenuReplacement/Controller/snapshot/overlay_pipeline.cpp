@@ -9,6 +9,7 @@
 #include "model/layout_inheritance.h"
 #include "model/model_document.h"
 #include "model/overlay_merge.h"
+#include "snapshot/custom_model_publisher.h"
 #include "snapshot/user_icons.h"
 
 namespace cmr {
@@ -44,16 +45,24 @@ struct Compiled {
 };
 
 // Everything up to the compiled model; nothing is written but, when publishing, the icon cache.
-ModelPipelineResult Compile(const ModelSources& sources, bool publish, ModelFiles& files,
+ModelPipelineResult Compile(const ModelSources& sources, bool publish, FileOperations& files,
                             Compiled& out) {
   const bool withOverlay = !sources.overlayPath.empty();
   std::string schemaText, baselineText, overlayText;
-  if (files.Read(sources.schemaPath, schemaText) != ReadStatus::ok ||
-      files.Read(sources.baselinePath, baselineText) != ReadStatus::ok ||
-      (withOverlay && files.Read(sources.overlayPath, overlayText) != ReadStatus::ok)) {
-    return Refused(withOverlay ? L"The schema, baseline or overlay file could not be read."
-                               : L"The schema or baseline file could not be read.",
-                   true);
+  for (auto [path, text] : {std::pair{&sources.schemaPath, &schemaText},
+                            std::pair{&sources.baselinePath, &baselineText},
+                            std::pair{&sources.overlayPath, &overlayText}}) {
+    if (path->empty()) continue;
+    Result<std::optional<std::string>> read = files.Read(*path);
+    if (!read || !read.value()) {
+      // The sentence is the one its callers know; which file and why goes to the log.
+      WriteLogLine(LogLevel::error,
+                   L"[custom-model] Could not read '" + *path + L"'. " + read.message());
+      return Refused(withOverlay ? L"The schema, baseline or overlay file could not be read."
+                                 : L"The schema or baseline file could not be read.",
+                     true);
+    }
+    *text = std::move(*read.value());
   }
   rapidjson::Document schema, merged, overlay;
   JsonParseFailure failure;
@@ -114,9 +123,9 @@ ModelPipelineResult Compile(const ModelSources& sources, bool publish, ModelFile
 // Puts the kept overlay bytes back (or removes any overlay when there was none) and republishes
 // what was in effect before; appends the outcome's message to `result`.
 void RollBack(const ModelSources& sources, const std::optional<std::string>& kept,
-              ModelFiles& files, ModelPipelineResult& result) {
+              FileOperations& files, ModelPipelineResult& result) {
   const Status restored =
-      kept ? files.AtomicWrite(sources.overlayPath, *kept) : files.Delete(sources.overlayPath);
+      kept ? files.WriteAtomically(sources.overlayPath, *kept) : files.Delete(sources.overlayPath);
   if (!restored) {
     result.errors.push_back(
         L"Restoring the previous saved overlay also failed; restart will retry the saved state.");
@@ -139,24 +148,24 @@ std::wstring CandidateOverlayPath(const std::wstring& overlayPath) {
 }
 
 ModelPipelineResult PublishWithOverlay(const ModelSources& sources, bool publish,
-                                       ModelFiles& files) {
+                                       FileOperations& files) {
   Compiled compiled;
   ModelPipelineResult result = Compile(sources, publish, files, compiled);
   if (!result.errors.empty() || !publish) return result;
   if (compiled.restampedOverlay) {
-    if (Status status = files.AtomicWrite(sources.overlayPath, *compiled.restampedOverlay);
+    if (Status status = files.WriteAtomically(sources.overlayPath, *compiled.restampedOverlay);
         !status) {
       return Refused(status, true);
     }
     WriteLogLine(LogLevel::info,
                  L"[custom-model] The overlay from the predecessor release was re-stamped.");
   }
-  Result<uint32_t> version = PublishCompiledModel(compiled.model, files);
+  Result<uint32_t> version = PublishCustomModel(compiled.model, files);
   if (!version) {
     WriteLogLine(LogLevel::error, L"[custom-model] Publication failed: " + version.message());
     // A failed publication leaves the saved state as it was, the overlay's stamp included.
     if (compiled.restampedOverlay &&
-        !files.AtomicWrite(sources.overlayPath, compiled.originalOverlay)) {
+        !files.WriteAtomically(sources.overlayPath, compiled.originalOverlay)) {
       WriteLogLine(LogLevel::error,
                    L"[custom-model] The re-stamped overlay could not be put back as it was.");
     }
@@ -173,18 +182,14 @@ ModelPipelineResult PublishWithOverlay(const ModelSources& sources, bool publish
 }
 
 ModelPipelineResult ResetOverlay(const ModelSources& sources,
-                                 const std::optional<std::string>& candidate, ModelFiles& files,
+                                 const std::optional<std::string>& candidate, FileOperations& files,
                                  bool* overlayExisted) {
-  Result<bool> exists = files.Exists(sources.overlayPath);
-  if (!exists) return Refused(L"Could not inspect the previous overlay.", true);
-  std::optional<std::string> kept;
-  if (exists.value()) {
-    std::string bytes;
-    if (files.Read(sources.overlayPath, bytes) != ReadStatus::ok) {
-      return Refused(L"Could not read the previous overlay.", true);
-    }
-    kept = std::move(bytes);
+  Result<std::optional<std::string>> previous = files.Read(sources.overlayPath);
+  if (!previous) {
+    WriteLogLine(LogLevel::error, L"[custom-model] " + previous.message());
+    return Refused(L"Could not read the previous overlay.", true);
   }
+  const std::optional<std::string> kept = std::move(previous.value());
   if (overlayExisted != nullptr) *overlayExisted = kept.has_value();
 
   ModelSources next = sources;
@@ -192,7 +197,7 @@ ModelPipelineResult ResetOverlay(const ModelSources& sources,
     // The candidate is judged as a file beside the overlay, exactly as it will be read once
     // it is in place; the staged file goes whatever the verdict.
     next.overlayPath = CandidateOverlayPath(sources.overlayPath);
-    if (Status status = files.AtomicWrite(next.overlayPath, *candidate); !status) {
+    if (Status status = files.WriteAtomically(next.overlayPath, *candidate); !status) {
       return Refused(status, true);
     }
     ModelPipelineResult checked = PublishWithOverlay(next, false, files);
@@ -202,7 +207,7 @@ ModelPipelineResult ResetOverlay(const ModelSources& sources,
                      true);
     }
     if (!checked.errors.empty()) return checked;
-    if (Status status = files.AtomicWrite(sources.overlayPath, *candidate); !status) {
+    if (Status status = files.WriteAtomically(sources.overlayPath, *candidate); !status) {
       return Refused(status, true);
     }
     next.overlayPath = sources.overlayPath;

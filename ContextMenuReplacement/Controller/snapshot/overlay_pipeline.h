@@ -3,7 +3,7 @@
 // without publication, and the two resets, each of which leaves on disk either the new state
 // or the exact old one, never a mixture.
 //
-// Every file step goes through ModelFiles, so a test can fail any one of them. The steps:
+// Every file step goes through FileOperations, so a test can fail any one of them. The steps:
 //   publish with overlay: read schema, baseline, overlay; [write back a re-stamped overlay];
 //     publish (create folder, read control, write snapshot, write control).
 //   full reset: inspect and read the overlay; read schema and baseline (compile only); delete
@@ -19,7 +19,7 @@
 #include <optional>
 #include <string>
 
-#include "snapshot/model_files.h"
+#include "common/file_operations.h"
 #include "snapshot/publish_pipeline.h"
 
 namespace cmr {
@@ -34,13 +34,13 @@ struct ModelSources {
 // writes a re-stamped overlay back and publishes. With it clear nothing is written and no
 // version is taken (validate-user).
 [[nodiscard]] ModelPipelineResult PublishWithOverlay(const ModelSources& sources, bool publish,
-                                                     ModelFiles& files);
+                                                     FileOperations& files);
 
 // Removes the overlay (no candidate) or replaces it by `candidate`, then republishes, with the
 // rollback described above. `overlayExisted` tells the caller whether there was one.
 [[nodiscard]] ModelPipelineResult ResetOverlay(const ModelSources& sources,
                                                const std::optional<std::string>& candidate,
-                                               ModelFiles& files, bool* overlayExisted = nullptr);
+                                               FileOperations& files, bool* overlayExisted = nullptr);
 
 // An overlay document as it is saved: UTF-8, indented by two spaces, ending in a line feed.
 [[nodiscard]] std::string PrettyOverlayText(const rapidjson::Value& document);

@@ -4,59 +4,25 @@
 
 #include <cstdio>
 #include <functional>
+#include <iostream>
 
 #include "common/data_paths.h"
 #include "common/unique_handle.h"
 #include "snapshot/custom_model_publisher.h"
+#include "tests/support/scripted_files.h"
+#include "tests/support/staged_install.h"
 
 namespace cmr {
 namespace {
 
-// The real files, with one step (every call counts as one) made to fail.
-class FailingFiles final : public ModelFiles {
- public:
-  explicit FailingFiles(int failAt) : failAt_(failAt) {}
-  int steps() const { return steps_; }
-
-  ReadStatus Read(const std::wstring& path, std::string& bytes) override {
-    return Fails() ? ReadStatus::unreadable : disk_.Read(path, bytes);
-  }
-  Result<bool> Exists(const std::wstring& path) override {
-    if (Fails()) return Status::Failure(L"injected");
-    return disk_.Exists(path);
-  }
-  Status AtomicWrite(const std::wstring& path, std::string_view bytes) override {
-    return Fails() ? Status::Failure(L"injected") : disk_.AtomicWrite(path, bytes);
-  }
-  Status Delete(const std::wstring& path) override {
-    return Fails() ? Status::Failure(L"injected") : disk_.Delete(path);
-  }
-  DWORD CreateFolder(const std::wstring& path) override {
-    return Fails() ? ERROR_ACCESS_DENIED : disk_.CreateFolder(path);
-  }
-
- private:
-  bool Fails() { return ++steps_ == failAt_; }
-  DiskModelFiles disk_;
-  int failAt_;
-  int steps_ = 0;
-};
-
-std::wstring Staged(const wchar_t* relative) {
-  return JoinPath(JoinPath(ParentFolder(ExecutableFolder()), L"stage"), relative);
-}
-
 // Node count of the published model; 0 when none is readable.
 uint32_t PublishedNodes() {
-  std::string control, image;
+  const Result<std::string> control = ReadWholeFile(CustomModelControlPath());
   uint32_t version = 0;
+  if (!control || !ReadCustomModelControl(control.value(), version)) return 0;
+  const Result<std::string> image = ReadWholeFile(CustomModelSnapshotPath(version));
   CustomModelView view;
-  if (ReadWholeFile(CustomModelControlPath(), control) != ReadStatus::ok ||
-      !ReadCustomModelControl(control, version) ||
-      ReadWholeFile(CustomModelSnapshotPath(version), image) != ReadStatus::ok ||
-      !AttachCustomModel(image.data(), image.size(), view)) {
-    return 0;
-  }
+  if (!image || !AttachCustomModel(image->data(), image->size(), view)) return 0;
   return view.nodeCount();
 }
 
@@ -84,7 +50,7 @@ constexpr uint32_t kBaselineNodes = 177, kSavedNodes = 176, kCandidateNodes = 17
 struct Operation {
   const char* name;
   std::optional<std::string> overlayBefore;  // nullopt: no overlay file
-  std::function<ModelPipelineResult(const ModelSources&, ModelFiles&)> run;
+  std::function<ModelPipelineResult(const ModelSources&, FileOperations&)> run;
   std::optional<std::string> overlayAfter;
   uint32_t nodesAfter;
 };
@@ -109,41 +75,43 @@ TEST(OverlayPipeline, EveryFailingStepLeavesTheOldStateOrTheNew) {
        kCandidate, kCandidateNodes},
   };
   const std::wstring folder = JoinPath(ProductFolder(), L"pipeline-test");
-  ASSERT_EQ(EnsureDirectories(folder), static_cast<DWORD>(ERROR_SUCCESS));
-  const ModelSources sources{Staged(L"Schema\\custom-menu.schema.json"),
-                             Staged(L"Content\\Menus\\create-organize.baseline.json"),
+  ASSERT_TRUE(EnsureDirectories(folder).ok());
+  const ModelSources sources{StagedFile(L"Schema\\custom-menu.schema.json"),
+                             StagedFile(L"Content\\Menus\\create-organize.baseline.json"),
                              JoinPath(folder, L"overlay.json")};
   int cases = 0, total = 0;
   for (const Operation& operation : operations) {
     const uint32_t nodesBefore = operation.overlayBefore == kSaved ? kSavedNodes : kBaselineNodes;
-    for (int failAt = 1;; ++failAt) {
+    // failAt 0 fails the first read instead of a file step.
+    for (int failAt = 0;; ++failAt) {
       SCOPED_TRACE(std::string(operation.name) + ", failing step " + std::to_string(failAt));
       // The state before: the old overlay published (its stamp as it was, so the overlay is
       // written after the publication, which may re-stamp it).
-      ASSERT_TRUE(DeleteFileIfPresent(sources.overlayPath));
+      ASSERT_TRUE(DeleteFileIfPresent(sources.overlayPath).ok());
       ModelSources before = sources;
       if (operation.overlayBefore) {
-        ASSERT_EQ(AtomicWriteFile(sources.overlayPath, *operation.overlayBefore), L"");
+        ASSERT_TRUE(AtomicWriteFile(sources.overlayPath, *operation.overlayBefore).ok());
       } else {
         before.overlayPath.clear();
       }
-      DiskModelFiles disk;
-      ASSERT_TRUE(PublishWithOverlay(before, true, disk).published);
+      ASSERT_TRUE(PublishWithOverlay(before, true, SystemFiles()).published);
       if (operation.overlayBefore) {
-        ASSERT_EQ(AtomicWriteFile(sources.overlayPath, *operation.overlayBefore), L"");
+        ASSERT_TRUE(AtomicWriteFile(sources.overlayPath, *operation.overlayBefore).ok());
       }
 
-      FailingFiles files(failAt);
+      ScriptedFiles files;
+      files.failAt = failAt;
+      files.unreadableReads = failAt == 0 ? 1 : 0;
       const ModelPipelineResult result = operation.run(sources, files);
-      std::string overlay;
-      const bool present = ReadWholeFile(sources.overlayPath, overlay) == ReadStatus::ok;
-      const std::optional<std::string> now =
-          present ? std::optional<std::string>(overlay) : std::nullopt;
+      const std::optional<std::string> now = ReadFileIfPresent(sources.overlayPath).value();
+      const bool present = now.has_value();
+      const std::string overlay = now.value_or("");
       // The one file a failure can leave: the staged candidate whose own removal failed.
       const bool stagedKept =
           !result.errors.empty() && result.errors[0].starts_with(L"Could not remove the staged");
       EXPECT_EQ(LeftoverIn(folder) || LeftoverIn(PublishedFolder()), stagedKept);
       if (stagedKept) (void)DeleteFileIfPresent(CandidateOverlayPath(sources.overlayPath));
+      if (testing::Test::HasFailure()) std::wcout << files.Trace() << L"\n";
       // A failing step may be one the operation survives (an unreadable control record
       // restarts the numbering): then it must have reached the new state whole.
       if (result.published) {
@@ -160,8 +128,8 @@ TEST(OverlayPipeline, EveryFailingStepLeavesTheOldStateOrTheNew) {
         EXPECT_EQ(now, operation.overlayBefore);
         EXPECT_EQ(PublishedNodes(), nodesBefore);
       }
-      if (files.steps() < failAt) break;  // every step ran: that was the success path
-      ++cases;
+      if (failAt > static_cast<int>(files.steps.size())) break;  // no step failed: success
+      if (failAt > 0) ++cases;
     }
     std::printf("%s: %d file steps\n", operation.name, cases - total);
     total = cases;

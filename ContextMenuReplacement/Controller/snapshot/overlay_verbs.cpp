@@ -54,19 +54,17 @@ bool FilterForTarget(const CustomModelArguments& args, const std::wstring& text,
     PrintLine(L"%s", message);
     return false;
   }
-  std::string overlayText;
-  const ReadStatus read = ReadWholeFile(OverlayPath(L""), overlayText);
-  if (read == ReadStatus::missing) return true;
+  const Result<std::optional<std::string>> overlayText = ReadFileIfPresent(OverlayPath(L""));
+  if (overlayText && !overlayText.value()) return true;
   JsonParseFailure failure;
-  if (read != ReadStatus::ok || !ParseJsonText(overlayText, false, out.overlay, failure)) {
+  if (!overlayText || !ParseJsonText(*overlayText.value(), false, out.overlay, failure)) {
     PrintLine(L"The overlay file is not valid JSON; cannot perform a target-scoped reset.");
     return false;
   }
-  std::string baselineText;
+  const Result<std::string> baselineText = ReadWholeFile(args.arguments[1]);
   rapidjson::Document baseline;
   Result<size_t> removed = Status::Failure(L"");
-  if (ReadWholeFile(args.arguments[1], baselineText) == ReadStatus::ok &&
-      ParseJsonText(baselineText, false, baseline, failure)) {
+  if (baselineText && ParseJsonText(baselineText.value(), false, baseline, failure)) {
     removed = FilterOverlayForTarget(out.overlay, baseline, target);
   }
   if (!removed) {
@@ -99,9 +97,8 @@ void PrintPipelineErrors(const ModelPipelineResult& result) {
 
 int PublishUserAction(const CustomModelArguments& args) {
   if (!OverlayArguments(args)) return 1;
-  DiskModelFiles files;
-  const ModelPipelineResult result =
-      PublishWithOverlay({args.arguments[0], args.arguments[1], args.arguments[2]}, true, files);
+  const ModelPipelineResult result = PublishWithOverlay(
+      {args.arguments[0], args.arguments[1], args.arguments[2]}, true, SystemFiles());
   if (args.json) {
     Print(L"%s\n", PipelineResultJson(result));
     return result.published ? 0 : 1;
@@ -118,9 +115,8 @@ int PublishUserAction(const CustomModelArguments& args) {
 
 int ValidateUserAction(const CustomModelArguments& args) {
   if (!OverlayArguments(args)) return 1;
-  DiskModelFiles files;
-  const ModelPipelineResult result =
-      PublishWithOverlay({args.arguments[0], args.arguments[1], args.arguments[2]}, false, files);
+  const ModelPipelineResult result = PublishWithOverlay(
+      {args.arguments[0], args.arguments[1], args.arguments[2]}, false, SystemFiles());
   if (args.json) {
     Print(L"%s\n", PipelineResultJson(result));
     return result.errors.empty() ? 0 : 1;
@@ -138,10 +134,9 @@ int ValidateUserAction(const CustomModelArguments& args) {
 int ResetAction(const CustomModelArguments& args) {
   if (!ResetArguments(args)) return 1;
   const ModelSources sources{args.arguments[0], args.arguments[1], OverlayPath(L"")};
-  DiskModelFiles files;
   if (args.arguments.size() == 2) {
     bool existed = false;
-    const ModelPipelineResult result = ResetOverlay(sources, std::nullopt, files, &existed);
+    const ModelPipelineResult result = ResetOverlay(sources, std::nullopt, SystemFiles(), &existed);
     if (!result.published) {
       PrintPipelineErrors(result);
       return 1;
@@ -165,7 +160,7 @@ int ResetAction(const CustomModelArguments& args) {
     return 0;
   }
   const ModelPipelineResult result =
-      ResetOverlay(sources, PrettyOverlayText(scoped.overlay), files);
+      ResetOverlay(sources, PrettyOverlayText(scoped.overlay), SystemFiles());
   if (!result.published) {
     PrintPipelineErrors(result);
     return 1;

@@ -1,6 +1,7 @@
 #include "snapshot/user_icons.h"
 
 #include <fmt/xchar.h>
+#include <shlobj.h>
 
 #include <cstring>
 #include <map>
@@ -10,8 +11,6 @@
 #include "common/file_io.h"
 #include "common/unique_handle.h"
 #include "common/win32.h"
-
-#include <shellapi.h>
 #include "model/command_identity.h"
 
 namespace cmr {
@@ -93,8 +92,7 @@ bool ExtractFirstIcon(const std::wstring& iconSource, const std::wstring& target
   put32(42, static_cast<uint32_t>(pixels.size() + andMask.size()));
   std::memcpy(&file[62], pixels.data(), pixels.size());
   std::memcpy(&file[62 + pixels.size()], andMask.data(), andMask.size());
-  if (EnsureDirectories(ParentFolder(target)) != ERROR_SUCCESS) return false;
-  return AtomicWriteFile(target, file).empty();
+  return EnsureDirectories(ParentFolder(target)).ok() && AtomicWriteFile(target, file).ok();
 }
 
 void CacheUserCommandIcons(ModelDocument& model) {

@@ -290,7 +290,8 @@ TEST(CustomModelE2e, ArgumentErrorsAndStubs) {
        "custom-model publish-user needs <schema> <baseline> <overlay>.\n"},
       {{L"validate-user"}, "custom-model validate-user needs <schema> <baseline> <overlay>.\n"},
       {{L"publish-user", L"a", L"b", L"c", L"--json"},
-       "The custom-model 'publish-user' action is not available in this build.\n"},
+       "{\"published\":false,\"version\":0,\"layoutCount\":0,\"nodeCount\":0,\"errors\":"
+       "[\"The schema, baseline or overlay file could not be read.\"]}\n"},
       {{L"effective"}, "custom-model effective needs <target>.\n"},
       {{L"effective", L"bogus"}, unknownTarget},
       {{L"reset"}, "custom-model reset needs <schema> <baseline> [target] in this pass.\n"},
@@ -298,7 +299,7 @@ TEST(CustomModelE2e, ArgumentErrorsAndStubs) {
        "custom-model reset usage: custom-model reset [<schema> <baseline> [target]]\n"},
       {{L"prepare-reset", L"a", L"b", L"c", L"d"},
        "custom-model reset usage: custom-model reset [<schema> <baseline> [target]]\n"},
-      {{L"reset", L"a", L"b"}, "The custom-model 'reset' action is not available in this build.\n"},
+      {{L"reset", L"a", L"b"}, "ERROR: The schema or baseline file could not be read.\n"},
       {{L"preview"}, "custom-model preview needs <target>.\n"},
       {{L"preview", L"bogus"}, unknownTarget},
       {{L"preview", L"desktop"},
