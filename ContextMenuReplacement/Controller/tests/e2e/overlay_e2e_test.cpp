@@ -6,6 +6,8 @@
 #include "common/data_paths.h"
 #include "common/file_io.h"
 #include "common/text.h"
+#include "snapshot/custom_model_publisher.h"
+#include "snapshot/user_icons.h"
 #include "tests/e2e/harness.h"
 
 namespace cmr::e2e {
@@ -28,7 +30,8 @@ const std::string kOverlay =
     std::string(kHeader) +
     R"("insertions":[{"layout_id":"folder-background-default","parent_id":"view","node":)"
     R"({"type":"command","id":"my-tool","command_id":"user:{00000000-0000-0000-0000-0000000000aa}",)"
-    R"("title":"My tool","executable":"C:\\tools\\tool.exe","arguments":["--here"],"order":99}},)"
+    R"("title":"My tool","executable":"C:\\tools\\tool.exe","arguments":["--here"],"order":99,)"
+    R"("icon_path":"C:\\windows\\notepad.exe"}},)"
     R"({"layout_id":"drive-default","node":{"type":"submenu","id":"more","items":[)"
     R"({"type":"command","id":"more-open","command_id":"windows:open-more"}]}},)"
     R"({"layout_id":"drive-default","node":{"type":"command","id":"own-pins",)"
@@ -74,6 +77,12 @@ TEST(OverlayE2e, ValidatePublishAndMigrate) {
 
   run = Verb(L"publish-user", overlay);
   EXPECT_EQ(run.output, "Published custom model version 1: 9 layout(s), 171 node(s).\n");
+  // The icon was extracted once into the cache, and the published rows name the cached file.
+  const std::wstring icon = UserIconCachePath(L"C:\\windows\\notepad.exe");
+  EXPECT_EQ(ReadBytes(icon).substr(0, 6), std::string("\0\0\1\0\1\0", 6));
+  const std::string image = ReadBytes(CustomModelSnapshotPath(1));
+  const std::string wide(reinterpret_cast<const char*>(icon.data()), 2 * icon.size());
+  EXPECT_TRUE(Contains(image, wide));
   run = RunController({L"custom-model", L"effective", L"desktop"});
   EXPECT_TRUE(Contains(run.output,
                        "  - [withheld-slots-new] (withheld - slots kept from a hidden "
