@@ -43,27 +43,28 @@ ModelPipelineResult CompileBaseline(const std::wstring& schemaPath,
   // The header first: a future schema version or an overlay given in place of the baseline is
   // reported as such rather than as whatever the schema dislikes about it.
   DocumentHeader header;
-  if (std::wstring error = ReadDocumentHeader(baseline, header); !error.empty()) {
-    return Refused(std::move(error), false);
+  if (Status error = ReadDocumentHeader(baseline, header); !error) {
+    return Refused(error.message(), false);
   }
-  if (std::wstring error = RequireBaselineDocument(header); !error.empty()) {
-    return Refused(std::move(error), false);
+  if (Status error = RequireBaselineDocument(header); !error) {
+    return Refused(error.message(), false);
   }
   // The shipped baseline's refusal is the one fixed sentence its callers know; the validator's
   // finding follows it so that whoever edited the file can see where it went wrong.
-  if (std::wstring detail = SchemaViolation(schema, baseline); !detail.empty()) {
+  if (Status violation = SchemaViolation(schema, baseline); !violation) {
     ModelPipelineResult result =
         Refused(L"The baseline does not satisfy custom-menu.schema.json.", false);
+    std::wstring detail = violation.message();
     detail[0] = static_cast<wchar_t>(std::towupper(detail[0]));
     result.errors.push_back(std::move(detail));
     return result;
   }
-  if (std::wstring error = FlattenLayouts(baseline); !error.empty()) {
-    return Refused(std::move(error), false);
+  if (Status error = FlattenLayouts(baseline); !error) {
+    return Refused(error.message(), false);
   }
   ModelDocument model;
-  if (std::wstring error = ParseModelDocument(baseline, model); !error.empty()) {
-    return Refused(std::move(error), false);
+  if (Status error = ParseModelDocument(baseline, model); !error) {
+    return Refused(error.message(), false);
   }
   compiled = CompileCustomModel(model);
   ModelPipelineResult result;
