@@ -76,8 +76,9 @@ int main(int argc, char** argv) {
   const char* filter = argc > 1 ? argv[1] : nullptr;
   for (const Case& c : Registry()) {
     if (filter && std::strstr(c.name.c_str(), filter) == nullptr) continue;
-    // A case registered with 0 repetitions measures and prints on its own.
+    // A case registered with 0 repetitions measures and prints on its own, under its name.
     if (c.repetitions == 0) {
+      std::printf("%s\n", c.name.c_str());
       c.body();
       continue;
     }

@@ -8,8 +8,11 @@
 namespace cmr {
 
 Result<std::optional<std::string>> ReadFileIfPresent(const std::wstring& path) {
-  UniqueHandle file(::CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE,
-                                  nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+  // Shared for deletion too, so that reading never stands in the way of a publisher renaming a
+  // new file over this one.
+  UniqueHandle file(::CreateFileW(path.c_str(), GENERIC_READ,
+                                  FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                                  OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
   if (!file) {
     const DWORD error = ::GetLastError();
     if (error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND) {
@@ -98,6 +101,24 @@ bool WriteAll(HANDLE file, std::string_view bytes) {
   return true;
 }
 
+// A reader that opened the target without sharing deletion (an indexer, a scanner, a reader
+// in Explorer) makes the rename fail for as long as it holds the file: retry for a moment.
+bool RenameOver(const std::wstring& from, const std::wstring& to) {
+  constexpr int kAttempts = 40;
+  constexpr DWORD kRetryMs = 25;
+  for (int attempt = 1;; ++attempt) {
+    if (::MoveFileExW(from.c_str(), to.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)) {
+      return true;
+    }
+    const DWORD error = ::GetLastError();
+    if (attempt == kAttempts || (error != ERROR_ACCESS_DENIED && error != ERROR_SHARING_VIOLATION)) {
+      ::SetLastError(error);
+      return false;
+    }
+    ::Sleep(kRetryMs);
+  }
+}
+
 }  // namespace
 
 Status WriteNewFile(const std::wstring& path, std::string_view bytes) {
@@ -136,8 +157,7 @@ Status AtomicWriteFile(const std::wstring& target, std::string_view bytes) {
       return Status::Failure(fmt::format(L"Could not write '{}'.", temporary), error);
     }
   }
-  if (!::MoveFileExW(temporary.c_str(), target.c_str(),
-                     MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)) {
+  if (!RenameOver(temporary, target)) {
     const DWORD error = ::GetLastError();
     ::DeleteFileW(temporary.c_str());
     return Status::Failure(fmt::format(L"Could not publish '{}': {}.", target, ErrorText(error)),

@@ -9,7 +9,7 @@
 
 // The settings file's order (globals, then trust, then menu) and the refusals of bad input are
 // checked end to end in config_verbs_e2e_test.cpp; a reader process in
-// config_concurrency_e2e_test.cpp would see any globals write that moved the version.
+// publication_race_e2e_test.cpp would see a torn publication.
 
 namespace cmr {
 namespace {

@@ -72,7 +72,7 @@ void MarkFrom(Value& items, std::string_view layoutId, Allocator& allocator, siz
 // replaces in place, a new id is appended. `own` is moved from. Only inherited copies (those
 // still carrying "_from") can be replaced: meeting a row the child already laid down means the
 // child declared one id twice.
-std::wstring LayOver(Value& items, Value& own, Allocator& allocator) {
+Status LayOver(Value& items, Value& own, Allocator& allocator) {
   const std::string id(IdOf(own));
   const NodeLocation found = id.empty() ? NodeLocation{} : Find(items, id, 0);
   if (!found) {
@@ -81,7 +81,7 @@ std::wstring LayOver(Value& items, Value& own, Allocator& allocator) {
   }
   Value& inherited = found.node();
   if (!inherited.IsObject() || !inherited.HasMember("_from")) {
-    return fmt::format(L"Duplicate node id '{}' in one layout.", FromUtf8(id));
+    return Failure(L"Duplicate node id '{}' in one layout.", FromUtf8(id));
   }
   if (ItemsOf(inherited) == nullptr || ItemsOf(own) == nullptr) {
     inherited = own;
@@ -103,7 +103,7 @@ std::wstring LayOver(Value& items, Value& own, Allocator& allocator) {
   inherited.RemoveMember("_from");
   Value& target = *ItemsOf(inherited);
   for (Value& child : ownItems.GetArray()) {
-    if (std::wstring error = LayOver(target, child, allocator); !error.empty()) return error;
+    if (Status error = LayOver(target, child, allocator); !error) return error;
   }
   return {};
 }
@@ -120,12 +120,12 @@ class Resolver {
     }
   }
 
-  std::wstring ResolveAll() {
+  Status ResolveAll() {
     // Abstract layouts are dropped before the parsed model sees them, so its own duplicate
     // check comes too late: a second layout with a parent's id would silently lose to the first.
-    if (duplicate_) return DuplicateLayoutIdRefusal(WideId(layouts_[*duplicate_]));
+    if (duplicate_) return Status::Failure(DuplicateLayoutIdRefusal(WideId(layouts_[*duplicate_])));
     for (SizeType i = 0; i < layouts_.Size(); ++i) {
-      if (std::wstring error = ResolveChain(i); !error.empty()) return error;
+      if (Status error = ResolveChain(i); !error) return error;
     }
     return {};
   }
@@ -139,7 +139,7 @@ class Resolver {
   // Walks up the parent chain iteratively (a long chain must not exhaust the stack), then
   // resolves from the topmost unresolved ancestor down, so every parent is done before its
   // child copies it.
-  std::wstring ResolveChain(SizeType start) {
+  Status ResolveChain(SizeType start) {
     if (states_[start] == State::done) return {};
     std::vector<SizeType> chain{start};
     states_[start] = State::inProgress;
@@ -150,33 +150,33 @@ class Resolver {
       const std::string parentId(inherits->GetString(), inherits->GetStringLength());
       const auto parent = byId_.find(parentId);
       if (parent == byId_.end()) {
-        return fmt::format(L"Layout '{}' inherits missing layout '{}'.", WideId(current),
-                           FromUtf8(parentId));
+        return Status::Failure(fmt::format(L"Layout '{}' inherits missing layout '{}'.",
+                                           WideId(current), FromUtf8(parentId)));
       }
       if (states_[parent->second] == State::done) break;
       if (states_[parent->second] == State::inProgress) {
-        return fmt::format(L"Layout inheritance contains a cycle through '{}'.",
-                           FromUtf8(parentId));
+        return Status::Failure(
+            fmt::format(L"Layout inheritance contains a cycle through '{}'.", FromUtf8(parentId)));
       }
       states_[parent->second] = State::inProgress;
       chain.push_back(parent->second);
     }
     for (auto it = chain.rbegin(); it != chain.rend(); ++it) {
-      if (std::wstring error = ResolveOne(*it); !error.empty()) return error;
+      if (Status error = ResolveOne(*it); !error) return error;
     }
     return {};
   }
 
-  std::wstring ResolveOne(SizeType index) {
+  Status ResolveOne(SizeType index) {
     Value& layout = layouts_[index];
     const Value* inherits = InheritsOf(layout);
     if (inherits == nullptr) {
       const Value* items = ItemsOf(layout);
       if (items == nullptr || items->Empty()) {
-        return fmt::format(
+        return Status::Failure(fmt::format(
             L"Layout '{}' does not inherit from another layout, so it must declare at least "
             L"one item.",
-            WideId(layout));
+            WideId(layout)));
       }
       return Finish(index);
     }
@@ -194,8 +194,8 @@ class Resolver {
       }
     }
     if (ancestors.Size() > kMaxAncestors) {
-      return fmt::format(L"Layout '{}' inherits through more than {} ancestors.", WideId(layout),
-                         kMaxAncestors);
+      return Status::Failure(fmt::format(L"Layout '{}' inherits through more than {} ancestors.",
+                                         WideId(layout), kMaxAncestors));
     }
 
     Value merged(rapidjson::kArrayType);
@@ -205,7 +205,7 @@ class Resolver {
     MarkFrom(merged, parentId, allocator_, 0);
     if (Value* own = ItemsOf(layout); own != nullptr) {
       for (Value& node : own->GetArray()) {
-        if (std::wstring error = LayOver(merged, node, allocator_); !error.empty()) return error;
+        if (Status error = LayOver(merged, node, allocator_); !error) return error;
       }
     }
     SetMember(layout, "items", std::move(merged), allocator_);
@@ -213,9 +213,9 @@ class Resolver {
     return Finish(index);
   }
 
-  std::wstring Finish(SizeType index) {
+  Status Finish(SizeType index) {
     if (step_) {
-      if (std::wstring error = step_(layouts_[index], allocator_); !error.empty()) return error;
+      if (Status error = step_(layouts_[index], allocator_); !error) return error;
     }
     states_[index] = State::done;
     return {};
@@ -259,7 +259,7 @@ void WriteRanks(Value& items, Allocator& allocator, size_t depth) {
 
 }  // namespace
 
-std::wstring ResolveInheritance(rapidjson::Document& document, const LayoutResolutionStep& step) {
+Status ResolveInheritance(rapidjson::Document& document, const LayoutResolutionStep& step) {
   Value* layouts = LayoutsOf(document);
   if (layouts == nullptr) return {};
   for (const Value& layout : layouts->GetArray()) {
@@ -278,21 +278,22 @@ void WriteFallbackRanks(rapidjson::Document& document) {
   }
 }
 
-std::wstring DropAbstractLayouts(rapidjson::Document& document) {
+Status DropAbstractLayouts(rapidjson::Document& document) {
   Value* layouts = LayoutsOf(document);
   if (layouts == nullptr || layouts->Empty()) return {};
   bool anyConcrete = false;
   for (const Value& layout : layouts->GetArray()) anyConcrete = anyConcrete || !IsAbstract(layout);
   if (!anyConcrete)
-    return L"Every layout is abstract, so the published model would claim no context.";
+    return Status::Failure(
+        L"Every layout is abstract, so the published model would claim no context.");
   for (auto it = layouts->Begin(); it != layouts->End();) {
     it = IsAbstract(*it) ? layouts->Erase(it) : it + 1;
   }
   return {};
 }
 
-std::wstring FlattenLayouts(rapidjson::Document& document, const LayoutResolutionStep& step) {
-  if (std::wstring error = ResolveInheritance(document, step); !error.empty()) return error;
+Status FlattenLayouts(rapidjson::Document& document, const LayoutResolutionStep& step) {
+  if (Status error = ResolveInheritance(document, step); !error) return error;
   WriteFallbackRanks(document);
   return DropAbstractLayouts(document);
 }

@@ -88,17 +88,13 @@ class Merger {
 
   Status Run() {
     AppendLayouts();
-    if (std::wstring error = ResolveInheritance(merged_); !error.empty()) {
-      return Status::Failure(std::move(error));
-    }
+    if (Status error = ResolveInheritance(merged_); !error) return error;
     if (Status status = ApplyInsertions(); !status) return status;
     WriteFallbackRanks(merged_);
     if (Status status = ApplyCommandDefaults(); !status) return status;
     if (Status status = ApplyNodeOverrides(); !status) return status;
     AppendExtensionRules();
-    if (std::wstring error = DropAbstractLayouts(merged_); !error.empty()) {
-      return Status::Failure(std::move(error));
-    }
+    if (Status error = DropAbstractLayouts(merged_); !error) return error;
     return {};
   }
 
@@ -426,12 +422,8 @@ class Merger {
 Status VetOverlay(const DocumentHeader& baseline, rapidjson::Document& overlay, bool& restamped) {
   restamped = false;
   DocumentHeader header;
-  if (std::wstring error = ReadDocumentHeader(overlay, header); !error.empty()) {
-    return Status::Failure(std::move(error));
-  }
-  if (std::wstring error = RequireMatchingSchemaVersions(baseline, header); !error.empty()) {
-    return Status::Failure(std::move(error));
-  }
+  if (Status error = ReadDocumentHeader(overlay, header); !error) return error;
+  if (Status error = RequireMatchingSchemaVersions(baseline, header); !error) return error;
   const std::wstring baselineStyle = MenuStyleOf(baseline);
   const std::string stamp = ToUtf8(header.baselineVersion);
   const bool migrates = stamp == kPredecessorMigratedStamp;
@@ -480,9 +472,7 @@ Status VetOverlay(const DocumentHeader& baseline, rapidjson::Document& overlay, 
 
 Status MergeOverlay(rapidjson::Document& merged, const Value& overlay) {
   DocumentHeader header;
-  if (std::wstring error = ReadDocumentHeader(overlay, header); !error.empty()) {
-    return Status::Failure(std::move(error));
-  }
+  if (Status error = ReadDocumentHeader(overlay, header); !error) return error;
   if (header.schemaVersion == kPlacementSchemaVersion)
     return MergePlacementOverlay(merged, overlay);
   return Merger(merged, overlay).Run();

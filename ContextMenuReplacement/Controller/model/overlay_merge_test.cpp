@@ -26,11 +26,12 @@ std::wstring Merge(int version, const std::string& sections) {
   EXPECT_FALSE(overlay.Parse(text.c_str()).HasParseError()) << text;
   DocumentHeader header;
   bool restamped = false;
-  Status status = Status::Failure(ReadDocumentHeader(merged, header));
-  if (status.message().empty()) status = VetOverlay(header, overlay, restamped);
+  Status status = ReadDocumentHeader(merged, header);
+  if (status) status = VetOverlay(header, overlay, restamped);
   if (status) status = MergeOverlay(merged, overlay);
   ModelDocument model;
-  return status ? ParseModelDocument(merged, model) : status.message();
+  if (status) status = ParseModelDocument(merged, model);
+  return status.message();
 }
 
 TEST(OverlayMerge, RefusesWithTheMessageOfEachRule) {

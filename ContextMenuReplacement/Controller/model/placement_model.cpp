@@ -87,12 +87,7 @@ class Placement {
     if (Status status = MergePolicies(); !status) return status;
     if (Status status = ReplaceLayouts(); !status) return status;
     if (Status status = AttachEditLists(); !status) return status;
-    std::wstring error = FlattenLayouts(merged_, [](Value& layout, Allocator& allocator) {
-      const Status status = ApplyPlacementEdits(layout, allocator);
-      return status ? std::wstring() : status.message();
-    });
-    if (!error.empty()) return Status::Failure(std::move(error));
-    return {};
+    return FlattenLayouts(merged_, ApplyPlacementEdits);
   }
 
  private:

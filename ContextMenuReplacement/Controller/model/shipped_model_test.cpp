@@ -47,9 +47,9 @@ void CollectNodes(const std::vector<ModelNode>& items, std::vector<const ModelNo
 
 TEST(ShippedModel, BaselineValidatesFlattensAndParses) {
   rapidjson::Document baseline = Baseline();
-  ASSERT_EQ(ValidateAgainstSchema(Schema(), baseline, DocumentKind::baseline), L"");
+  ASSERT_EQ(ValidateAgainstSchema(Schema(), baseline, DocumentKind::baseline).message(), L"");
   DocumentHeader header;
-  ASSERT_EQ(ReadDocumentHeader(baseline, header), L"");
+  ASSERT_EQ(ReadDocumentHeader(baseline, header).message(), L"");
   EXPECT_EQ(header.kind, DocumentKind::baseline);
   EXPECT_EQ(header.schemaVersion, 2u);
   EXPECT_EQ(MenuStyleOf(header), L"create-organize");
@@ -69,9 +69,9 @@ TEST(ShippedModel, BaselineValidatesFlattensAndParses) {
   EXPECT_GE(inheriting, 2u);
 
   // Which target gets which of the nine layouts is checked end to end.
-  ASSERT_EQ(FlattenLayouts(baseline), L"");
+  ASSERT_EQ(FlattenLayouts(baseline).message(), L"");
   ModelDocument model;
-  ASSERT_EQ(ParseModelDocument(baseline, model), L"");
+  ASSERT_EQ(ParseModelDocument(baseline, model).message(), L"");
   ASSERT_EQ(model.layouts.size(), 9u);
   std::set<NodeKind> kinds;
   std::set<std::wstring> commands;
@@ -109,7 +109,7 @@ TEST(ShippedModel, BaselineValidatesFlattensAndParses) {
 std::wstring ValidateOverlay(const std::string& text) {
   rapidjson::Document overlay;
   EXPECT_FALSE(overlay.Parse(text.c_str()).HasParseError()) << text;
-  return ValidateAgainstSchema(Schema(), overlay, DocumentKind::overlay);
+  return ValidateAgainstSchema(Schema(), overlay, DocumentKind::overlay).message();
 }
 
 std::wstring ValidateNode(const std::string& node) {

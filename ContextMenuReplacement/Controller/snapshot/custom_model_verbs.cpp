@@ -66,8 +66,8 @@ int Effective(const CustomModelArguments& args) {
   }
   const std::wstring& text = args.arguments[0];
   MenuTarget target;
-  if (std::wstring message = ParseTarget(text, target); !message.empty()) {
-    PrintLine(L"%s", message);
+  if (Status parsed = ParseTarget(text, target); !parsed) {
+    PrintLine(L"%s", parsed.message());
     return 1;
   }
   const Result<std::string> control = ReadWholeFile(CustomModelControlPath());
@@ -114,8 +114,8 @@ int Preview(const CustomModelArguments& args) {
     return 1;
   }
   MenuTarget target;
-  if (std::wstring message = ParseTarget(args.arguments[0], target); !message.empty()) {
-    PrintLine(L"%s", message);
+  if (Status parsed = ParseTarget(args.arguments[0], target); !parsed) {
+    PrintLine(L"%s", parsed.message());
     return 1;
   }
   PrintLine(

@@ -73,22 +73,20 @@ ModelPipelineResult Compile(const ModelSources& sources, bool publish, FileOpera
                                : L"The schema or baseline is not valid JSON.",
                    false);
   }
-  if (std::wstring error = ValidateAgainstSchema(schema, merged, DocumentKind::baseline);
-      !error.empty()) {
-    return Refused(std::move(error), false);
+  if (Status error = ValidateAgainstSchema(schema, merged, DocumentKind::baseline); !error) {
+    return Refused(error, false);
   }
   if (withOverlay) {
-    if (std::wstring error = ValidateAgainstSchema(schema, overlay, DocumentKind::overlay);
-        !error.empty()) {
-      return Refused(std::move(error), false);
+    if (Status error = ValidateAgainstSchema(schema, overlay, DocumentKind::overlay); !error) {
+      return Refused(error, false);
     }
   }
   DocumentHeader header;
-  if (std::wstring error = ReadDocumentHeader(merged, header); !error.empty()) {
-    return Refused(std::move(error), false);
+  if (Status error = ReadDocumentHeader(merged, header); !error) {
+    return Refused(error, false);
   }
-  if (std::wstring error = RequireBaselineDocument(header); !error.empty()) {
-    return Refused(std::move(error), false);
+  if (Status error = RequireBaselineDocument(header); !error) {
+    return Refused(error, false);
   }
   if (withOverlay) {
     bool restamped = false;
@@ -100,12 +98,12 @@ ModelPipelineResult Compile(const ModelSources& sources, bool publish, FileOpera
       out.originalOverlay = overlayText;
     }
     if (Status status = MergeOverlay(merged, overlay); !status) return Refused(status, false);
-  } else if (std::wstring error = FlattenLayouts(merged); !error.empty()) {
-    return Refused(std::move(error), false);
+  } else if (Status error = FlattenLayouts(merged); !error) {
+    return Refused(error, false);
   }
   ModelDocument model;
-  if (std::wstring error = ParseModelDocument(merged, model); !error.empty()) {
-    return Refused(std::move(error), false);
+  if (Status error = ParseModelDocument(merged, model); !error) {
+    return Refused(error, false);
   }
   // The icon cache is written only for a publication: validation writes nothing.
   if (publish) CacheUserCommandIcons(model);

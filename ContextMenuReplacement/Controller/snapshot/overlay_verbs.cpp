@@ -50,8 +50,8 @@ struct ScopedReset {
 // Reads and filters the overlay for `text`; prints the refusal and returns false on failure.
 bool FilterForTarget(const CustomModelArguments& args, const std::wstring& text, ScopedReset& out) {
   MenuTarget target;
-  if (std::wstring message = ParseTarget(text, target); !message.empty()) {
-    PrintLine(L"%s", message);
+  if (Status parsed = ParseTarget(text, target); !parsed) {
+    PrintLine(L"%s", parsed.message());
     return false;
   }
   const Result<std::optional<std::string>> overlayText = ReadFileIfPresent(OverlayPath(L""));

@@ -43,23 +43,24 @@ ModelPipelineResult CompileBaseline(const std::wstring& schemaPath,
   // The schema first: it states what a document must hold, so a baseline without
   // "document_kind" hears what the schema says about it. One refusal is one message: the
   // fixed sentence its callers know, then where the validator found the fault.
-  if (std::wstring detail = SchemaViolation(schema, baseline); !detail.empty()) {
+  if (Status violation = SchemaViolation(schema, baseline); !violation) {
+    std::wstring detail = violation.message();
     detail[0] = static_cast<wchar_t>(std::towupper(detail[0]));
     return Refused(L"The baseline does not satisfy custom-menu.schema.json. " + detail, false);
   }
   DocumentHeader header;
-  if (std::wstring error = ReadDocumentHeader(baseline, header); !error.empty()) {
-    return Refused(std::move(error), false);
+  if (Status error = ReadDocumentHeader(baseline, header); !error) {
+    return Refused(error.message(), false);
   }
-  if (std::wstring error = RequireBaselineDocument(header); !error.empty()) {
-    return Refused(std::move(error), false);
+  if (Status error = RequireBaselineDocument(header); !error) {
+    return Refused(error.message(), false);
   }
-  if (std::wstring error = FlattenLayouts(baseline); !error.empty()) {
-    return Refused(std::move(error), false);
+  if (Status error = FlattenLayouts(baseline); !error) {
+    return Refused(error.message(), false);
   }
   ModelDocument model;
-  if (std::wstring error = ParseModelDocument(baseline, model); !error.empty()) {
-    return Refused(std::move(error), false);
+  if (Status error = ParseModelDocument(baseline, model); !error) {
+    return Refused(error.message(), false);
   }
   compiled = CompileCustomModel(model);
   ModelPipelineResult result;
