@@ -105,29 +105,6 @@ struct LocalMemoryTraits {
   static void Close(Type p) noexcept { ::LocalFree(p); }
 };
 
-struct HiconTraits {
-  using Type = HICON;
-  static Type None() noexcept { return nullptr; }
-  static bool IsNone(Type h) noexcept { return h == nullptr; }
-  static void Close(Type h) noexcept { ::DestroyIcon(h); }
-};
-
-// Bitmaps and other GDI objects released with DeleteObject.
-struct GdiObjectTraits {
-  using Type = HGDIOBJ;
-  static Type None() noexcept { return nullptr; }
-  static bool IsNone(Type h) noexcept { return h == nullptr; }
-  static void Close(Type h) noexcept { ::DeleteObject(h); }
-};
-
-// Memory device contexts from CreateCompatibleDC.
-struct MemoryDcTraits {
-  using Type = HDC;
-  static Type None() noexcept { return nullptr; }
-  static bool IsNone(Type h) noexcept { return h == nullptr; }
-  static void Close(Type h) noexcept { ::DeleteDC(h); }
-};
-
 using UniqueHandle = UniqueResource<HandleTraits>;
 using UniqueChangeNotification = UniqueResource<ChangeNotificationTraits>;
 using UniqueFind = UniqueResource<FindTraits>;
@@ -136,8 +113,5 @@ using UniqueView = UniqueResource<ViewTraits>;
 using UniqueHmodule = UniqueResource<HmoduleTraits>;
 using UniqueHhook = UniqueResource<HhookTraits>;
 using UniqueLocalMemory = UniqueResource<LocalMemoryTraits>;
-using UniqueHicon = UniqueResource<HiconTraits>;
-using UniqueGdiObject = UniqueResource<GdiObjectTraits>;
-using UniqueMemoryDc = UniqueResource<MemoryDcTraits>;
 
 }  // namespace cmr

@@ -1,7 +1,6 @@
 #include "snapshot/user_icons.h"
 
 #include <fmt/xchar.h>
-#include <shlobj.h>
 
 #include <cstring>
 #include <map>
@@ -25,22 +24,87 @@ uint64_t Fnv1a(std::wstring_view text) {
   return hash;
 }
 
-// The rows of one bitmap as a bottom-up DIB of `bits` per pixel.
-bool ReadBits(HDC dc, HBITMAP bitmap, int width, int height, WORD bits, std::string& out) {
-  BITMAPINFO info{};
-  info.bmiHeader.biSize = sizeof(BITMAPINFOHEADER);
-  info.bmiHeader.biWidth = width;
-  info.bmiHeader.biHeight = height;
-  info.bmiHeader.biPlanes = 1;
-  info.bmiHeader.biBitCount = bits;
-  info.bmiHeader.biCompression = BI_RGB;
-  const size_t stride = ((static_cast<size_t>(width) * bits + 31) / 32) * 4;
-  out.assign(stride * static_cast<size_t>(height), '\0');
-  // 1-bit DIBs carry a two-entry colour table after the header.
-  std::vector<unsigned char> header(sizeof(BITMAPINFOHEADER) + 2 * sizeof(RGBQUAD));
-  std::memcpy(header.data(), &info, sizeof(BITMAPINFOHEADER));
-  return ::GetDIBits(dc, bitmap, 0, static_cast<UINT>(height), out.data(),
-                     reinterpret_cast<BITMAPINFO*>(header.data()), DIB_RGB_COLORS) == height;
+// The name of the first icon group of a module: an integer id or a string.
+struct GroupName {
+  ULONG_PTR id = 0;
+  std::wstring text;
+  bool found = false;
+};
+
+BOOL CALLBACK TakeFirstGroup(HMODULE, LPCWSTR, LPWSTR name, LONG_PTR param) {
+  auto* group = reinterpret_cast<GroupName*>(param);
+  if (IS_INTRESOURCE(name)) {
+    group->id = reinterpret_cast<ULONG_PTR>(name);
+  } else {
+    group->text = name;
+  }
+  group->found = true;
+  return FALSE;  // the first one is all we want
+}
+
+std::string_view ResourceBytes(HMODULE module, LPCWSTR name, LPCWSTR type) {
+  HRSRC found = ::FindResourceW(module, name, type);
+  if (found == nullptr) return {};
+  HGLOBAL loaded = ::LoadResource(module, found);
+  const void* bytes = loaded != nullptr ? ::LockResource(loaded) : nullptr;
+  if (bytes == nullptr) return {};
+  return {static_cast<const char*>(bytes), ::SizeofResource(module, found)};
+}
+
+uint16_t U16(std::string_view bytes, size_t at) {
+  uint16_t value = 0;
+  std::memcpy(&value, bytes.data() + at, 2);
+  return value;
+}
+
+// An ".ico" file holding every image of the module's first icon group. The group directory
+// (6 bytes, then 14-byte entries naming RT_ICON resources by id) becomes the file's directory
+// (6 bytes, then 16-byte entries with the image's file offset), followed by the images.
+std::string IconFromModule(const std::wstring& source) {
+  const UniqueHmodule module(::LoadLibraryExW(
+      source.c_str(), nullptr, LOAD_LIBRARY_AS_DATAFILE | LOAD_LIBRARY_AS_IMAGE_RESOURCE));
+  if (!module) return {};
+  GroupName group;
+  (void)::EnumResourceNamesW(module.get(), MAKEINTRESOURCEW(14) /* RT_GROUP_ICON */, TakeFirstGroup,
+                             reinterpret_cast<LONG_PTR>(&group));
+  if (!group.found) return {};
+  const std::string_view directory = ResourceBytes(
+      module.get(), group.text.empty() ? MAKEINTRESOURCEW(group.id) : group.text.c_str(),
+      MAKEINTRESOURCEW(14));
+  if (directory.size() < 6) return {};
+  const size_t count = U16(directory, 4);
+  if (count == 0 || directory.size() < 6 + 14 * count) return {};
+  std::string file(6 + 16 * count, '\0');
+  std::memcpy(file.data(), directory.data(), 6);
+  for (size_t i = 0; i < count; ++i) {
+    const size_t entry = 6 + 14 * i;
+    const std::string_view image = ResourceBytes(
+        module.get(), MAKEINTRESOURCEW(U16(directory, entry + 12)), MAKEINTRESOURCEW(3));
+    if (image.empty()) return {};
+    const auto offset = static_cast<uint32_t>(file.size());
+    const auto size = static_cast<uint32_t>(image.size());
+    std::memcpy(&file[6 + 16 * i], directory.data() + entry, 8);  // sizes, colours, planes, bits
+    std::memcpy(&file[6 + 16 * i + 8], &size, 4);
+    std::memcpy(&file[6 + 16 * i + 12], &offset, 4);
+    file.append(image);
+  }
+  return file;
+}
+
+// The first image of an ".ico" source as a one-image ".ico".
+std::string IconFromIcoFile(const std::string& bytes) {
+  if (bytes.size() < 22 || U16(bytes, 0) != 0 || U16(bytes, 2) != 1 || U16(bytes, 4) == 0) {
+    return {};
+  }
+  uint32_t size = 0, offset = 0;
+  std::memcpy(&size, bytes.data() + 14, 4);
+  std::memcpy(&offset, bytes.data() + 18, 4);
+  if (offset > bytes.size() || size > bytes.size() - offset) return {};
+  std::string file = bytes.substr(0, 22);
+  file[4] = 1, file[5] = 0;
+  const uint32_t first = 22;
+  std::memcpy(&file[18], &first, 4);
+  return file + bytes.substr(offset, size);
 }
 
 }  // namespace
@@ -51,48 +115,18 @@ std::wstring UserIconCachePath(std::wstring_view iconSource) {
 }
 
 bool ExtractFirstIcon(const std::wstring& iconSource, const std::wstring& target) {
-  HICON raw = nullptr;
-  if (::ExtractIconExW(iconSource.c_str(), 0, &raw, nullptr, 1) == 0 || raw == nullptr) {
-    return false;
+  // Read from the file's resources rather than through ExtractIconExW: that makes icon
+  // handles, which needs the window station, and under Wine starts a desktop process that
+  // inherits the caller's standard handles and keeps a reader's pipe open.
+  std::string icon;
+  if (const Result<std::string> bytes = ReadWholeFile(iconSource);
+      bytes && bytes->size() >= 2 && bytes->substr(0, 2) != "MZ") {
+    icon = IconFromIcoFile(bytes.value());
+  } else if (bytes) {
+    icon = IconFromModule(iconSource);
   }
-  const UniqueHicon icon(raw);
-  ICONINFO info{};
-  if (!::GetIconInfo(icon.get(), &info)) return false;
-  const UniqueGdiObject color(info.hbmColor), mask(info.hbmMask);
-  if (!color || !mask) return false;  // monochrome icons are not cached
-  BITMAP shape{};
-  if (::GetObjectW(color.get(), sizeof(shape), &shape) == 0) return false;
-  const int width = shape.bmWidth, height = shape.bmHeight;
-  if (width <= 0 || height <= 0 || width > 256 || height > 256) return false;
-  const UniqueMemoryDc dc(::CreateCompatibleDC(nullptr));
-  std::string pixels, andMask;
-  if (!dc || !ReadBits(dc.get(), static_cast<HBITMAP>(color.get()), width, height, 32, pixels) ||
-      !ReadBits(dc.get(), static_cast<HBITMAP>(mask.get()), width, height, 1, andMask)) {
-    return false;
-  }
-  // ICONDIR (6 bytes), one ICONDIRENTRY (16), then the image: a BITMAPINFOHEADER whose height
-  // counts the colour and the mask rows, the 32-bit pixels, the 1-bit AND mask.
-  const uint32_t imageBytes = 40 + static_cast<uint32_t>(pixels.size() + andMask.size());
-  std::string file(22 + imageBytes, '\0');
-  auto put16 = [&](size_t at, uint16_t v) { std::memcpy(&file[at], &v, 2); };
-  auto put32 = [&](size_t at, uint32_t v) { std::memcpy(&file[at], &v, 4); };
-  put16(2, 1);  // type: icon
-  put16(4, 1);  // one image
-  file[6] = static_cast<char>(width == 256 ? 0 : width);
-  file[7] = static_cast<char>(height == 256 ? 0 : height);
-  put16(10, 1);   // planes
-  put16(12, 32);  // bits per pixel
-  put32(14, imageBytes);
-  put32(18, 22);
-  put32(22, 40);
-  put32(26, static_cast<uint32_t>(width));
-  put32(30, static_cast<uint32_t>(2 * height));
-  put16(34, 1);
-  put16(36, 32);
-  put32(42, static_cast<uint32_t>(pixels.size() + andMask.size()));
-  std::memcpy(&file[62], pixels.data(), pixels.size());
-  std::memcpy(&file[62 + pixels.size()], andMask.data(), andMask.size());
-  return EnsureDirectories(ParentFolder(target)).ok() && AtomicWriteFile(target, file).ok();
+  if (icon.empty()) return false;
+  return EnsureDirectories(ParentFolder(target)).ok() && AtomicWriteFile(target, icon).ok();
 }
 
 void CacheUserCommandIcons(ModelDocument& model) {

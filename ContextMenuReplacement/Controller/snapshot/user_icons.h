@@ -15,7 +15,8 @@ namespace cmr {
 // ...\Ravelin\user-icons\<16 hex digits of the source path's FNV-1a hash>.ico
 [[nodiscard]] std::wstring UserIconCachePath(std::wstring_view iconSource);
 
-// Extracts the first icon of `iconSource` and writes it as an ".ico" file to `target`
+// Extracts the first icon of `iconSource` (the first icon group of an .exe or .dll, with all
+// its images, or the first image of an .ico) and writes it as an ".ico" file to `target`
 // (atomically). Returns false when the source holds no icon or the file cannot be written.
 [[nodiscard]] bool ExtractFirstIcon(const std::wstring& iconSource, const std::wstring& target);
 
