@@ -7,6 +7,7 @@
 #include "common/system_error.h"
 #include "common/text.h"
 #include "explorer/hook_channel.h"
+#include "state/lifecycle_state.h"
 #include "tests/e2e/explorer_rig.h"
 #include "tests/e2e/harness.h"
 
@@ -125,7 +126,18 @@ const ModeRow kModeRows[] = {
     {{L"discover"}, 9, 0, "", 0},
 };
 
+// LastReplacementMode as the registry holds it: "" when missing, else "<type>:<number>".
+std::string StoredReplacementMode() {
+  DWORD type = 0, value = 0, size = sizeof(value);
+  if (::RegGetValueW(HKEY_CURRENT_USER, kStateKeyPath, L"LastReplacementMode", RRF_RT_ANY, &type,
+                     &value, &size) != ERROR_SUCCESS) {
+    return "";
+  }
+  return std::to_string(type) + ":" + std::to_string(value);
+}
+
 TEST(ExplorerHook, EachModeWordSendsItsCodeAndArgument) {
+  (void)DeleteStateKey();
   ExplorerRig rig;
   const DWORD explorer = rig.Start({L"--shell"});
   ASSERT_EQ(RunController({L"inject"}).exitCode, 0u);
@@ -136,13 +148,54 @@ TEST(ExplorerHook, EachModeWordSendsItsCodeAndArgument) {
     EXPECT_EQ(run.output, row.output) << name;
     EXPECT_EQ(run.exitCode, row.exitCode) << name;
     const size_t after = rig.Count("command " + Pid(explorer));
+    const std::string stored = StoredReplacementMode();
     if (row.argument < 0) {
       EXPECT_EQ(after, before) << name;
     } else {
       EXPECT_EQ(after, before + 1) << name;
       EXPECT_TRUE(rig.Journal().ends_with(Command(explorer, row.code, row.argument))) << name;
     }
+    // The replacement verb records the number it sent, and only that verb writes it.
+    if (row.code == 8 && row.argument >= 0) {
+      EXPECT_EQ(stored, "4:" + std::to_string(row.argument)) << name;
+    }
+    EXPECT_EQ(StoredReplacementMode(), stored);
   }
+  (void)DeleteStateKey();
+}
+
+TEST(ExplorerHook, EnrolmentResendsTheRecordedModesToEveryProcess) {
+  (void)DeleteStateKey();
+  LifecycleState state;
+  state.featureEnabled = true;
+  state.suppressionStrategy = 2;
+  ASSERT_TRUE(WriteState(state).ok());
+  ASSERT_EQ(WriteLastReplacementMode(4), static_cast<DWORD>(ERROR_SUCCESS));
+  ExplorerRig rig;
+  const DWORD one = rig.Start({L"--shell"});
+  const DWORD two = rig.Start({L"--threads", L"1"});
+
+  RunResult run = RunController({L"inject"});
+  EXPECT_EQ(run.output, "\nRefusal is per view, so it affects windows opened from now on.\n\n");
+  EXPECT_EQ(run.exitCode, 0u);
+  for (const DWORD processId : {one, two}) {
+    EXPECT_EQ(rig.Count(Command(processId, 5, 1)), 1u) << rig.Journal();
+    EXPECT_EQ(rig.Count(Command(processId, 8, 4)), 1u) << rig.Journal();
+  }
+
+  // A mode stored with another type is not a mode; the refusal ends with the feature.
+  const wchar_t text[] = L"4";
+  ASSERT_EQ(::RegSetKeyValueW(HKEY_CURRENT_USER, kStateKeyPath, L"LastReplacementMode", REG_SZ,
+                              text, sizeof(text)),
+            ERROR_SUCCESS);
+  state.featureEnabled = false;
+  ASSERT_TRUE(WriteState(state).ok());
+  run = RunController({L"inject"});
+  EXPECT_EQ(run.output, "");
+  EXPECT_EQ(run.exitCode, 0u);
+  EXPECT_EQ(rig.Count(Command(one, 8, 4)), 1u) << rig.Journal();
+  EXPECT_EQ(rig.Count(Command(one, 5, 1)), 1u) << rig.Journal();
+  (void)DeleteStateKey();
 }
 
 TEST(ExplorerHook, AHungHookCostsOneTimeoutAndTheOthersStillGetTheCommand) {
