@@ -74,15 +74,6 @@ TEST(OverlayMerge, RefusesWithTheMessageOfEachRule) {
        R"("id":"n"},"position":"end","anchor_id":"s"}]}])",
        L"Invalid placement edit in layout 'd': missing or conflicting placement, parent, or "
        L"sibling anchor."},
-      {3, R"("layout_edits":[{"id":"d","edits":[{"action":"remove","node":{"id":"n"}}]}])",
-       L"Invalid placement edit in layout 'd': missing or conflicting placement, parent, or "
-       L"sibling anchor."},
-      // The parent's edits run first; the child's move keeps them and never duplicates.
-      {3,
-       R"("layout_edits":[{"id":"d","edits":[{"action":"move","node":{"id":"s"},)"
-       R"("parent_id":"m","anchor_id":"a","after":false}]},{"id":"f","edits":[{"action":)"
-       R"("move","node":{"id":"s"},"position":"end"}]}])",
-       L""},
   };
   for (const auto& [version, sections, message] : cases) {
     EXPECT_EQ(Merge(version, sections), message) << sections;
