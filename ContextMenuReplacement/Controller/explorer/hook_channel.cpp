@@ -11,6 +11,7 @@
 #include "common/system_error.h"
 #include "common/text.h"
 #include "explorer/explorer_discovery.h"
+#include "state/lifecycle_state.h"
 
 namespace cmr {
 
@@ -167,6 +168,16 @@ int PostEnrolment(DWORD processId, const EnrolmentResend& resend) {
     }
   }
   return 0;
+}
+
+int PostEnrolment(DWORD processId) {
+  const LifecycleState state = ReadState();
+  EnrolmentResend resend;
+  resend.refusalArmed =
+      state.featureEnabled &&
+      state.suppressionStrategy == static_cast<uint32_t>(SuppressionStrategy::refusal);
+  resend.replacementMode = ReadLastReplacementMode();
+  return PostEnrolment(processId, resend);
 }
 
 int Inject() {

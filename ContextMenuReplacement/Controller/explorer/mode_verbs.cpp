@@ -4,6 +4,7 @@
 
 #include "common/console.h"
 #include "explorer/hook_channel.h"
+#include "state/lifecycle_state.h"
 
 namespace cmr {
 
@@ -93,7 +94,13 @@ int RunReplacementVerb(const std::wstring& word) {
     return 1;
   }
   const int result = SendCommand(hook_command::kReplacementMode, mode->label, mode->argument, 0);
-  // Not yet recorded as LastReplacementMode: that waits for the lifecycle state record.
+  // Recorded whatever the send gave, so a later enable or inject repairs Hooks that missed it.
+  if (const DWORD error = WriteLastReplacementMode(static_cast<uint32_t>(mode->argument));
+      error != ERROR_SUCCESS) {
+    PrintLine(
+        L"Could not persist the replacement mode for future 'enable'/'inject' repairs (error %ld).",
+        static_cast<long>(error));
+  }
   return result;
 }
 

@@ -31,14 +31,14 @@ std::wstring QuoteArgument(const std::wstring& arg) {
   return out;
 }
 
-std::wstring CommandLine(const std::wstring& program, const std::vector<std::wstring>& args) {
-  std::wstring line = QuoteArgument(program);
+std::wstring CommandLine(const std::wstring& exePath, const std::vector<std::wstring>& args) {
+  std::wstring line = QuoteArgument(exePath);
   for (const std::wstring& arg : args) line += L" " + QuoteArgument(arg);
   return line;
 }
 
 // Starts the controller with standard output on a new pipe; returns the read end.
-UniqueHandle Start(const std::wstring& program, const std::vector<std::wstring>& args,
+UniqueHandle Start(const std::wstring& exePath, const std::vector<std::wstring>& args,
                    UniqueHandle& process) {
   SECURITY_ATTRIBUTES inherit{sizeof(inherit), nullptr, TRUE};
   HANDLE readEnd = nullptr;
@@ -57,14 +57,14 @@ UniqueHandle Start(const std::wstring& program, const std::vector<std::wstring>&
   startup.hStdOutput = writer.get();
   startup.hStdError = writer.get();
   PROCESS_INFORMATION info{};
-  std::wstring line = CommandLine(program, args);
+  std::wstring line = CommandLine(exePath, args);
   // Under a loaded machine Wine now and then refuses a process start that succeeds a moment
   // later; a test is about the controller, not about that.
   bool started = false;
   for (int attempt = 0; attempt < 5 && !started; ++attempt) {
     if (attempt != 0) ::Sleep(200);
     started = ::CreateProcessW(nullptr, line.data(), nullptr, nullptr, TRUE, 0, nullptr,
-                               InstallFolder().c_str(), &startup, &info);
+                               ParentFolder(exePath).c_str(), &startup, &info);
   }
   if (!started) {
     ADD_FAILURE() << "could not start the controller: error " << ::GetLastError();
@@ -87,14 +87,14 @@ std::wstring ControllerPath() {
 }
 
 RunResult RunController(const std::vector<std::wstring>& args, DWORD timeoutMs) {
-  return RunProgram(ControllerPath(), args, timeoutMs);
+  return RunControllerAt(ControllerPath(), args, timeoutMs);
 }
 
-RunResult RunProgram(const std::wstring& program, const std::vector<std::wstring>& args,
-                     DWORD timeoutMs) {
+RunResult RunControllerAt(const std::wstring& exePath, const std::vector<std::wstring>& args,
+                          DWORD timeoutMs) {
   RunResult result;
   UniqueHandle process;
-  UniqueHandle reader = Start(program, args, process);
+  UniqueHandle reader = Start(exePath, args, process);
   if (!reader) return result;
   // Read until the child closes its end; the pipe's write end was ours only until the child
   // inherited it, so end-of-file comes when the child exits.

@@ -66,7 +66,7 @@ std::string ExportUserSoftware() {
   const std::wstring file = JoinPath(ScratchFolder(L"export"), L"user.reg");
   wchar_t system[MAX_PATH] = {};
   ::GetSystemDirectoryW(system, MAX_PATH);
-  const RunResult run = RunProgram(JoinPath(system, L"reg.exe"),
+  const RunResult run = RunControllerAt(JoinPath(system, L"reg.exe"),
                                    {L"export", L"HKEY_CURRENT_USER\\Software", file, L"/y"});
   EXPECT_EQ(run.exitCode, 0u) << run.output;
   return ReadBytes(file);

@@ -128,7 +128,7 @@ unsigned InterruptAtEveryStep(const Scenario& s) {
   for (unsigned n = 1;; ++n) {
     Prepare(s);
     ::SetEnvironmentVariableW(L"CMR_STEP_EXIT", std::to_wstring(n).c_str());
-    const RunResult run = RunProgram(stepController, s.verb);
+    const RunResult run = RunControllerAt(stepController, s.verb);
     ::SetEnvironmentVariableW(L"CMR_STEP_EXIT", nullptr);
     if (run.exitCode != kDiedAtStep) break;  // the verb finished before step n
     steps = n;

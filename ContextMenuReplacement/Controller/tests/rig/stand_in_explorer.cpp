@@ -17,6 +17,11 @@
 
 #include "tests/rig/rig_journal.h"
 
+// Read by the stand-in Hook loaded into this process.
+extern "C" {
+__declspec(dllexport) int rig_hook_hangs = 0;
+}
+
 namespace {
 
 struct Options {
@@ -86,9 +91,12 @@ void PumpUntilShutdown() {
   ::CloseHandle(shutdown);
 }
 
+HANDLE g_threadReady = nullptr;
+
 DWORD WINAPI FolderThread(void* context) {
   const int index = static_cast<int>(reinterpret_cast<intptr_t>(context));
   OpenFolderWindow(L"C:\\rig\\thread" + std::to_wstring(index));
+  ::ReleaseSemaphore(g_threadReady, 1, nullptr);
   PumpUntilShutdown();
   return 0;
 }
@@ -148,7 +156,7 @@ void ReadOptions(const std::vector<std::wstring>& words) {
     } else if (w == L"--respawn" && hasNext) {
       g_options.respawnMs = std::stoi(words[++i]);
     } else if (w == L"--hook-hangs") {
-      ::SetEnvironmentVariableW(L"CMR_RIG_HOOK_HANGS", L"1");
+      rig_hook_hangs = 1;
     } else if (w == L"--load" && hasNext) {
       ::LoadLibraryW(words[++i].c_str());
     } else if (w.rfind(L"--", 0) != 0) {
@@ -202,11 +210,14 @@ int WINAPI wWinMain(HINSTANCE instance, HINSTANCE, PWSTR, int) {
     RigJournal("shell pid=%lu", ::GetCurrentProcessId());
   }
   for (const std::wstring& folder : g_options.folders) OpenFolderWindow(folder);
+  g_threadReady = ::CreateSemaphoreW(nullptr, 0, g_options.threads + 1, nullptr);
   for (int i = 0; i < g_options.threads; ++i) {
     ::CloseHandle(
         ::CreateThread(nullptr, 0, FolderThread, reinterpret_cast<void*>(intptr_t{i}), 0, nullptr));
   }
+  for (int i = 0; i < g_options.threads; ++i) ::WaitForSingleObject(g_threadReady, 10000);
   if (g_options.respawnMs >= 0) StartWatcher(g_options.respawnMs);
+  RigJournal("ready pid=%lu", ::GetCurrentProcessId());
   PumpUntilShutdown();
   return 0;
 }

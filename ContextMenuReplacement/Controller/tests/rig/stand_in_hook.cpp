@@ -1,6 +1,7 @@
 // Stand-in for the Hook module: on the bootstrap message it pins itself and creates its
-// message-only window; it journals every bootstrap and command it receives. With
-// CMR_RIG_HOOK_HANGS=1 in its process it stops answering commands.
+// message-only window; it journals every bootstrap and command it receives. In a stand-in
+// Explorer started with --hook-hangs it stops answering commands; "shutdown" (code 3) removes
+// its window.
 #include <windows.h>
 
 #include "tests/rig/rig_journal.h"
@@ -15,8 +16,17 @@ LRESULT CALLBACK HookWindowProc(HWND window, UINT message, WPARAM wParam, LPARAM
   if (message == g_commandMessage && message != 0) {
     RigJournal("command pid=%lu code=%llu arg=%lld", ::GetCurrentProcessId(),
                static_cast<unsigned long long>(wParam), static_cast<long long>(lParam));
-    wchar_t hangs[8] = {};
-    if (::GetEnvironmentVariableW(L"CMR_RIG_HOOK_HANGS", hangs, 8) && hangs[0] == L'1') {
+    // Shutdown makes this Hook inert: its window goes until the next bootstrap.
+    if (wParam == 3) {
+      g_window = nullptr;
+      ::DestroyWindow(window);
+      return 1;
+    }
+    // The switch lives in the host program, not in the environment: Wine's desktop process
+    // inherits the environment of whichever program first made a window.
+    const auto* hangs = reinterpret_cast<const int*>(
+        ::GetProcAddress(::GetModuleHandleW(nullptr), "rig_hook_hangs"));
+    if (hangs && *hangs) {
       HANDLE shutdown = RigShutdownEvent();
       ::WaitForSingleObject(shutdown, 60000);
       ::CloseHandle(shutdown);
