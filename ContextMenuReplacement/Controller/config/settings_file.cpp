@@ -284,16 +284,16 @@ bool ReadSettingsMenu(const rapidjson::Value& root, MenuConfiguration& configura
 
 bool ReadSettingsFile(const std::wstring& path, MenuConfiguration& configuration,
                       MessageList& errors, MessageList& warnings) {
-  std::string text;
-  switch (ReadWholeFile(path, text)) {
-    case ReadStatus::missing:
-      errors.push_back(fmt::format(L"'{}' does not exist.", path));
-      return false;
-    case ReadStatus::unreadable:
-      errors.push_back(fmt::format(L"Could not read '{}'.", path));
-      return false;
-    case ReadStatus::ok: break;
+  const Result<std::optional<std::string>> read = ReadFileIfPresent(path);
+  if (!read) {
+    errors.push_back(fmt::format(L"Could not read '{}'.", path));
+    return false;
   }
+  if (!read.value()) {
+    errors.push_back(fmt::format(L"'{}' does not exist.", path));
+    return false;
+  }
+  const std::string& text = *read.value();
   rapidjson::Document document;
   JsonParseFailure failure;
   if (!ParseJsonText(text, true, document, failure)) {
