@@ -3,6 +3,7 @@
 #include <fmt/xchar.h>
 
 #include "common/console.h"
+#include "common/data_paths.h"
 #include "common/json_text.h"
 #include "config/config_publisher.h"
 #include "lifecycle/boot_restore.h"
@@ -26,7 +27,8 @@ StatusFacts GatherFacts() {
   facts.reading = ReadClassicMode();
   facts.state = ReadState();
   facts.bootRestoreArmed = is_boot_restore_armed();
-  facts.publishedConfigVersion = PublishedFolderTarget().CurrentVersion();
+  ControlReading control;
+  if (ReadControl(ControlFilePath(), control)) facts.publishedConfigVersion = control.version;
   return facts;
 }
 
