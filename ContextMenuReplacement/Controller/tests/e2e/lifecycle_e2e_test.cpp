@@ -159,26 +159,7 @@ TEST_F(LifecycleE2e, WithoutYesOnlyTheDisclosureIsPrinted) {
   const std::string before = ExportUserSoftware();
   const RunResult run = RunController({L"enable"});
   EXPECT_EQ(run.exitCode, 2u);
-  EXPECT_EQ(run.output, Lines({"", "BEFORE ANYTHING IS CHANGED - what enabling this does", "",
-                               "  Strategy: classic_mode_registry (machine-persistent, needs an "
-                               "Explorer restart, covers supported Explorer context menus)",
-                               "  * Windows will be switched to CLASSIC context menus for your "
-                               "account.",
-                               "    This is a system-wide change to your preference, not a change "
-                               "inside this app.",
-                               "  * Your current preference is recorded first and restored when "
-                               "you disable,",
-                               "    uninstall, or if this machine is reset while the feature is "
-                               "on.",
-                               "  * If you change the preference yourself while this is enabled, "
-                               "your newer choice",
-                               "    wins and the restore stands down.",
-                               "  * Explorer must restart for this to take effect. Your open "
-                               "folder windows close.",
-                               "", "  Ravelin loads its menu replacement hook into explorer.exe.",
-                               "  disable_menu_hook.cmd at the repository root is the escape hatch "
-                               "if it misbehaves.",
-                               "", "Nothing has been changed. Re-run with --yes to proceed."}));
+  EXPECT_EQ(run.output, ReadBytes(FromUtf8(CMR_GOLDEN_DIR) + L"/enable_disclosure.txt"));
   EXPECT_EQ(ExportUserSoftware(), before);
 }
 
