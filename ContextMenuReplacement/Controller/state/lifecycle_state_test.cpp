@@ -10,6 +10,7 @@
 #include "common/file_io.h"
 #include "common/log.h"
 #include "common/unique_handle.h"
+#include "tests/support/todays_log.h"
 
 namespace cmr {
 namespace {
@@ -115,18 +116,12 @@ TEST_F(LifecycleStateTest, LegacyKeyOverwritesPriorOnlyWhenItRecordsAnAppliedSup
 }
 
 size_t WarningsLogged() {
-  SYSTEMTIME today{};
-  ::GetLocalTime(&today);
-  const Result<std::string> log = ReadWholeFile(
-      JoinPath(ControllerLogFolder(), LogFileName(L"Ravelin", L"Controller", L"", today)));
+  const std::string log = TodaysLog();
   const std::string line =
       "[WARNING] [state] The pre-0.9.9 state key could not be carried across; it is kept and "
       "retried on the next read\n";
   size_t n = 0;
-  for (size_t at = log ? log->find(line) : std::string::npos; at != std::string::npos;
-       at = log->find(line, at + 1)) {
-    ++n;
-  }
+  for (size_t at = log.find(line); at != std::string::npos; at = log.find(line, at + 1)) ++n;
   return n;
 }
 
