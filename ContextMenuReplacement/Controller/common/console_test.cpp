@@ -7,19 +7,19 @@ namespace {
 
 TEST(ConsoleFormat, WideStringArgumentPrintsWhole) {
   // The C99 reading of a wide "%s" would print only "P"; the program's texts need it whole.
-  EXPECT_EQ(FormatConsoleText(L"Publishing %s", {L"Pfad mit Umlaut \u00e4.json"}),
+  EXPECT_EQ(FormatConsoleText(L"Publishing %s", L"Pfad mit Umlaut \u00e4.json"),
             L"Publishing Pfad mit Umlaut \u00e4.json");
 }
 
 TEST(ConsoleFormat, NumbersAndLengthModifiers) {
   EXPECT_EQ(FormatConsoleText(L"Published version %lu (%lu bytes): %zu profile(s), %d%%",
-                              {4294967295u, 112u, size_t{3}, -2}),
+                              4294967295u, 112u, size_t{3}, -2),
             L"Published version 4294967295 (112 bytes): 3 profile(s), -2%");
-  EXPECT_EQ(FormatConsoleText(L"%X|%x", {255u, 255u}), L"FF|ff");
+  EXPECT_EQ(FormatConsoleText(L"%X|%x|%llX", 255u, 255u, 0x1234ABCDull), L"FF|ff|1234ABCD");
 }
 
-TEST(ConsoleFormat, MissingArgumentsPrintNothingAndUnknownConversionsStay) {
-  EXPECT_EQ(FormatConsoleText(L"a %s b %q c", {}), L"a  b %q c");
+TEST(ConsoleFormat, AMissingArgumentIsReportedNotDropped) {
+  EXPECT_EQ(FormatConsoleText(L"a %s b"), L"a %s b [format error: argument not found]");
 }
 
 }  // namespace
@@ -46,7 +46,7 @@ std::string CaptureStandardOutput(void (*print)()) {
     print();
     ::SetStdHandle(STD_OUTPUT_HANDLE, saved);
   }
-  (void)ReadWholeFile(path, bytes);
+  if (Result<std::string> read = ReadWholeFile(path)) bytes = read.value();
   ::DeleteFileW(path.c_str());
   return bytes;
 }

@@ -42,18 +42,10 @@ TEST(LogFormat, FileNameFromStemComponentOrProduct) {
 #include "common/file_io.h"
 #include "common/text.h"
 #include "common/unique_handle.h"
+#include "tests/support/todays_log.h"
 
 namespace cmr {
 namespace {
-
-std::string TodaysLog() {
-  SYSTEMTIME today{};
-  ::GetLocalTime(&today);
-  std::string bytes;
-  (void)ReadWholeFile(
-      JoinPath(ControllerLogFolder(), LogFileName(L"Ravelin", L"Controller", L"", today)), bytes);
-  return bytes;
-}
 
 std::vector<std::string> LinesContaining(const std::string& bytes, const std::string& marker) {
   std::vector<std::string> lines;

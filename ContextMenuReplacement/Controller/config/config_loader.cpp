@@ -20,7 +20,7 @@ bool WithinSizeLimit(const MenuConfiguration& configuration) {
 
 }  // namespace
 
-PublishResult LoadMenuFile(const std::wstring& path, PublishMode mode, PublicationTarget& target) {
+PublishResult LoadMenuFile(const std::wstring& path, PublishMode mode, ConfigPublisher& publisher) {
   PublishResult result;
   if (!FileExists(path)) {
     result.errors.push_back(
@@ -35,14 +35,14 @@ PublishResult LoadMenuFile(const std::wstring& path, PublishMode mode, Publicati
                              path));
     return result;
   }
-  std::string text;
-  if (ReadWholeFile(path, text) != ReadStatus::ok) {
+  const Result<std::string> text = ReadWholeFile(path);
+  if (!text) {
     result.errors.push_back(fmt::format(L"Could not read '{}'.", path));
     return result;
   }
   rapidjson::Document document;
   JsonParseFailure failure;
-  if (!ParseJsonText(text, true, document, failure)) {
+  if (!ParseJsonText(text.value(), true, document, failure)) {
     result.errors.push_back(
         fmt::format(L"JSON parse error at offset {}: {}", failure.offset, failure.description));
     return result;
@@ -52,13 +52,13 @@ PublishResult LoadMenuFile(const std::wstring& path, PublishMode mode, Publicati
     return result;
   }
   result.valid = WithinSizeLimit(configuration);
-  PublishConfiguration(configuration, mode, GlobalsPolicy::withDefaultGlobals, target, result);
+  publisher.Publish(configuration, mode, GlobalsPolicy::withDefaultGlobals, result);
   if (mode == PublishMode::checkOnly) result.valid = result.errors.empty();
   return result;
 }
 
 PublishResult LoadSettingsFile(const std::wstring& path, PublishMode mode,
-                               PublicationTarget& target) {
+                               ConfigPublisher& publisher) {
   PublishResult result;
   MenuConfiguration configuration;
   const bool read = ReadSettingsFile(path, configuration, result.errors, result.warnings);
@@ -66,7 +66,7 @@ PublishResult LoadSettingsFile(const std::wstring& path, PublishMode mode,
     // Validation reports the ACL verdict whatever the content, so both can be fixed at once.
     if (FileExists(path)) result.aclAccepted = CheckConfigurationTrust(path, result.errors);
     if (!read) return result;
-    PublishConfiguration(configuration, mode, GlobalsPolicy::keepPublishedGlobals, target, result);
+    publisher.Publish(configuration, mode, GlobalsPolicy::keepPublishedGlobals, result);
     result.valid = result.errors.empty();
     return result;
   }
@@ -74,10 +74,13 @@ PublishResult LoadSettingsFile(const std::wstring& path, PublishMode mode,
   result.valid = WithinSizeLimit(configuration);
   // Checked before the globals go out, so an oversized menu changes nothing at all.
   if (!result.valid) {
-    (void)CheckSnapshotSize(LayoutSnapshot(configuration).totalBytes, result.errors);
+    result.errors.push_back(CheckSnapshotSize(LayoutSnapshot(configuration).totalBytes).message());
     return result;
   }
-  if (!target.PublishGlobals(configuration, result.errors)) return result;
+  if (Status globals = publisher.PublishGlobals(configuration); !globals) {
+    result.errors.push_back(globals.message());
+    return result;
+  }
   LogGlobalsPublished(configuration.enabled, configuration.bypassMask,
                       configuration.opacityPercent);
   // The globals carry no executable, so they are applied even from a file others can modify;
@@ -87,7 +90,7 @@ PublishResult LoadSettingsFile(const std::wstring& path, PublishMode mode,
     LogMenuModelRefused(path);
     return result;
   }
-  PublishConfiguration(configuration, mode, GlobalsPolicy::keepPublishedGlobals, target, result);
+  publisher.Publish(configuration, mode, GlobalsPolicy::keepPublishedGlobals, result);
   return result;
 }
 

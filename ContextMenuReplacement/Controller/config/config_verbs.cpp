@@ -22,9 +22,9 @@ std::wstring SourcePath(const ConfigArguments& arguments) {
 }
 
 PublishResult Load(const ConfigArguments& arguments, PublishMode mode) {
-  PublishedFolderTarget target;
-  return arguments.file.empty() ? LoadSettingsFile(SettingsFilePath(), mode, target)
-                                : LoadMenuFile(arguments.file, mode, target);
+  ConfigPublisher publisher;
+  return arguments.file.empty() ? LoadSettingsFile(SettingsFilePath(), mode, publisher)
+                                : LoadMenuFile(arguments.file, mode, publisher);
 }
 
 void PrintMessages(const PublishResult& result) {
@@ -51,14 +51,13 @@ void PrintPublicationReport(const PublishResult& result) {
 
 int Init(const ConfigArguments& arguments) {
   const std::wstring source = SourcePath(arguments);
-  MessageList errors;
-  const int code = WriteStarterDocument(source, errors);
-  if (code == 0) {
-    PrintLine(L"Wrote a starter configuration to %s", source);
-    PrintLine(L"Edit it, then run 'config publish' or leave 'config watch' running.");
+  if (Status written = WriteStarterDocument(source); !written) {
+    PrintLine(L"%s", written.message());
+    return 1;
   }
-  for (const std::wstring& error : errors) PrintLine(L"%s", error);
-  return code;
+  PrintLine(L"Wrote a starter configuration to %s", source);
+  PrintLine(L"Edit it, then run 'config publish' or leave 'config watch' running.");
+  return 0;
 }
 
 int Path(const ConfigArguments& arguments) {

@@ -367,12 +367,12 @@ std::string_view StarterDocumentText() noexcept {
   return std::string_view(kText, sizeof(kText) - 1);
 }
 
-int WriteStarterDocument(const std::wstring& path, MessageList& errors) {
-  if (FileExists(path)) {
-    errors.push_back(fmt::format(L"'{}' already exists; refusing to overwrite it.", path));
-    return 1;
+Status WriteStarterDocument(const std::wstring& path) {
+  Status written = WriteNewFile(path, StarterDocumentText());
+  if (written.systemError() == ERROR_FILE_EXISTS || written.systemError() == ERROR_ALREADY_EXISTS) {
+    return Failure(L"'{}' already exists; refusing to overwrite it.", path);
   }
-  return WriteWholeFile(path, StarterDocumentText(), errors) ? 0 : 1;
+  return written;
 }
 
 }  // namespace cmr

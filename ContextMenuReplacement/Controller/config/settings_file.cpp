@@ -188,7 +188,7 @@ bool ReadSettingsGlobals(const rapidjson::Value& root, MenuConfiguration& config
           JsonWide(*bypass)));
     }
   }
-  (void)ReadRangedNumber(*settings, "appearance.backgroundOpacityPercent", 78, 0, 100,
+  (void)ReadRangedNumber(*settings, "appearance.backgroundOpacityPercent", kDefaultOpacityPercent, 0, 100,
                          configuration.opacityPercent, errors);
 
   AppearanceGlobals& a = configuration.appearance;
@@ -213,8 +213,8 @@ bool ReadSettingsGlobals(const rapidjson::Value& root, MenuConfiguration& config
   (void)ReadBool(*settings, "appearance.showHotkeys", a.showHotkeys, errors);
   (void)ReadBool(*settings, "appearance.showSeparators", a.showSeparators, errors);
 
-  ReadBoundedText(*settings, "appearance.fontFamily", 31, L"a font name", a.fontFamily, errors);
-  ReadBoundedText(*settings, "appearance.backgroundImagePath", 259, L"a path",
+  ReadBoundedText(*settings, "appearance.fontFamily", kFontFamilyMaxLength, L"a font name", a.fontFamily, errors);
+  ReadBoundedText(*settings, "appearance.backgroundImagePath", kImagePathMaxLength, L"a path",
                   a.backgroundImagePath, errors);
   static constexpr Choice kFills[] = {{"stretch", 0}, {"cover", 1}, {"tile", 2}, {"center", 3}};
   ReadChoice(*settings, "appearance.backgroundImageFill", kFills,
@@ -259,7 +259,7 @@ bool ReadSettingsGlobals(const rapidjson::Value& root, MenuConfiguration& config
   }
   // The window organizer shares the taskbar menus; when it is off its surface is not ours.
   const rapidjson::Value* organizer = FindApp(*JsonMember(root, "apps"), "window-organizer");
-  if (organizer && JsonStringIs(JsonMember(*organizer, "status"), "disabled")) optOut |= 0x20;
+  if (organizer && JsonStringIs(JsonMember(*organizer, "status"), "disabled")) optOut |= kOptOutWindowOrganizer;
   a.surfaceOptOutMask = optOut;
   return true;
 }
@@ -284,16 +284,16 @@ bool ReadSettingsMenu(const rapidjson::Value& root, MenuConfiguration& configura
 
 bool ReadSettingsFile(const std::wstring& path, MenuConfiguration& configuration,
                       MessageList& errors, MessageList& warnings) {
-  std::string text;
-  switch (ReadWholeFile(path, text)) {
-    case ReadStatus::missing:
-      errors.push_back(fmt::format(L"'{}' does not exist.", path));
-      return false;
-    case ReadStatus::unreadable:
-      errors.push_back(fmt::format(L"Could not read '{}'.", path));
-      return false;
-    case ReadStatus::ok: break;
+  const Result<std::optional<std::string>> read = ReadFileIfPresent(path);
+  if (!read) {
+    errors.push_back(fmt::format(L"Could not read '{}'.", path));
+    return false;
   }
+  if (!read.value()) {
+    errors.push_back(fmt::format(L"'{}' does not exist.", path));
+    return false;
+  }
+  const std::string& text = *read.value();
   rapidjson::Document document;
   JsonParseFailure failure;
   if (!ParseJsonText(text, true, document, failure)) {

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/support/staged_install.h"
+
 #include "common/data_paths.h"
 #include "common/file_io.h"
 #include "common/json_text.h"
@@ -124,7 +126,7 @@ TEST(SettingsFile, EntryAndFileMessages) {
     MenuConfiguration config;
     MessageList errors, warnings;
     if (!c.text.empty()) {
-      ASSERT_TRUE(WriteWholeFile(path, c.text, errors));
+      ASSERT_TRUE(AtomicWriteFile(path, c.text).ok());
     }
     EXPECT_FALSE(ReadSettingsFile(path, config, errors, warnings));
     EXPECT_EQ(errors, MessageList{c.error});
@@ -135,7 +137,7 @@ TEST(SettingsFile, EntryAndFileMessages) {
 // The settings file that ships beside the exe is what the on/off and dialog readers fall back
 // to; it must read cleanly and spell out exactly the documented defaults.
 TEST(SettingsFile, ShippedDefaultsReadCleanly) {
-  const std::wstring shipped = JoinPath(JoinPath(ParentFolder(ExecutableFolder()), L"stage"),
+  const std::wstring shipped = JoinPath(StagedInstallFolder(),
                                         L"Content\\Configurations\\High Level Settings.json");
   MenuConfiguration config;
   MessageList errors, warnings;

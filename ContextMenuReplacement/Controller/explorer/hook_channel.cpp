@@ -81,7 +81,7 @@ Result<HookModule> LoadHook() {
   hook.module.reset(::LoadLibraryW(path.c_str()));
   if (!hook.module) {
     const DWORD error = ::GetLastError();
-    return Status::Failure(FormatConsoleText(L"Could not load %s: %s", {path, ErrorText(error)}));
+    return Status::Failure(FormatConsoleText(L"Could not load %s: %s", path, ErrorText(error)));
   }
   // Through the generic function pointer type, which converts to any other without a warning.
   hook.bootstrap = reinterpret_cast<HOOKPROC>(
@@ -93,7 +93,7 @@ Result<HookModule> LoadHook() {
   if (hook.bootstrapMessage == 0) {
     const DWORD error = ::GetLastError();
     return Status::Failure(
-        FormatConsoleText(L"RegisterWindowMessage failed: %s", {ErrorText(error)}));
+        FormatConsoleText(L"RegisterWindowMessage failed: %s", ErrorText(error)));
   }
   return hook;
 }

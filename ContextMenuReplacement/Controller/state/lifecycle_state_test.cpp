@@ -11,6 +11,7 @@
 #include "common/log.h"
 #include "common/text.h"
 #include "common/unique_handle.h"
+#include "tests/support/todays_log.h"
 
 namespace cmr {
 namespace {
@@ -140,15 +141,6 @@ TEST_F(LifecycleStateTest, LegacyKeyOverwritesPriorOnlyWhenItRecordsAnAppliedSup
               ERROR_SUCCESS);
     ::RegDeleteTreeW(HKEY_CURRENT_USER, kFamilyKey);
   }
-}
-
-std::string TodaysLog() {
-  SYSTEMTIME today{};
-  ::GetLocalTime(&today);
-  std::string bytes;
-  (void)ReadWholeFile(
-      JoinPath(ControllerLogFolder(), LogFileName(L"Ravelin", L"Controller", L"", today)), bytes);
-  return bytes;
 }
 
 size_t Count(const std::string& text, const std::string& part) {

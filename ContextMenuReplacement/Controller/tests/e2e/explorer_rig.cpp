@@ -157,9 +157,8 @@ DWORD ExplorerRig::Start(const std::vector<std::wstring>& args, const std::wstri
 }
 
 std::string ExplorerRig::Journal() const {
-  std::string bytes;
-  if (ReadWholeFile(journal_, bytes) != ReadStatus::ok) return {};
-  return bytes;
+  const Result<std::string> bytes = ReadWholeFile(journal_);
+  return bytes ? bytes.value() : std::string();
 }
 
 size_t ExplorerRig::Count(const std::string& text) const {
