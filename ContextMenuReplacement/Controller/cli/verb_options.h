@@ -7,16 +7,9 @@
 
 #include "config/config_verbs.h"
 #include "snapshot/custom_model_verbs.h"
-#include "state/lifecycle_state.h"
+#include "lifecycle/lifecycle_verbs.h"
 
 namespace cmr {
-
-struct EnableOptions {
-  bool yes = false;
-  bool force = false;
-  SuppressionStrategy strategy = SuppressionStrategy::classic;
-  bool restart = true;
-};
 
 struct ReconcileOptions {
   bool force = false;

@@ -7,6 +7,10 @@
 #include "explorer/explorer_restart.h"
 #include "explorer/hook_channel.h"
 #include "explorer/mode_verbs.h"
+#include "lifecycle/boot_restore.h"
+#include "lifecycle/install_probe.h"
+#include "lifecycle/lifecycle_verbs.h"
+#include "lifecycle/status_report.h"
 #include "snapshot/custom_model_verbs.h"
 
 namespace cmr {
@@ -32,7 +36,7 @@ int EnableVerb(const std::vector<std::wstring>& args) {
   if (std::wstring message = ParseEnableOptions(args, options); !message.empty()) {
     return Refuse(message);
   }
-  return ReportUnavailable(L"enable");
+  return RunEnableVerb(options);
 }
 
 int InjectDialogVerb(const std::vector<std::wstring>& args) {
@@ -49,9 +53,24 @@ int ReconcileVerb(const std::vector<std::wstring>& args) {
 }
 
 int BootRestoreVerb(const std::vector<std::wstring>&) {
-  // Windows runs this from RunOnce; whatever it reports, the exit code is 0.
-  (void)ReportUnavailable(L"boot-restore");
-  return 0;
+  return RunBootRestoreVerb();
+}
+
+int InstallVerb(const std::vector<std::wstring>&) {
+  return RunInstallVerb();
+}
+
+int UninstallVerb(const std::vector<std::wstring>&) {
+  return RunUninstallVerb();
+}
+
+int DisableVerb(const std::vector<std::wstring>&) {
+  return RunDisableVerb();
+}
+
+// Only the word right after the verb is looked at.
+int StatusVerb(const std::vector<std::wstring>& args) {
+  return RunStatusVerb(!args.empty() && args[0] == L"--json");
 }
 
 int SuppressVerb(const std::vector<std::wstring>& args) {
@@ -116,16 +135,16 @@ int CustomModelVerb(const std::vector<std::wstring>& args) {
 constexpr VerbRow kVerbs[] = {
     {L"restart-explorer", RestartExplorerVerb},
     {L"probe", ProbeVerb},
-    {L"install", nullptr},
+    {L"install", InstallVerb},
     {L"enable", EnableVerb},
     {L"inject", InjectVerb},
     {L"inject-dialog", InjectDialogVerb},
     {L"dialog-crashes", nullptr},
     {L"provider-strikes", nullptr},
     {L"reconcile", ReconcileVerb},
-    {L"uninstall", nullptr},
+    {L"uninstall", UninstallVerb},
     {L"boot-restore", BootRestoreVerb},
-    {L"status", nullptr},
+    {L"status", StatusVerb},
     {L"topology", TopologyVerb},
     {L"rescan", RescanVerb},
     {L"resetflash", ResetFlashVerb},
@@ -137,7 +156,7 @@ constexpr VerbRow kVerbs[] = {
     {L"config", ConfigVerb},
     {L"custom-model", CustomModelVerb},
     {L"discover", DiscoverVerb},
-    {L"disable", nullptr},
+    {L"disable", DisableVerb},
 };
 
 }  // namespace

@@ -189,21 +189,35 @@ bool WaitForResponsiveShell(DWORD limitMs) {
   }
 }
 
-DWORD StartProcess(const ShellLaunch& launch, std::wstring arguments, bool useToken) {
+enum class LaunchAs { controller, tokenWithLogon, tokenAsUser };
+
+// Starts the shell with `arguments` after its quoted path; the Win32 error, or ERROR_SUCCESS.
+DWORD StartShell(const ShellLaunch& launch, const std::wstring& arguments, LaunchAs as) {
   std::wstring commandLine = L"\"" + launch.shellPath + L"\"" + arguments;
   STARTUPINFOW startup{};
   startup.cb = sizeof(startup);
   wchar_t desktop[] = L"winsta0\\default";
   startup.lpDesktop = desktop;
+  // No standard handles: the shell outlives the controller and must not hold the pipe a caller
+  // reads the controller's output from (Wine hands them to a child unless told otherwise).
+  startup.dwFlags = STARTF_USESTDHANDLES;
   PROCESS_INFORMATION info{};
+  const wchar_t* path = launch.shellPath.c_str();
+  const wchar_t* directory = launch.windowsDirectory.c_str();
   BOOL started = FALSE;
-  if (useToken) {
-    started = ::CreateProcessWithTokenW(launch.userToken.get(), 0, launch.shellPath.c_str(),
-                                        commandLine.data(), 0, nullptr,
-                                        launch.windowsDirectory.c_str(), &startup, &info);
-  } else {
-    started = ::CreateProcessW(launch.shellPath.c_str(), commandLine.data(), nullptr, nullptr,
-                               FALSE, 0, nullptr, launch.windowsDirectory.c_str(), &startup, &info);
+  switch (as) {
+    case LaunchAs::controller:
+      started = ::CreateProcessW(path, commandLine.data(), nullptr, nullptr, FALSE, 0, nullptr,
+                                 directory, &startup, &info);
+      break;
+    case LaunchAs::tokenWithLogon:
+      started = ::CreateProcessWithTokenW(launch.userToken.get(), 0, path, commandLine.data(), 0,
+                                          nullptr, directory, &startup, &info);
+      break;
+    case LaunchAs::tokenAsUser:
+      started = ::CreateProcessAsUserW(launch.userToken.get(), path, commandLine.data(), nullptr,
+                                       nullptr, FALSE, 0, nullptr, directory, &startup, &info);
+      break;
   }
   if (!started) return ::GetLastError();
   // The controller never waits on a shell it starts.
@@ -214,27 +228,18 @@ DWORD StartProcess(const ShellLaunch& launch, std::wstring arguments, bool useTo
 
 void LaunchShellFallback(const ShellLaunch& launch) {
   RestartLog(L"Desktop/taskbar have not returned; launching the Windows shell fallback.");
-  DWORD error = StartProcess(launch, L"", launch.userToken.valid());
-  if (error != ERROR_SUCCESS && launch.userToken) {
-    RestartLog(L"Shell token launch failed, error " + std::to_wstring(error) +
-               L"; retrying directly as the same user (Windows directory: " +
-               launch.windowsDirectory + L")");
-    std::wstring commandLine = L"\"" + launch.shellPath + L"\"";
-    STARTUPINFOW startup{};
-    startup.cb = sizeof(startup);
-    wchar_t desktop[] = L"winsta0\\default";
-    startup.lpDesktop = desktop;
-    PROCESS_INFORMATION info{};
-    error = ERROR_SUCCESS;
-    if (::CreateProcessAsUserW(launch.userToken.get(), launch.shellPath.c_str(), commandLine.data(),
-                               nullptr, nullptr, FALSE, 0, nullptr, launch.windowsDirectory.c_str(),
-                               &startup, &info)) {
-      ::CloseHandle(info.hThread);
-      ::CloseHandle(info.hProcess);
-    } else {
-      error = ::GetLastError();
+  if (!launch.userToken) {
+    if (const DWORD error = StartShell(launch, L"", LaunchAs::controller); error != ERROR_SUCCESS) {
+      RestartLog(L"Windows shell fallback launch failed, error " + std::to_wstring(error));
     }
+    return;
   }
+  DWORD error = StartShell(launch, L"", LaunchAs::tokenWithLogon);
+  if (error == ERROR_SUCCESS) return;
+  RestartLog(L"Shell token launch failed, error " + std::to_wstring(error) +
+             L"; retrying directly as the same user (Windows directory: " +
+             launch.windowsDirectory + L")");
+  error = StartShell(launch, L"", LaunchAs::tokenAsUser);
   if (error != ERROR_SUCCESS) {
     RestartLog(L"Windows shell fallback launch failed, error " + std::to_wstring(error));
   }
@@ -242,7 +247,8 @@ void LaunchShellFallback(const ShellLaunch& launch) {
 
 // The shell opens a folder window for a location given on its command line.
 bool ReopenFolder(const ShellLaunch& launch, const explorer_restart::folder& folder) {
-  return StartProcess(launch, L" \"" + folder.location + L"\"", false) == ERROR_SUCCESS;
+  return StartShell(launch, L" \"" + folder.location + L"\"", LaunchAs::controller) ==
+         ERROR_SUCCESS;
 }
 
 bool RunRestartSequence(const std::vector<DWORD>& processIds, const FolderCapture& capture) {

@@ -1,10 +1,12 @@
 #include "tests/e2e/explorer_rig.h"
 
 #include <gtest/gtest.h>
+#include <tlhelp32.h>
 
 #include "common/data_paths.h"
 #include "common/file_io.h"
 #include "common/text.h"
+#include "explorer/explorer_discovery.h"
 #include "explorer/hook_channel.h"
 #include "tests/e2e/harness.h"
 
@@ -32,8 +34,49 @@ void ShutDownHooks() {
   }
 }
 
-bool AnyStandInWindow() {
-  return ::FindWindowW(L"Progman", nullptr) || ::FindWindowW(L"CabinetWClass", nullptr);
+constexpr wchar_t kShellWindowsServerKey[] =
+    L"Software\\Classes\\CLSID\\{9BA05972-F6A8-11CF-A442-00A0C90A8F39}\\InprocServer32";
+
+std::wstring ShellWindowsServer() {
+  wchar_t value[MAX_PATH] = {};
+  DWORD size = sizeof(value);
+  if (::RegGetValueW(HKEY_LOCAL_MACHINE, kShellWindowsServerKey, nullptr, RRF_RT_REG_SZ, nullptr,
+                     value, &size) != ERROR_SUCCESS) {
+    return {};
+  }
+  return value;
+}
+
+void SetShellWindowsServer(const std::wstring& path) {
+  // Wine reads class registrations from the machine's classes only, never the user's.
+  EXPECT_EQ(
+      ::RegSetKeyValueW(HKEY_LOCAL_MACHINE, kShellWindowsServerKey, nullptr, REG_SZ, path.c_str(),
+                        static_cast<DWORD>((path.size() + 1) * sizeof(wchar_t))),
+      ERROR_SUCCESS);
+}
+
+std::wstring ShellPath() {
+  wchar_t windows[MAX_PATH] = {};
+  ::GetWindowsDirectoryW(windows, MAX_PATH);
+  return JoinPath(windows, L"explorer.exe");
+}
+
+// Any process running a stand-in image, windows made yet or not: a shell the controller has
+// just started must see the shutdown event before the rig lets it go.
+bool AnyStandInProcess() {
+  UniqueHandle snapshot(::CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
+  PROCESSENTRY32W entry{};
+  entry.dwSize = sizeof(entry);
+  const std::wstring rig = ExplorerRig::Folder() + L"\\";
+  for (BOOL more = ::Process32FirstW(snapshot.get(), &entry); more;
+       more = ::Process32NextW(snapshot.get(), &entry)) {
+    const std::wstring path = ProcessImagePath(entry.th32ProcessID);
+    if (EqualsIgnoreCase(path, ShellPath()) ||
+        (path.size() > rig.size() && EqualsIgnoreCase(path.substr(0, rig.size()), rig))) {
+      return true;
+    }
+  }
+  return false;
 }
 
 }  // namespace
@@ -56,9 +99,10 @@ ExplorerRig::~ExplorerRig() {
   ::SetEvent(shutdown_.get());
   for (const UniqueHandle& process : started_) ::WaitForSingleObject(process.get(), 10000);
   // Shells the controller started end on the same event.
-  const ULONGLONG deadline = ::GetTickCount64() + 10000;
-  while (AnyStandInWindow() && ::GetTickCount64() < deadline) ::Sleep(50);
-  EXPECT_FALSE(AnyStandInWindow()) << "a stand-in Explorer did not leave";
+  const ULONGLONG deadline = ::GetTickCount64() + 20000;
+  while (AnyStandInProcess() && ::GetTickCount64() < deadline) ::Sleep(50);
+  EXPECT_FALSE(AnyStandInProcess()) << "a stand-in Explorer did not leave";
+  if (!replacedServer_.empty()) SetShellWindowsServer(replacedServer_);
   ::SetEnvironmentVariableW(L"CMR_RIG_JOURNAL", nullptr);
   ::SetEnvironmentVariableW(L"CMR_RIG_EXPLORER", nullptr);
 }
@@ -72,11 +116,17 @@ std::wstring ExplorerRig::Explorer() {
 }
 
 void ExplorerRig::InstallShell() {
-  wchar_t windows[MAX_PATH] = {};
-  ::GetWindowsDirectoryW(windows, MAX_PATH);
-  const std::wstring shell = JoinPath(windows, L"explorer.exe");
+  const std::wstring shell = ShellPath();
+  // A shell an earlier test left starting cannot be overwritten, and needs not be.
+  if (ReadBytes(shell) == ReadBytes(Explorer())) return;
   ASSERT_TRUE(::CopyFileW(Explorer().c_str(), shell.c_str(), FALSE))
       << "could not put the stand-in at " << ToUtf8(shell) << ": " << ::GetLastError();
+}
+
+void ExplorerRig::RegisterShellWindowList() {
+  if (replacedServer_.empty()) replacedServer_ = ShellWindowsServer();
+  ASSERT_FALSE(replacedServer_.empty());
+  SetShellWindowsServer(JoinPath(Folder(), L"stand_in_shell_windows.dll"));
 }
 
 void ExplorerRig::SetShellOptions(const std::wstring& options) {
@@ -88,6 +138,7 @@ DWORD ExplorerRig::Start(const std::vector<std::wstring>& args, const std::wstri
   for (const std::wstring& arg : args) line += L" " + Quote(arg);
   STARTUPINFOW startup{};
   startup.cb = sizeof(startup);
+  startup.dwFlags = STARTF_USESTDHANDLES;  // none: Wine would pass ours on
   PROCESS_INFORMATION info{};
   bool started = false;
   for (int attempt = 0; attempt < 5 && !started; ++attempt) {

@@ -27,6 +27,9 @@ class ExplorerRig {
   void SetShellOptions(const std::wstring& options);
   // Puts the stand-in where the restart looks for the shell: <Windows directory>\explorer.exe.
   static void InstallShell();
+  // Registers the stand-in shell window list in place of Wine's (which cannot count folder
+  // windows) until the rig goes.
+  void RegisterShellWindowList();
 
   std::string Journal() const;
   // Waits until the journal holds `text` `count` times.
@@ -37,6 +40,7 @@ class ExplorerRig {
   std::wstring journal_;
   UniqueHandle shutdown_;
   std::vector<UniqueHandle> started_;
+  std::wstring replacedServer_;  // Wine's own server of the shell window list, to put back
 };
 
 // "pid=<id>" as the journal writes it.

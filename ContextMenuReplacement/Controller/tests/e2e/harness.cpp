@@ -155,6 +155,14 @@ void RunningController::Stop() {
   }
 }
 
+DWORD RunningController::Wait(DWORD timeoutMs) {
+  DWORD code = 0xFFFFFFFF;
+  if (process_ && ::WaitForSingleObject(process_.get(), timeoutMs) == WAIT_OBJECT_0) {
+    ::GetExitCodeProcess(process_.get(), &code);
+  }
+  return code;
+}
+
 bool RunningController::WaitForOutput(const std::string& text, DWORD timeoutMs, size_t from) {
   const ULONGLONG deadline = ::GetTickCount64() + timeoutMs;
   for (;;) {

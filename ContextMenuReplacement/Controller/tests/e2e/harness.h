@@ -36,6 +36,8 @@ class RunningController {
   // time limit. Returns whether it appeared.
   bool WaitForOutput(const std::string& text, DWORD timeoutMs, size_t from = 0);
   std::string Output();
+  // Waits for the controller to end by itself; its exit code, or 0xFFFFFFFF after the time limit.
+  DWORD Wait(DWORD timeoutMs);
   void Stop();
 
   struct Shared;

@@ -4,8 +4,8 @@
 //                       and taskbar (Shell_TrayWnd) on the main thread
 //   --folder <path>     a CabinetWClass window showing <path> (also any bare word)
 //   --threads <n>       n more UI threads, each with a folder window
-//   --hang-after <n>    after answering n WM_NULLs on the desktop, stop answering for 1500 ms
-//   --never-answer      the desktop never answers WM_NULL (a shell that does not come back)
+//   --hang-every <n>    the desktop answers n-1 WM_NULLs, then takes 300 ms over the next one,
+//                       and so on: a shell that answers twice and then hangs, with n = 3
 //   --respawn <ms>      when this process is ended, a watcher starts a new one after <ms>
 //   --hook-hangs        the Hook loaded here stops answering commands
 //   --load <dll>        load a module (an earlier Hook build) at start
@@ -28,8 +28,7 @@ struct Options {
   bool shell = false;
   std::vector<std::wstring> folders;
   int threads = 0;
-  int hangAfter = -1;
-  bool neverAnswer = false;
+  int hangEvery = 0;
   int respawnMs = -1;
 };
 
@@ -43,15 +42,10 @@ std::string Narrow(const std::wstring& text) {
 }
 
 LRESULT CALLBACK DesktopProc(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
-  if (message == WM_NULL) {
-    if (g_options.neverAnswer) {
-      HANDLE shutdown = RigShutdownEvent();
-      ::WaitForSingleObject(shutdown, 60000);
-      ::CloseHandle(shutdown);
-    } else if (::InterlockedIncrement(&g_nullsAnswered) == g_options.hangAfter + 1) {
-      RigJournal("hang pid=%lu", ::GetCurrentProcessId());
-      ::Sleep(1500);
-    }
+  // Longer than the controller's 200 ms responsiveness test.
+  if (message == WM_NULL && g_options.hangEvery > 0 &&
+      ::InterlockedIncrement(&g_nullsAnswered) % g_options.hangEvery == 0) {
+    ::Sleep(300);
   }
   return ::DefWindowProcW(window, message, wParam, lParam);
 }
@@ -60,7 +54,7 @@ void RegisterClasses(HINSTANCE instance) {
   const wchar_t* names[] = {L"Progman", L"SHELLDLL_DefView", L"Shell_TrayWnd", L"CabinetWClass"};
   for (const wchar_t* name : names) {
     WNDCLASSW windowClass{};
-    windowClass.lpfnWndProc = DesktopProc;
+    windowClass.lpfnWndProc = name == names[0] ? DesktopProc : ::DefWindowProcW;
     windowClass.hInstance = instance;
     windowClass.lpszClassName = name;
     ::RegisterClassW(&windowClass);
@@ -114,6 +108,7 @@ int Watch(DWORD processId, int delayMs) {
   std::wstring line = L"\"" + std::wstring(self) + L"\"";
   STARTUPINFOW startup{};
   startup.cb = sizeof(startup);
+  startup.dwFlags = STARTF_USESTDHANDLES;  // none: Wine would pass ours on
   PROCESS_INFORMATION info{};
   if (::CreateProcessW(self, line.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
                        &info)) {
@@ -131,6 +126,7 @@ void StartWatcher(int delayMs) {
                       std::to_wstring(::GetCurrentProcessId()) + L" " + std::to_wstring(delayMs);
   STARTUPINFOW startup{};
   startup.cb = sizeof(startup);
+  startup.dwFlags = STARTF_USESTDHANDLES;  // none: Wine would pass ours on
   PROCESS_INFORMATION info{};
   if (::CreateProcessW(self, line.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
                        &info)) {
@@ -149,10 +145,8 @@ void ReadOptions(const std::vector<std::wstring>& words) {
       g_options.folders.push_back(words[++i]);
     } else if (w == L"--threads" && hasNext) {
       g_options.threads = std::stoi(words[++i]);
-    } else if (w == L"--hang-after" && hasNext) {
-      g_options.hangAfter = std::stoi(words[++i]);
-    } else if (w == L"--never-answer") {
-      g_options.neverAnswer = true;
+    } else if (w == L"--hang-every" && hasNext) {
+      g_options.hangEvery = std::stoi(words[++i]);
     } else if (w == L"--respawn" && hasNext) {
       g_options.respawnMs = std::stoi(words[++i]);
     } else if (w == L"--hook-hangs") {

@@ -1,0 +1,100 @@
+// Lifecycle verbs from start to exit, started the way the tray and Settings start them:
+// `status --json` (polled) against the no-argument run, and `enable --yes --no-restart` end to
+// end against one stand-in Explorer (the Hook loaded into it included).
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <vector>
+
+#include "bench/bench.h"
+#include "common/data_paths.h"
+#include "common/file_io.h"
+#include "common/unique_handle.h"
+
+namespace {
+
+std::wstring BuildPath(const wchar_t* folder, const wchar_t* file) {
+  return cmr::JoinPath(cmr::JoinPath(cmr::ParentFolder(cmr::ExecutableFolder()), folder), file);
+}
+
+cmr::UniqueHandle Start(const std::wstring& exe, const std::wstring& args) {
+  SECURITY_ATTRIBUTES inherit{sizeof(inherit), nullptr, TRUE};
+  cmr::UniqueHandle nul(::CreateFileW(L"NUL", GENERIC_READ | GENERIC_WRITE,
+                                      FILE_SHARE_READ | FILE_SHARE_WRITE, &inherit, OPEN_EXISTING,
+                                      0, nullptr));
+  STARTUPINFOW startup{};
+  startup.cb = sizeof(startup);
+  startup.dwFlags = STARTF_USESTDHANDLES;
+  startup.hStdInput = startup.hStdOutput = startup.hStdError = nul.get();
+  PROCESS_INFORMATION info{};
+  std::wstring line = L"\"" + exe + L"\" " + args;
+  if (!::CreateProcessW(nullptr, line.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup,
+                        &info)) {
+    return {};
+  }
+  ::CloseHandle(info.hThread);
+  return cmr::UniqueHandle(info.hProcess);
+}
+
+void RunToExit(const std::wstring& args) {
+  const cmr::UniqueHandle process =
+      Start(BuildPath(L"stage", L"ContextMenuReplacement.Controller.exe"), args);
+  if (process) ::WaitForSingleObject(process.get(), INFINITE);
+}
+
+double TimedRun(const std::wstring& args) {
+  LARGE_INTEGER frequency{}, begin{}, end{};
+  ::QueryPerformanceFrequency(&frequency);
+  ::QueryPerformanceCounter(&begin);
+  RunToExit(args);
+  ::QueryPerformanceCounter(&end);
+  return 1e6 * static_cast<double>(end.QuadPart - begin.QuadPart) /
+         static_cast<double>(frequency.QuadPart);
+}
+
+double Median(std::vector<double> values) {
+  std::sort(values.begin(), values.end());
+  return values[values.size() / 2];
+}
+
+// Alternated run by run, so that a machine whose load drifts weighs on both alike.
+const bool status = cmr::bench::Register(
+    {"lifecycle: status --json vs no arguments (ratio)", 0, [] {
+       std::vector<double> json, bare;
+       for (int i = 0; i < 30; ++i) {
+         json.push_back(TimedRun(L"status --json"));
+         bare.push_back(TimedRun(L""));
+       }
+       cmr::bench::Note(
+           fmt::format("status --json median {:.0f} us (min {:.0f}); no arguments median {:.0f} us "
+                       "(min {:.0f})",
+                       Median(json), *std::min_element(json.begin(), json.end()), Median(bare),
+                       *std::min_element(bare.begin(), bare.end())));
+       cmr::bench::Note(fmt::format(
+           "status --json / no arguments: medians {:.2f}x, minimums {:.2f}x (goal < 1.3x)",
+           Median(json) / Median(bare),
+           *std::min_element(json.begin(), json.end()) /
+               *std::min_element(bare.begin(), bare.end())));
+     }});
+
+const bool enable = cmr::bench::Register(
+    {"lifecycle: enable --yes --no-restart --strategy classic, one stand-in Explorer", 0, [] {
+       const cmr::UniqueHandle shutdown(::CreateEventW(nullptr, TRUE, FALSE, L"CmrRig.Shutdown"));
+       ::ResetEvent(shutdown.get());
+       const cmr::UniqueHandle explorer = Start(BuildPath(L"rig", L"explorer.exe"), L"--shell");
+       ::Sleep(1000);  // its windows up; nothing here is timed against it
+       std::vector<double> micros;
+       for (int i = 0; i < 15; ++i) {
+         micros.push_back(TimedRun(L"enable --yes --no-restart --strategy classic"));
+         RunToExit(L"uninstall");  // back to a first enable, untimed
+       }
+       std::sort(micros.begin(), micros.end());
+       cmr::bench::Note(
+           fmt::format("enable end to end: median {:.0f} us, min {:.0f}, max {:.0f} (15 runs)",
+                       micros[micros.size() / 2], micros.front(), micros.back()));
+       ::SetEvent(shutdown.get());
+       if (explorer) ::WaitForSingleObject(explorer.get(), 10000);
+     }});
+
+}  // namespace

@@ -1,0 +1,34 @@
+#include "explorer/hook_channel.h"
+
+#include <gtest/gtest.h>
+
+namespace cmr {
+namespace {
+
+struct NameRow {
+  const wchar_t* name;
+  bool earlier;
+};
+
+// Any build's Hook is "Brenlow.ContextMenuReplacement.Hook*.dll", letters in any case; this
+// build's own file is never an earlier build, whatever its case.
+constexpr NameRow kNames[] = {
+    {L"Brenlow.ContextMenuReplacement.Hook.1.0.9.0.dll", true},
+    {L"brenlow.contextmenureplacement.hook.1.0.9.0.DLL", true},
+    {L"Brenlow.ContextMenuReplacement.Hook.dll", true},
+    {L"Brenlow.ContextMenuReplacement.Hook.1.0.10.0.dll", false},
+    {L"BRENLOW.CONTEXTMENUREPLACEMENT.HOOK.1.0.10.0.DLL", false},
+    {L"Brenlow.ContextMenuReplacement.Hoo.dll", false},
+    {L"Brenlow.ContextMenuReplacement.Hook.1.0.9.0.dl", false},
+    {L"Brenlow.ContextMenuReplacement.Hookdll", false},
+    {L"xBrenlow.ContextMenuReplacement.Hook.dll", false},
+};
+
+TEST(HookChannel, EarlierBuildNames) {
+  for (const NameRow& row : kNames) {
+    EXPECT_EQ(IsEarlierBuildHookName(row.name), row.earlier) << row.name;
+  }
+}
+
+}  // namespace
+}  // namespace cmr

@@ -1,0 +1,294 @@
+// The lifecycle verbs as a user runs them: console text, exit codes and the registry afterwards.
+
+#include <gtest/gtest.h>
+
+#include "common/data_paths.h"
+#include "common/file_io.h"
+#include "common/json_text.h"
+#include "common/text.h"
+#include "explorer/explorer_discovery.h"
+#include "lifecycle/boot_restore.h"
+#include "state/lifecycle_state.h"
+#include "tests/e2e/explorer_rig.h"
+#include "tests/e2e/harness.h"
+#include "tests/e2e/lifecycle_fixture.h"
+
+namespace cmr::e2e {
+namespace {
+
+const std::vector<std::wstring> kEnable{L"enable", L"--yes", L"--no-restart"};
+
+bool Has(const RunResult& run, const std::string& part) {
+  return run.output.find(part) != std::string::npos;
+}
+
+class LifecycleE2e : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ResetUserData();
+    ResetLifecycle();
+  }
+  void TearDown() override { ResetLifecycle(); }
+};
+
+TEST_F(LifecycleE2e, EnableThenDisableGivesBackEachPriorExactly) {
+  const Preference odd{true, true, L"C:\\a \"b\"\x01.dll"};
+  const struct {
+    Preference prior;
+    std::string json;  // priorKeyPresent and priorValue as status --json writes them
+    std::string restored;
+  } rows[] = {
+      {kNoOverride, "false,\"priorValue\":\"\"",
+       "Removed the override key; the user is back on the Windows 11 modern menu."},
+      {kEmptyOverride, "true,\"priorValue\":\"\"", "Restored the prior override value ''."},
+      {odd, "true,\"priorValue\":\"C:\\\\a \\\"b\\\"\\u0001.dll\"",
+       "Restored the prior override value 'C:\\a \"b\"\x01.dll'."},
+  };
+  for (const auto& row : rows) {
+    ResetLifecycle();
+    SetPreference(row.prior);
+    EXPECT_TRUE(Has(RunController(kEnable),
+                    "Applied classic_mode_registry.\nVerification: the machine looks as intended "
+                    "(override key present: yes, effective mode: classic)\n"));
+    // A second enable keeps the first recorded prior, not the override it finds.
+    EXPECT_TRUE(Has(RunController(kEnable),
+                    "Already applied; keeping the originally recorded prior preference.\n"));
+    const RunResult json = RunController({L"status", L"--json"});
+    EXPECT_EQ(json.output,
+              "{\"effectiveMode\":\"classic\",\"overrideKeyPresent\":true,\"featureEnabled\":true,"
+              "\"suppressionApplied\":true,\"priorKeyPresent\":" +
+                  row.json + ",\"appliedAt\":\"" + ToUtf8(ReadState().suppressionAppliedAt) +
+                  "\",\"bootRestoreArmed\":true,\"everEnabled\":true,\"publishedConfigVersion\":0,"
+                  "\"overrideMissingWhileEnabled\":false}\n");
+    rapidjson::Document document;
+    JsonParseFailure failure;
+    EXPECT_TRUE(ParseJsonText(json.output, false, document, failure)) << json.output;
+    EXPECT_TRUE(Has(RunController({L"disable"}),
+                    "\nPreference: " + row.restored +
+                        "\n\nThe hook is inert. The module stays loaded until Explorer restarts "
+                        "because it pinned\n"));
+    EXPECT_EQ(ReadPreference(), row.prior) << Describe(row.prior);
+    EXPECT_FALSE(is_boot_restore_armed());
+    EXPECT_FALSE(ReadState().suppressionApplied || ReadState().featureEnabled);
+  }
+}
+
+TEST_F(LifecycleE2e, AChoiceTheUserMadeAfterEnablingIsLeftAlone) {
+  (void)RunController(kEnable);
+  const Preference theirs{true, true, L"C:\\Users\\me\\menu.dll"};
+  SetPreference(theirs);
+  EXPECT_TRUE(Has(RunController({L"disable"}),
+                  "Preference: The override key now holds 'C:\\Users\\me\\menu.dll', which is not "
+                  "what we wrote. Leaving the newer choice alone.\n"));
+  EXPECT_EQ(ReadPreference(), theirs);
+  EXPECT_FALSE(ReadState().suppressionApplied);
+  EXPECT_FALSE(is_boot_restore_armed());
+}
+
+// Starts a copy of the controller, takes its file away while it runs, and returns its output.
+std::string RunDeletedCopy(const std::vector<std::wstring>& args) {
+  const std::wstring folder = ScratchFolder(L"gone");
+  const std::wstring copy = JoinPath(folder, L"ContextMenuReplacement.Controller.exe");
+  const std::wstring out = JoinPath(folder, L"out.txt");
+  EXPECT_TRUE(::CopyFileW(ControllerPath().c_str(), copy.c_str(), FALSE));
+  SECURITY_ATTRIBUTES inherit{sizeof(inherit), nullptr, TRUE};
+  UniqueHandle file(::CreateFileW(out.c_str(), GENERIC_WRITE, FILE_SHARE_READ, &inherit,
+                                  CREATE_ALWAYS, 0, nullptr));
+  STARTUPINFOW startup{};
+  startup.cb = sizeof(startup);
+  startup.dwFlags = STARTF_USESTDHANDLES;
+  startup.hStdOutput = startup.hStdError = file.get();
+  std::wstring line = L"\"" + copy + L"\"";
+  for (const std::wstring& arg : args) line += L" " + arg;
+  PROCESS_INFORMATION info{};
+  EXPECT_TRUE(::CreateProcessW(nullptr, line.data(), nullptr, nullptr, TRUE, CREATE_SUSPENDED,
+                               nullptr, folder.c_str(), &startup, &info));
+  UniqueHandle process(info.hProcess), thread(info.hThread);
+  // Moved away rather than deleted: the image of a suspended process is still held open.
+  EXPECT_TRUE(::MoveFileW(copy.c_str(), (copy + L".old").c_str()));
+  ::ResumeThread(thread.get());
+  EXPECT_EQ(::WaitForSingleObject(process.get(), 60000), WAIT_OBJECT_0);
+  file.reset();
+  return ReadBytes(out);
+}
+
+TEST_F(LifecycleE2e, BootRestoreAcrossItsDecisionTable) {
+  const struct {
+    const char* name;
+    bool enable, featureOff, deletedCopy;
+    std::string line;
+    Preference after;
+    bool armed;
+  } rows[] = {
+      {"nothing applied, stale entry", false, false, false,
+       "Nothing was applied; the boot-time restore had nothing to do.\n", kDllOverride, false},
+      {"feature disabled", true, true, false,
+       "Self-healing at logon (the feature was not left enabled): Restored the prior override "
+       "value 'C:\\Tools\\shell \"x\".dll'.\n",
+       kDllOverride, false},
+      {"feature still enabled", true, false, false,
+       "The feature is still enabled and Ravelin is still installed, so this was an ordinary "
+       "restart. The override is left in place and the boot-time restore is re-armed.\n",
+       kEmptyOverride, true},
+      {"controller removed", true, false, true,
+       "Self-healing at logon (Ravelin is no longer installed): Restored the prior override "
+       "value 'C:\\Tools\\shell \"x\".dll'.\n",
+       kDllOverride, false},
+  };
+  for (const auto& row : rows) {
+    ResetLifecycle();
+    SetPreference(kDllOverride);
+    ASSERT_TRUE(WriteState(LifecycleState{}).ok());
+    ASSERT_TRUE(arm_boot_restore().ok());
+    if (row.enable) (void)RunController(kEnable);
+    if (row.featureOff) {
+      LifecycleState state = ReadState();
+      state.featureEnabled = false;
+      ASSERT_TRUE(WriteState(state).ok());
+    }
+    const RunResult run = row.deletedCopy ? RunResult{0, RunDeletedCopy({L"boot-restore"})}
+                                          : RunController({L"boot-restore"});
+    EXPECT_EQ(run.output, row.line) << row.name;
+    EXPECT_EQ(run.exitCode, 0u) << row.name;
+    EXPECT_EQ(ReadPreference(), row.after) << row.name;
+    EXPECT_EQ(is_boot_restore_armed(), row.armed) << row.name;
+  }
+}
+
+TEST_F(LifecycleE2e, WithoutYesOnlyTheDisclosureIsPrinted) {
+  const std::string before = ExportUserSoftware();
+  const RunResult run = RunController({L"enable"});
+  EXPECT_EQ(run.exitCode, 2u);
+  EXPECT_EQ(run.output, ReadBytes(FromUtf8(CMR_GOLDEN_DIR) + L"/enable_disclosure.txt"));
+  EXPECT_EQ(ExportUserSoftware(), before);
+}
+
+TEST_F(LifecycleE2e, StateKeyThatCannotBeWrittenChangesNothingAndVolatileParentIsReplaced) {
+  ::RegDeleteTreeW(HKEY_CURRENT_USER, L"Software\\Orvanta\\Brenlowpack");
+  {
+    UniqueHkey family;  // a volatile family key refuses the non-volatile state key (1021)
+    ASSERT_EQ(::RegCreateKeyExW(HKEY_CURRENT_USER, L"Software\\Orvanta\\Brenlowpack", 0, nullptr,
+                                REG_OPTION_VOLATILE, KEY_WRITE, nullptr, family.put(), nullptr),
+              ERROR_SUCCESS);
+  }
+  const RunResult refused = RunController(kEnable);
+  EXPECT_EQ(refused.exitCode, 1u);
+  EXPECT_TRUE(Has(refused,
+                  "\nCould not record prior state, so nothing was changed: Could not "
+                  "open the state key for writing: 1021\n"));
+  EXPECT_EQ(ReadPreference(), kNoOverride);
+  EXPECT_FALSE(is_boot_restore_armed());
+  ::RegDeleteTreeW(HKEY_CURRENT_USER, L"Software\\Orvanta\\Brenlowpack");
+
+  UniqueHkey parent;
+  ASSERT_EQ(
+      ::RegCreateKeyExW(HKEY_CURRENT_USER,
+                        L"Software\\Classes\\CLSID\\{86ca1aa0-34aa-4e8b-a509-50c905bae2a2}", 0,
+                        nullptr, REG_OPTION_VOLATILE, KEY_WRITE, nullptr, parent.put(), nullptr),
+      ERROR_SUCCESS);
+  parent.reset();
+  EXPECT_TRUE(Has(RunController(kEnable), "Applied classic_mode_registry.\n"));
+  EXPECT_EQ(ReadPreference(), kEmptyOverride);
+}
+
+TEST_F(LifecycleE2e, StatusBeforeEnablingAndForEachProbeVerdict) {
+  const std::string never =
+      "Context-menu preference\n  Override key present: no\n  Effective mode:       modern\n\n"
+      "Recorded state\n  none - this feature has never been enabled on this account\n"
+      "  Boot-time restore:    not armed\n\nConfiguration          none published\n\n";
+  RunResult run = RunController({L"status"});
+  EXPECT_EQ(run.output.substr(0, never.size()), never);
+  EXPECT_TRUE(run.output.ends_with("\nSuppression probe:     no verdict recorded yet\n"));
+  EXPECT_EQ(RunController({L"status", L"--json"}).output,
+            "{\"effectiveMode\":\"modern\",\"overrideKeyPresent\":false,\"featureEnabled\":false,"
+            "\"suppressionApplied\":false,\"priorKeyPresent\":false,\"priorValue\":\"\","
+            "\"appliedAt\":\"\",\"bootRestoreArmed\":false,\"everEnabled\":false,"
+            "\"publishedConfigVersion\":0,\"overrideMissingWhileEnabled\":false}\n");
+  const struct {
+    DWORD verdict;  // 0: none stored
+    std::string tail;
+  } rows[] = {
+      {0, "\nSuppression probe:     no evidence yet - right-click a folder, then ask again\n"},
+      {1, "\nSuppression probe:     CLASSIC PATH CONFIRMED - seen\n"},
+      {2,
+       "\nSuppression probe:     NOT IN USE - seen\n\nWindows is not honouring the "
+       "classic-menu override on this build. The feature is\nnot working, however successful "
+       "the registry write looked. Fall back with:\n    Controller.exe disable\n    "
+       "Controller.exe enable --yes --strategy refusal\nNote that the fallback cannot "
+       "suppress the desktop background.\n"},
+      {3,
+       "\nSuppression probe:     PARTIAL - seen\nExpected if views existed before enabling; "
+       "investigate if it persists.\n"},
+      {4, "\nSuppression probe:     no evidence yet - right-click a folder, then ask again\n"},
+  };
+  ASSERT_TRUE(WriteState(LifecycleState{}).ok());
+  for (const auto& row : rows) {
+    UniqueHkey key;
+    ASSERT_EQ(::RegOpenKeyExW(HKEY_CURRENT_USER, kStateKeyPath, 0, KEY_SET_VALUE, key.put()),
+              ERROR_SUCCESS);
+    if (row.verdict != 0) {
+      ::RegSetValueExW(key.get(), L"LastProbeVerdict", 0, REG_DWORD,
+                       reinterpret_cast<const BYTE*>(&row.verdict), sizeof(DWORD));
+      ::RegSetValueExW(key.get(), L"LastProbeDetail", 0, REG_SZ,
+                       reinterpret_cast<const BYTE*>(L"seen"), 10);
+    }
+    run = RunController({L"status"});
+    EXPECT_TRUE(run.output.ends_with(row.tail)) << row.verdict << run.output;
+    EXPECT_TRUE(Has(run, "Recorded state\n  Suppression applied:  no by none\n"));
+  }
+}
+
+TEST_F(LifecycleE2e, WithAStandInExplorer) {
+  RunResult install = RunController({L"install"});
+  EXPECT_EQ(install.exitCode, 1u);
+  EXPECT_TRUE(Has(install, "  Desktop (Progman):    MISSING\n"));
+  EXPECT_TRUE(install.output.ends_with(
+      "\nThis machine does not meet Ravelin requirements. It would run native-only.\n"));
+
+  ExplorerRig rig;
+  rig.Start({L"--shell"});
+  install = RunController({L"install"});
+  EXPECT_EQ(install.exitCode, 0u) << install.output;
+  EXPECT_TRUE(Has(install,
+                  "  Desktop (Progman):    present\n  Desktop view:         "
+                  "SHELLDLL_DefView present\n  Window topology:      as expected\n"));
+
+  // The refusal strategy writes nothing on the machine and reaches the Hook instead.
+  const RunResult refusal =
+      RunController({L"enable", L"--yes", L"--strategy", L"refusal", L"--no-restart"});
+  EXPECT_EQ(refusal.exitCode, 0u) << refusal.output;
+  EXPECT_TRUE(rig.WaitFor("code=5 arg=1")) << rig.Journal();
+  EXPECT_EQ(ReadPreference(), kNoOverride);
+  EXPECT_FALSE(is_boot_restore_armed());
+  EXPECT_TRUE(Has(RunController({L"status"}),
+                  "  Suppression applied:  no by runtime_activation_refusal\n"));
+
+  // Ten Explorer starts seen within 600 s: refused, and nothing is written back.
+  LifecycleState state = ReadState();
+  FILETIME now{};
+  ::GetSystemTimeAsFileTime(&now);
+  const uint64_t ticks = (uint64_t{now.dwHighDateTime} << 32) | now.dwLowDateTime;
+  state.explorerRestarts = 9;
+  state.restartWindowStart = ticks - 600'000'000ull;  // a minute ago
+  state.lastExplorerStart = 1;                        // not the Explorer running now
+  ASSERT_TRUE(WriteState(state).ok());
+  const RunResult refused = RunController(kEnable);
+  EXPECT_EQ(refused.exitCode, 3u);
+  EXPECT_TRUE(refused.output.ends_with(
+      "REFUSING to enable: Explorer has restarted 10 times in the last 10 minutes while this\n"
+      "feature was enabled. That is the signature of the hook destabilising Explorer, and\n"
+      "reinjecting would make it a loop you cannot get out of.\n\n"
+      "Look at the hook log first. Pass --force to override.\n"));
+  EXPECT_EQ(ReadState(), state);
+  EXPECT_NE(RunController({L"enable", L"--yes", L"--no-restart", L"--force"}).exitCode, 3u);
+  EXPECT_EQ(ReadState().explorerRestarts, 10u);
+  // A window older than 600 s with no new start resets the count.
+  state = ReadState();
+  state.restartWindowStart = ticks - 6'010'000'000ull;
+  ASSERT_TRUE(WriteState(state).ok());
+  EXPECT_NE(RunController(kEnable).exitCode, 3u);
+  EXPECT_EQ(ReadState().explorerRestarts, 0u);
+}
+
+}  // namespace
+}  // namespace cmr::e2e
