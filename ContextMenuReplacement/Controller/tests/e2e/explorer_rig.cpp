@@ -124,9 +124,14 @@ void ExplorerRig::InstallShell() {
 }
 
 void ExplorerRig::RegisterShellWindowList() {
+  const std::wstring standIn = JoinPath(Folder(), L"stand_in_shell_windows.dll");
   if (replacedServer_.empty()) replacedServer_ = ShellWindowsServer();
+  // A run stopped halfway left the stand-in registered: what it replaced was Wine's own.
+  if (EqualsIgnoreCase(replacedServer_, standIn)) {
+    replacedServer_ = L"C:\\windows\\system32\\ieframe.dll";
+  }
   ASSERT_FALSE(replacedServer_.empty());
-  SetShellWindowsServer(JoinPath(Folder(), L"stand_in_shell_windows.dll"));
+  SetShellWindowsServer(standIn);
 }
 
 void ExplorerRig::SetShellOptions(const std::wstring& options) {
