@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "common/unique_handle.h"
+
 namespace cmr::bench {
 
 struct Case {
@@ -37,6 +39,16 @@ void Note(const std::string& text);
 std::string StagedText(const wchar_t* relative);
 // Parses JSON text that is known to be valid; aborts otherwise.
 rapidjson::Document ParseOrAbort(const std::string& text);
+
+// A program of the build tree, e.g. BuildFile(L"stage", L"ContextMenuReplacement.Controller.exe")
+// (<build>\bench holds the benchmark, <build>\stage the controller, <build>\rig the stand-ins).
+std::wstring BuildFile(const wchar_t* folder, const wchar_t* file);
+std::wstring StagedController();
+// Starts `exe` with `arguments` and every standard handle on NUL, as the Settings application
+// starts the controller with its output redirected; an empty handle when it cannot start.
+UniqueHandle StartQuietly(const std::wstring& exe, const std::wstring& arguments = L"");
+// The same, then waits for the process to end.
+void RunToExit(const std::wstring& exe, const std::wstring& arguments = L"");
 
 // Keeps the optimiser from discarding a computed value.
 void Consume(const void* p);

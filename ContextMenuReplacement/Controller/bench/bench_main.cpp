@@ -64,6 +64,38 @@ rapidjson::Document ParseOrAbort(const std::string& text) {
   return document;
 }
 
+std::wstring BuildFile(const wchar_t* folder, const wchar_t* file) {
+  return JoinPath(JoinPath(ParentFolder(ExecutableFolder()), folder), file);
+}
+
+std::wstring StagedController() {
+  return BuildFile(L"stage", L"ContextMenuReplacement.Controller.exe");
+}
+
+UniqueHandle StartQuietly(const std::wstring& exe, const std::wstring& arguments) {
+  SECURITY_ATTRIBUTES inherit{sizeof(inherit), nullptr, TRUE};
+  UniqueHandle nul(::CreateFileW(L"NUL", GENERIC_READ | GENERIC_WRITE,
+                                 FILE_SHARE_READ | FILE_SHARE_WRITE, &inherit, OPEN_EXISTING, 0,
+                                 nullptr));
+  STARTUPINFOW startup{};
+  startup.cb = sizeof(startup);
+  startup.dwFlags = STARTF_USESTDHANDLES;
+  startup.hStdInput = startup.hStdOutput = startup.hStdError = nul.get();
+  PROCESS_INFORMATION info{};
+  std::wstring line = L"\"" + exe + L"\" " + arguments;
+  if (!::CreateProcessW(nullptr, line.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup,
+                        &info)) {
+    return {};
+  }
+  ::CloseHandle(info.hThread);
+  return UniqueHandle(info.hProcess);
+}
+
+void RunToExit(const std::wstring& exe, const std::wstring& arguments) {
+  const UniqueHandle process = StartQuietly(exe, arguments);
+  if (process) ::WaitForSingleObject(process.get(), INFINITE);
+}
+
 void Consume(const void* p) {
   asm volatile("" : : "g"(p) : "memory");
 }

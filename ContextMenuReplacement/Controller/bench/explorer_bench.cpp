@@ -17,34 +17,6 @@
 
 namespace {
 
-std::wstring BuildFolder() {
-  return cmr::ParentFolder(cmr::ExecutableFolder());
-}
-
-cmr::UniqueHandle StartProcess(const std::wstring& exe, const std::wstring& arguments) {
-  SECURITY_ATTRIBUTES inherit{sizeof(inherit), nullptr, TRUE};
-  cmr::UniqueHandle nul(::CreateFileW(L"NUL", GENERIC_READ | GENERIC_WRITE,
-                                      FILE_SHARE_READ | FILE_SHARE_WRITE, &inherit, OPEN_EXISTING,
-                                      0, nullptr));
-  STARTUPINFOW startup{};
-  startup.cb = sizeof(startup);
-  startup.dwFlags = STARTF_USESTDHANDLES;
-  startup.hStdInput = startup.hStdOutput = startup.hStdError = nul.get();
-  PROCESS_INFORMATION info{};
-  std::wstring line = L"\"" + exe + L"\" " + arguments;
-  if (!::CreateProcessW(nullptr, line.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup,
-                        &info)) {
-    return {};
-  }
-  ::CloseHandle(info.hThread);
-  return cmr::UniqueHandle(info.hProcess);
-}
-
-void RunToExit(const std::wstring& exe, const std::wstring& arguments) {
-  cmr::UniqueHandle process = StartProcess(exe, arguments);
-  if (process) ::WaitForSingleObject(process.get(), INFINITE);
-}
-
 size_t CountWindows(const wchar_t* className) {
   size_t count = 0;
   for (HWND w = ::FindWindowExW(nullptr, nullptr, className, nullptr); w;
@@ -67,7 +39,7 @@ class StandIns {
   }
   // Starts one stand-in with `arguments` and waits until `folderWindows` folder windows exist.
   void Start(const std::wstring& exe, const std::wstring& arguments, size_t folderWindows) {
-    processes_.push_back(StartProcess(exe, arguments));
+    processes_.push_back(cmr::bench::StartQuietly(exe, arguments));
     while (CountWindows(L"CabinetWClass") < folderWindows) ::Sleep(10);
   }
 
@@ -77,26 +49,24 @@ class StandIns {
 };
 
 const std::wstring& Controller() {
-  static const std::wstring path = cmr::JoinPath(cmr::JoinPath(BuildFolder(), L"stage"),
-                                                 L"ContextMenuReplacement.Controller.exe");
+  static const std::wstring path = cmr::bench::StagedController();
   return path;
 }
 
 const std::wstring& StandInExplorer() {
-  static const std::wstring path =
-      cmr::JoinPath(cmr::JoinPath(BuildFolder(), L"rig"), L"explorer.exe");
+  static const std::wstring path = cmr::bench::BuildFile(L"rig", L"explorer.exe");
   return path;
 }
 
 const bool probeAndInject = cmr::bench::Register(
     {"explorer: probe and inject start-to-exit, 1 and 8 stand-in UI threads (ratio)", 0, [] {
-       const auto baseline = cmr::bench::Measure(20, [] { RunToExit(Controller(), L""); });
+       const auto baseline = cmr::bench::Measure(20, [] { cmr::bench::RunToExit(Controller(), L""); });
        cmr::bench::PrintFigures("explorer: controller, no arguments", 20, baseline);
        for (const int threads : {1, 8}) {
          StandIns standIns;
          standIns.Start(StandInExplorer(), L"--threads " + std::to_wstring(threads), threads);
          for (const wchar_t* verb : {L"probe", L"inject"}) {
-           const auto figures = cmr::bench::Measure(20, [&] { RunToExit(Controller(), verb); });
+           const auto figures = cmr::bench::Measure(20, [&] { cmr::bench::RunToExit(Controller(), verb); });
            const std::string name =
                fmt::format("explorer: {} with {} stand-in thread(s)",
                            verb == std::wstring(L"probe") ? "probe" : "inject", threads);
@@ -111,7 +81,7 @@ const bool sendCommand = cmr::bench::Register(
     {"explorer: send_command to 8 stand-in Hooks, per delivered command", 0, [] {
        StandIns standIns;
        for (int i = 0; i < 8; ++i) standIns.Start(StandInExplorer(), L"--threads 1", i + 1);
-       RunToExit(Controller(), L"inject");
+       cmr::bench::RunToExit(Controller(), L"inject");
        size_t hooks = 0;
        for (HWND w = nullptr;
             (w = ::FindWindowExW(HWND_MESSAGE, w, cmr::kHookWindowClass, nullptr));) {

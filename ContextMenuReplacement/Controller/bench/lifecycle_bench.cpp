@@ -14,40 +14,11 @@
 
 namespace {
 
-std::wstring BuildPath(const wchar_t* folder, const wchar_t* file) {
-  return cmr::JoinPath(cmr::JoinPath(cmr::ParentFolder(cmr::ExecutableFolder()), folder), file);
-}
-
-cmr::UniqueHandle Start(const std::wstring& exe, const std::wstring& args) {
-  SECURITY_ATTRIBUTES inherit{sizeof(inherit), nullptr, TRUE};
-  cmr::UniqueHandle nul(::CreateFileW(L"NUL", GENERIC_READ | GENERIC_WRITE,
-                                      FILE_SHARE_READ | FILE_SHARE_WRITE, &inherit, OPEN_EXISTING,
-                                      0, nullptr));
-  STARTUPINFOW startup{};
-  startup.cb = sizeof(startup);
-  startup.dwFlags = STARTF_USESTDHANDLES;
-  startup.hStdInput = startup.hStdOutput = startup.hStdError = nul.get();
-  PROCESS_INFORMATION info{};
-  std::wstring line = L"\"" + exe + L"\" " + args;
-  if (!::CreateProcessW(nullptr, line.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup,
-                        &info)) {
-    return {};
-  }
-  ::CloseHandle(info.hThread);
-  return cmr::UniqueHandle(info.hProcess);
-}
-
-void RunToExit(const std::wstring& args) {
-  const cmr::UniqueHandle process =
-      Start(BuildPath(L"stage", L"ContextMenuReplacement.Controller.exe"), args);
-  if (process) ::WaitForSingleObject(process.get(), INFINITE);
-}
-
 double TimedRun(const std::wstring& args) {
   LARGE_INTEGER frequency{}, begin{}, end{};
   ::QueryPerformanceFrequency(&frequency);
   ::QueryPerformanceCounter(&begin);
-  RunToExit(args);
+  cmr::bench::RunToExit(cmr::bench::StagedController(), args);
   ::QueryPerformanceCounter(&end);
   return 1e6 * static_cast<double>(end.QuadPart - begin.QuadPart) /
          static_cast<double>(frequency.QuadPart);
@@ -82,12 +53,12 @@ const bool enable = cmr::bench::Register(
     {"lifecycle: enable --yes --no-restart --strategy classic, one stand-in Explorer", 0, [] {
        const cmr::UniqueHandle shutdown(::CreateEventW(nullptr, TRUE, FALSE, L"CmrRig.Shutdown"));
        ::ResetEvent(shutdown.get());
-       const cmr::UniqueHandle explorer = Start(BuildPath(L"rig", L"explorer.exe"), L"--shell");
+       const cmr::UniqueHandle explorer = cmr::bench::StartQuietly(cmr::bench::BuildFile(L"rig", L"explorer.exe"), L"--shell");
        ::Sleep(1000);  // its windows up; nothing here is timed against it
        std::vector<double> micros;
        for (int i = 0; i < 15; ++i) {
          micros.push_back(TimedRun(L"enable --yes --no-restart --strategy classic"));
-         RunToExit(L"uninstall");  // back to a first enable, untimed
+         cmr::bench::RunToExit(cmr::bench::StagedController(), L"uninstall");  // back to a first enable, untimed
        }
        std::sort(micros.begin(), micros.end());
        cmr::bench::Note(

@@ -68,6 +68,13 @@ bool JsonStringIs(const rapidjson::Value* value, std::string_view text) {
          std::string_view(value->GetString(), value->GetStringLength()) == text;
 }
 
+std::string_view JsonMemberText(const rapidjson::Value& object, const char* key) {
+  const rapidjson::Value* value = JsonMember(object, key);
+  return value != nullptr && value->IsString()
+             ? std::string_view(value->GetString(), value->GetStringLength())
+             : std::string_view();
+}
+
 std::wstring JsonWide(const rapidjson::Value& value) {
   if (!value.IsString()) return {};
   return FromUtf8(std::string_view(value.GetString(), value.GetStringLength()));

@@ -31,6 +31,8 @@ struct JsonParseFailure {
 [[nodiscard]] const rapidjson::Value* JsonMember(const rapidjson::Value& object, const char* key);
 // Whether `value` is present and is exactly the string `text`.
 [[nodiscard]] bool JsonStringIs(const rapidjson::Value* value, std::string_view text);
+// The member's text when it is a string; empty otherwise.
+[[nodiscard]] std::string_view JsonMemberText(const rapidjson::Value& object, const char* key);
 
 // Member text of a UTF-8 DOM string value as UTF-16.
 [[nodiscard]] std::wstring JsonWide(const rapidjson::Value& value);

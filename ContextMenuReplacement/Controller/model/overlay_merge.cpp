@@ -18,13 +18,6 @@ using rapidjson::SizeType;
 using rapidjson::Value;
 using Allocator = rapidjson::Document::AllocatorType;
 
-std::string_view Str(const Value& object, const char* key) {
-  const Value* value = JsonMember(object, key);
-  return value != nullptr && value->IsString()
-             ? std::string_view(value->GetString(), value->GetStringLength())
-             : std::string_view();
-}
-
 std::wstring Wide(std::string_view text) {
   return FromUtf8(text);
 }
@@ -53,11 +46,11 @@ Value String(std::string_view text, Allocator& allocator) {
 }
 
 bool IsSubmenu(const Value& node) {
-  return Str(node, "type") == "submenu" && Array(node, "items") != nullptr;
+  return JsonMemberText(node, "type") == "submenu" && Array(node, "items") != nullptr;
 }
 
 bool IsExtensionSlot(const Value& node) {
-  const std::string_view type = Str(node, "type");
+  const std::string_view type = JsonMemberText(node, "type");
   return type == "extension-slot" || type == "classic-extension-slot" ||
          type == "windows-extension-slot";
 }
@@ -75,7 +68,7 @@ bool ListsAncestor(const Value& layout, std::string_view ancestor) {
 
 // The normalised text of a string member, written back when it changed.
 void NormaliseMember(Value& object, const char* key, Allocator& allocator) {
-  const std::string_view text = Str(object, key);
+  const std::string_view text = JsonMemberText(object, key);
   if (text.empty()) return;
   const std::string normalised = ToUtf8(NormaliseLegacyLayoutId(Wide(text)));
   if (normalised != text) Set(object, key, String(normalised, allocator), allocator);
@@ -110,7 +103,7 @@ class Merger {
 
   Value* FindLayout(std::string_view id) {
     for (Value& layout : Layouts().GetArray()) {
-      if (Str(layout, "id") == id) return &layout;
+      if (JsonMemberText(layout, "id") == id) return &layout;
     }
     return nullptr;
   }
@@ -128,7 +121,7 @@ class Merger {
   // The named layout, then every layout that lists it among its ancestors.
   std::vector<Value*> Reach(Value& named) {
     std::vector<Value*> reached{&named};
-    const std::string_view id = Str(named, "id");
+    const std::string_view id = JsonMemberText(named, "id");
     for (Value& layout : Layouts().GetArray()) {
       if (&layout != &named && ListsAncestor(layout, id)) reached.push_back(&layout);
     }
@@ -139,8 +132,8 @@ class Merger {
     const Value* insertions = Array(overlay_, "insertions");
     if (insertions == nullptr) return {};
     for (const Value& entry : insertions->GetArray()) {
-      const std::string_view layoutId = Str(entry, "layout_id");
-      const std::string_view parentId = Str(entry, "parent_id");
+      const std::string_view layoutId = JsonMemberText(entry, "layout_id");
+      const std::string_view parentId = JsonMemberText(entry, "parent_id");
       Value* named = FindLayout(layoutId);
       if (named == nullptr) {
         return Failure(L"insertion references unknown layout '{}'.", Wide(layoutId));
@@ -184,7 +177,7 @@ class Merger {
     const Value* defaults = Array(overlay_, "command_defaults");
     if (defaults == nullptr) return {};
     for (const Value& entry : defaults->GetArray()) {
-      const std::string_view command = Str(entry, "command_id");
+      const std::string_view command = JsonMemberText(entry, "command_id");
       const Value* pins = JsonMember(entry, "quick_pins");
       if (Wide(command) != kQuickPinsIdentity || pins == nullptr) {
         return Failure(L"command_defaults names '{}', which has no shared settings.",
@@ -202,7 +195,7 @@ class Merger {
   void ShareQuickPins(Value& items, std::string_view command, const Value& pins, size_t depth) {
     for (Value& node : items.GetArray()) {
       if (!node.IsObject()) continue;
-      if (Str(node, "command_id") == command) {
+      if (JsonMemberText(node, "command_id") == command) {
         const Value* own = JsonMember(node, "quick_pins");
         if (own == nullptr || JsonMember(*own, "path") == nullptr) {
           Set(node, "quick_pins", Value(pins, allocator_), allocator_);
@@ -224,7 +217,7 @@ class Merger {
       if (items == nullptr) return false;
       const NodeLocation found = FindNodeById(*items, id);
       if (!found) return false;
-      const std::string_view from = Str(found.node(), "_from");
+      const std::string_view from = JsonMemberText(found.node(), "_from");
       if (from.empty()) return false;
       if (from == ancestor) return true;
       current = FindLayout(from);
@@ -234,15 +227,15 @@ class Merger {
   }
 
   Status CheckOverride(const Value& entry, Value& layout) {
-    const std::string_view layoutId = Str(entry, "layout_id");
-    const std::string_view nodeId = Str(entry, "node_id");
+    const std::string_view layoutId = JsonMemberText(entry, "layout_id");
+    const std::string_view nodeId = JsonMemberText(entry, "node_id");
     Value* items = Member(layout, "items");
     const NodeLocation found = items != nullptr ? FindNodeById(*items, nodeId) : NodeLocation{};
     if (!found) {
       return Failure(L"node_override references unknown node '{}' in layout '{}'.", Wide(nodeId),
                      Wide(layoutId));
     }
-    const std::wstring command = Wide(Str(found.node(), "command_id"));
+    const std::wstring command = Wide(JsonMemberText(found.node(), "command_id"));
     if (JsonMember(entry, "quick_pins") != nullptr && command != kQuickPinsIdentity) {
       return Failure(L"Node '{}' declares 'quick_pins' but is not a Quick pins command.",
                      Wide(nodeId));
@@ -251,7 +244,7 @@ class Merger {
       return Failure(L"Node '{}' declares 'quick_browse' but is not a Quick browse command.",
                      Wide(nodeId));
     }
-    if (const std::string_view parentId = Str(entry, "parent_id"); !parentId.empty()) {
+    if (const std::string_view parentId = JsonMemberText(entry, "parent_id"); !parentId.empty()) {
       const NodeLocation parent = FindNodeById(*items, parentId);
       if (!parent || !IsSubmenu(parent.node())) {
         return Failure(L"node_override parent_id '{}' does not name a submenu in layout '{}'.",
@@ -268,10 +261,10 @@ class Merger {
     const Value* overrides = Array(overlay_, "node_overrides");
     if (overrides == nullptr) return {};
     for (const Value& entry : overrides->GetArray()) {
-      Value* layout = FindLayout(Str(entry, "layout_id"));
+      Value* layout = FindLayout(JsonMemberText(entry, "layout_id"));
       if (layout == nullptr) {
         return Failure(L"node_override references unknown layout '{}'.",
-                       Wide(Str(entry, "layout_id")));
+                       Wide(JsonMemberText(entry, "layout_id")));
       }
       if (Status status = CheckOverride(entry, *layout); !status) return status;
     }
@@ -280,9 +273,9 @@ class Merger {
       std::map<std::string, std::vector<std::pair<size_t, const Value*>>> reaching;
       const Value* ancestors = Array(layout, "_ancestors");
       for (const Value& entry : overrides->GetArray()) {
-        const std::string_view named = Str(entry, "layout_id");
-        const std::string nodeId(Str(entry, "node_id"));
-        if (named == Str(layout, "id")) {
+        const std::string_view named = JsonMemberText(entry, "layout_id");
+        const std::string nodeId(JsonMemberText(entry, "node_id"));
+        if (named == JsonMemberText(layout, "id")) {
           reaching[nodeId].emplace_back(0, &entry);
           continue;
         }
@@ -327,10 +320,10 @@ class Merger {
           Set(node, key, Value(*value, allocator_), allocator_);
         }
       }
-      if (const std::string_view parent = Str(combined, "parent_id"); !parent.empty()) {
+      if (const std::string_view parent = JsonMemberText(combined, "parent_id"); !parent.empty()) {
         moves.emplace_back(nodeId, parent);
       }
-      if (Str(combined, "visibility") == "hidden") hidden.push_back(nodeId);
+      if (JsonMemberText(combined, "visibility") == "hidden") hidden.push_back(nodeId);
     }
     for (const auto& [nodeId, parentId] : moves) {
       if (Status status = Move(layout, items, nodeId, parentId); !status) return status;
@@ -345,10 +338,10 @@ class Merger {
     if (!from) return {};
     const std::wstring refusal =
         fmt::format(L"node_override parent_id '{}' does not name a submenu in layout '{}'.",
-                    Wide(parentId), Wide(Str(layout, "id")));
+                    Wide(parentId), Wide(JsonMemberText(layout, "id")));
     // A submenu cannot move under itself or under one of its own rows.
     if (Value* own = Member(from.node(), "items"); own != nullptr && own->IsArray()) {
-      if (Str(from.node(), "id") == parentId || FindNodeById(*own, parentId)) {
+      if (JsonMemberText(from.node(), "id") == parentId || FindNodeById(*own, parentId)) {
         return Status::Failure(refusal);
       }
     }

@@ -19,13 +19,6 @@ using rapidjson::SizeType;
 using rapidjson::Value;
 using Allocator = rapidjson::Document::AllocatorType;
 
-std::string_view Str(const Value& object, const char* key) {
-  const Value* value = JsonMember(object, key);
-  return value != nullptr && value->IsString()
-             ? std::string_view(value->GetString(), value->GetStringLength())
-             : std::string_view();
-}
-
 Value* Member(Value& object, const char* key) {
   if (!object.IsObject()) return nullptr;
   const auto it = object.FindMember(key);
@@ -58,14 +51,14 @@ std::string Folded(std::string_view text) {
 
 // Identity and exact scope of a policy; "<global>" stands for an unscoped one.
 std::string PolicyKey(const Value& policy) {
-  std::string key(Str(policy, "command_id"));
+  std::string key(JsonMemberText(policy, "command_id"));
   const Value* match = JsonMember(policy, "match");
   if (match == nullptr) return key + "\n<global>";
-  std::string_view selection = Str(*match, "selection");
+  std::string_view selection = JsonMemberText(*match, "selection");
   if (selection.empty()) selection = "any";
-  key.append("\n").append(Str(*match, "family"));
+  key.append("\n").append(JsonMemberText(*match, "family"));
   for (const char* field : {"namespace_id", "extension", "file_class", "prog_id"}) {
-    key.append("\n").append(Folded(Str(*match, field)));
+    key.append("\n").append(Folded(JsonMemberText(*match, field)));
   }
   return key.append("\n").append(selection);
 }
@@ -74,7 +67,7 @@ std::wstring InvalidEdit(const Value& layout) {
   return fmt::format(
       L"Invalid placement edit in layout '{}': missing or conflicting placement, parent, or "
       L"sibling anchor.",
-      FromUtf8(Str(layout, "id")));
+      FromUtf8(JsonMemberText(layout, "id")));
 }
 
 class Placement {
@@ -95,14 +88,14 @@ class Placement {
     Value& definitions = ArrayMember(merged_, "command_definitions", allocator_);
     std::map<std::string, const Value*> baseline;
     for (const Value& definition : definitions.GetArray()) {
-      baseline.emplace(std::string(Str(definition, "command_id")), &definition);
+      baseline.emplace(std::string(JsonMemberText(definition, "command_id")), &definition);
     }
     const Value* added = Array(overlay_, "command_definitions");
     if (added == nullptr) return {};
     std::set<std::string> seen;
     std::vector<const Value*> fresh;
     for (const Value& definition : added->GetArray()) {
-      const std::string identity(Str(definition, "command_id"));
+      const std::string identity(JsonMemberText(definition, "command_id"));
       if (!seen.insert(identity).second) {
         return Status::Failure(L"Duplicate overlay custom command definition identity.");
       }
@@ -160,7 +153,7 @@ class Placement {
   Value* FindLayout(std::string_view id) {
     Value& layouts = ArrayMember(merged_, "layouts", allocator_);
     for (Value& layout : layouts.GetArray()) {
-      if (Str(layout, "id") == id) return &layout;
+      if (JsonMemberText(layout, "id") == id) return &layout;
     }
     return nullptr;
   }
@@ -170,7 +163,7 @@ class Placement {
     if (replacements == nullptr) return {};
     std::set<std::string> seen;
     for (const Value& replacement : replacements->GetArray()) {
-      const std::string_view id = Str(replacement, "id");
+      const std::string_view id = JsonMemberText(replacement, "id");
       Value* layout = FindLayout(id);
       if (layout == nullptr) return Status::Failure(L"Placement overlay names an unknown layout.");
       if (!seen.insert(std::string(id)).second) {
@@ -187,7 +180,7 @@ class Placement {
     if (lists == nullptr) return {};
     std::set<std::string> seen;
     for (const Value& list : lists->GetArray()) {
-      const std::string_view id = Str(list, "id");
+      const std::string_view id = JsonMemberText(list, "id");
       Value* layout = FindLayout(id);
       if (layout == nullptr) return Status::Failure(L"Placement edits name an unknown layout.");
       if (!seen.insert(std::string(id)).second) {
@@ -196,7 +189,7 @@ class Placement {
       Value& edits = ArrayMember(*layout, "edits", allocator_);
       for (const Value& edit : Array(list, "edits")->GetArray()) {
         Value copy(edit, allocator_);
-        if (Str(copy, "action") == "insert") {
+        if (JsonMemberText(copy, "action") == "insert") {
           if (Value* node = Member(copy, "node"); node != nullptr && node->IsObject()) {
             node->AddMember("_from_overlay", true, allocator_);
           }
@@ -225,15 +218,15 @@ class Placement {
 
 // Places `node` among the children of `siblings`: at the end, or before/after the anchor.
 bool Place(const Value& edit, Value& siblings, Value& node, Allocator& allocator) {
-  const bool atEnd = Str(edit, "position") == "end";
-  const std::string_view anchor = Str(edit, "anchor_id");
+  const bool atEnd = JsonMemberText(edit, "position") == "end";
+  const std::string_view anchor = JsonMemberText(edit, "anchor_id");
   if (atEnd == !anchor.empty()) return false;  // exactly one placement
   if (atEnd) {
     siblings.PushBack(node, allocator);
     return true;
   }
   for (SizeType i = 0; i < siblings.Size(); ++i) {
-    if (Str(siblings[i], "id") != anchor) continue;
+    if (JsonMemberText(siblings[i], "id") != anchor) continue;
     const Value* after = JsonMember(edit, "after");
     const SizeType at = after != nullptr && after->IsBool() && after->GetBool() ? i + 1 : i;
     siblings.PushBack(Value(), allocator);
@@ -256,14 +249,14 @@ Status ApplyPlacementEdits(Value& layout, Allocator& allocator) {
   Value& root = ArrayMember(layout, "items", allocator);
   for (Value& edit : edits.GetArray()) {
     Value* siblings = &root;
-    if (const std::string_view parent = Str(edit, "parent_id"); !parent.empty()) {
+    if (const std::string_view parent = JsonMemberText(edit, "parent_id"); !parent.empty()) {
       const NodeLocation found = FindNodeById(root, parent);
-      if (!found || Str(found.node(), "type") != "submenu") {
+      if (!found || JsonMemberText(found.node(), "type") != "submenu") {
         return Status::Failure(InvalidEdit(layout));
       }
       siblings = &ArrayMember(found.node(), "items", allocator);
     }
-    const std::string_view action = Str(edit, "action");
+    const std::string_view action = JsonMemberText(edit, "action");
     Value* node = Member(edit, "node");
     if (node == nullptr || !node->IsObject()) return Status::Failure(InvalidEdit(layout));
     if (action == "insert") {
@@ -271,7 +264,7 @@ Status ApplyPlacementEdits(Value& layout, Allocator& allocator) {
       if (!Place(edit, *siblings, inserted, allocator)) return Status::Failure(InvalidEdit(layout));
       continue;
     }
-    const std::string target(Str(*node, "id"));
+    const std::string target(JsonMemberText(*node, "id"));
     const NodeLocation found = FindNodeById(root, target);
     if (!found) return Status::Failure(InvalidEdit(layout));
     Value taken;
@@ -281,7 +274,7 @@ Status ApplyPlacementEdits(Value& layout, Allocator& allocator) {
     // A move takes the row out and places it again; it never duplicates it. The parent must
     // be looked up again: taking the row out may have moved it.
     siblings = &root;
-    if (const std::string_view parent = Str(edit, "parent_id"); !parent.empty()) {
+    if (const std::string_view parent = JsonMemberText(edit, "parent_id"); !parent.empty()) {
       const NodeLocation again = FindNodeById(root, parent);
       if (!again) return Status::Failure(InvalidEdit(layout));  // moved into itself
       siblings = &ArrayMember(again.node(), "items", allocator);

@@ -25,18 +25,7 @@ int Validate(const CustomModelArguments& args) {
     return 1;
   }
   const ModelPipelineResult result = PublishBaseline(args.arguments[0], args.arguments[1], false);
-  if (args.json) {
-    Print(L"%s\n", PipelineResultJson(result));
-    return result.errors.empty() ? 0 : 1;
-  }
-  for (const std::wstring& error : result.errors) PrintLine(L"  error:   %s", error);
-  if (!result.errors.empty()) {
-    PrintLine(L"Not valid; nothing was published.");
-    return 1;
-  }
-  PrintLine(L"Valid. %zu layout(s), %zu node(s). Nothing was published.", result.layoutCount,
-            result.nodeCount);
-  return 0;
+  return ReportValidation(result, args.json);
 }
 
 int Publish(const CustomModelArguments& args) {
@@ -45,18 +34,7 @@ int Publish(const CustomModelArguments& args) {
     return 1;
   }
   const ModelPipelineResult result = PublishBaseline(args.arguments[0], args.arguments[1], true);
-  if (args.json) {
-    Print(L"%s\n", PipelineResultJson(result));
-    return result.published ? 0 : 1;
-  }
-  if (!result.published) {
-    PrintPipelineErrors(result);
-    PrintLine(L"Nothing was published. The previously published custom model is still in effect.");
-    return 1;
-  }
-  PrintLine(L"Published custom model version %lu: %zu layout(s), %zu node(s).", result.version,
-            result.layoutCount, result.nodeCount);
-  return 0;
+  return ReportPublication(result, args.json);
 }
 
 int Effective(const CustomModelArguments& args) {

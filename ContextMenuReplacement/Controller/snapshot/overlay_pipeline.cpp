@@ -13,21 +13,6 @@
 #include "snapshot/user_icons.h"
 
 namespace cmr {
-namespace {
-
-ModelPipelineResult Refused(std::wstring message, bool fatal) {
-  ModelPipelineResult result;
-  result.errors.push_back(std::move(message));
-  result.fatal = fatal;
-  return result;
-}
-
-ModelPipelineResult Refused(const Status& status, bool fatal) {
-  return Refused(status.message(), fatal);
-}
-
-}  // namespace
-
 std::string PrettyOverlayText(const rapidjson::Value& document) {
   rapidjson::StringBuffer buffer;
   rapidjson::PrettyWriter<rapidjson::StringBuffer> writer(buffer);

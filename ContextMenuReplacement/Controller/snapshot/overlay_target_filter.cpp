@@ -12,13 +12,6 @@ namespace {
 
 using rapidjson::Value;
 
-std::string_view Str(const Value& object, const char* key) {
-  const Value* value = JsonMember(object, key);
-  return value != nullptr && value->IsString()
-             ? std::string_view(value->GetString(), value->GetStringLength())
-             : std::string_view();
-}
-
 const Value* Array(const Value& object, const char* key) {
   const Value* value = JsonMember(object, key);
   return value != nullptr && value->IsArray() ? value : nullptr;
@@ -28,14 +21,14 @@ const Value* Array(const Value& object, const char* key) {
 bool Serves(const Value& layout, const MenuTarget& target) {
   const Value* match = JsonMember(layout, "match");
   if (match == nullptr || !match->IsObject()) return false;
-  const std::wstring namespaceId = FromUtf8(Str(*match, "namespace_id"));
-  const std::wstring extension = FromUtf8(Str(*match, "extension"));
-  const std::wstring fileClass = FromUtf8(Str(*match, "file_class"));
+  const std::wstring namespaceId = FromUtf8(JsonMemberText(*match, "namespace_id"));
+  const std::wstring extension = FromUtf8(JsonMemberText(*match, "extension"));
+  const std::wstring fileClass = FromUtf8(JsonMemberText(*match, "file_class"));
   const Value* selection = JsonMember(*match, "selection");
   const LayoutMatchView view{
-      static_cast<uint32_t>(ParseContextFamily(Str(*match, "family"))), namespaceId, extension,
+      static_cast<uint32_t>(ParseContextFamily(JsonMemberText(*match, "family"))), namespaceId, extension,
       fileClass,
-      static_cast<uint32_t>(selection != nullptr ? ParseSelectionArity(Str(*match, "selection"))
+      static_cast<uint32_t>(selection != nullptr ? ParseSelectionArity(JsonMemberText(*match, "selection"))
                                                  : SelectionArity::any)};
   return Match(std::span<const LayoutMatchView>(&view, 1), target).status == MatchStatus::matched;
 }
@@ -57,9 +50,9 @@ bool RuleReferences(const Value& rule, const MenuTarget& target) {
     }
     if (!listed) return false;
   }
-  return Admits(Str(*match, "namespace_id"), target.namespaceId) &&
-         Admits(Str(*match, "extension"), target.extension) &&
-         Admits(Str(*match, "file_class"), target.fileClass);
+  return Admits(JsonMemberText(*match, "namespace_id"), target.namespaceId) &&
+         Admits(JsonMemberText(*match, "extension"), target.extension) &&
+         Admits(JsonMemberText(*match, "file_class"), target.fileClass);
 }
 
 // Ids of the layouts serving the target, with every layout they inherit from.
@@ -77,11 +70,11 @@ std::set<std::string> ServingLayouts(const Value& overlay, const Value& baseline
     // Walk up "inherits"; the bound keeps a cyclic document from looping.
     const Value* current = layout;
     for (size_t hop = 0; current != nullptr && hop < 16; ++hop) {
-      serving.emplace(Str(*current, "id"));
-      const std::string_view parent = Str(*current, "inherits");
+      serving.emplace(JsonMemberText(*current, "id"));
+      const std::string_view parent = JsonMemberText(*current, "inherits");
       current = nullptr;
       for (const Value* candidate : layouts) {
-        if (!parent.empty() && Str(*candidate, "id") == parent) current = candidate;
+        if (!parent.empty() && JsonMemberText(*candidate, "id") == parent) current = candidate;
       }
     }
   }
@@ -111,12 +104,12 @@ Result<size_t> FilterOverlayForTarget(rapidjson::Document& overlay, const Value&
   const std::set<std::string> serving = ServingLayouts(overlay, baseline, target);
   const auto names = [&](const char* key) {
     return [&serving, key](const Value& entry) {
-      return serving.count(std::string(Str(entry, key))) != 0;
+      return serving.count(std::string(JsonMemberText(entry, key))) != 0;
     };
   };
   size_t removed = 0;
   removed += RemoveWhere(overlay, "layouts", [&](const Value& layout) {
-    return Serves(layout, target) || serving.count(std::string(Str(layout, "id"))) != 0;
+    return Serves(layout, target) || serving.count(std::string(JsonMemberText(layout, "id"))) != 0;
   });
   removed += RemoveWhere(overlay, "insertions", names("layout_id"));
   removed += RemoveWhere(overlay, "node_overrides", names("layout_id"));

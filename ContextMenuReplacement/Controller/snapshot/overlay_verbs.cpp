@@ -78,12 +78,16 @@ bool FilterForTarget(const CustomModelArguments& args, const std::wstring& text,
 
 }  // namespace
 
+namespace {
+
 std::wstring PipelineResultJson(const ModelPipelineResult& result) {
   return fmt::format(
       L"{{\"published\":{},\"version\":{},\"layoutCount\":{},\"nodeCount\":{},\"errors\":{}}}",
       result.published ? L"true" : L"false", result.version, result.layoutCount, result.nodeCount,
       JsonStringArray(result.errors));
 }
+
+}  // namespace
 
 void PrintPipelineErrors(const ModelPipelineResult& result) {
   for (const std::wstring& error : result.errors) {
@@ -95,11 +99,23 @@ void PrintPipelineErrors(const ModelPipelineResult& result) {
   }
 }
 
-int PublishUserAction(const CustomModelArguments& args) {
-  if (!OverlayArguments(args)) return 1;
-  const ModelPipelineResult result = PublishWithOverlay(
-      {args.arguments[0], args.arguments[1], args.arguments[2]}, true, SystemFiles());
-  if (args.json) {
+int ReportValidation(const ModelPipelineResult& result, bool json) {
+  if (json) {
+    Print(L"%s\n", PipelineResultJson(result));
+    return result.errors.empty() ? 0 : 1;
+  }
+  for (const std::wstring& error : result.errors) PrintLine(L"  error:   %s", error);
+  if (!result.errors.empty()) {
+    PrintLine(L"Not valid; nothing was published.");
+    return 1;
+  }
+  PrintLine(L"Valid. %zu layout(s), %zu node(s). Nothing was published.", result.layoutCount,
+            result.nodeCount);
+  return 0;
+}
+
+int ReportPublication(const ModelPipelineResult& result, bool json) {
+  if (json) {
     Print(L"%s\n", PipelineResultJson(result));
     return result.published ? 0 : 1;
   }
@@ -113,22 +129,18 @@ int PublishUserAction(const CustomModelArguments& args) {
   return 0;
 }
 
+int PublishUserAction(const CustomModelArguments& args) {
+  if (!OverlayArguments(args)) return 1;
+  const ModelPipelineResult result = PublishWithOverlay(
+      {args.arguments[0], args.arguments[1], args.arguments[2]}, true, SystemFiles());
+  return ReportPublication(result, args.json);
+}
+
 int ValidateUserAction(const CustomModelArguments& args) {
   if (!OverlayArguments(args)) return 1;
   const ModelPipelineResult result = PublishWithOverlay(
       {args.arguments[0], args.arguments[1], args.arguments[2]}, false, SystemFiles());
-  if (args.json) {
-    Print(L"%s\n", PipelineResultJson(result));
-    return result.errors.empty() ? 0 : 1;
-  }
-  for (const std::wstring& error : result.errors) PrintLine(L"  error:   %s", error);
-  if (!result.errors.empty()) {
-    PrintLine(L"Not valid; nothing was published.");
-    return 1;
-  }
-  PrintLine(L"Valid. %zu layout(s), %zu node(s). Nothing was published.", result.layoutCount,
-            result.nodeCount);
-  return 0;
+  return ReportValidation(result, args.json);
 }
 
 int ResetAction(const CustomModelArguments& args) {

@@ -10,10 +10,12 @@
 
 namespace cmr {
 
-// The one-line JSON result of the publish and validate actions.
-[[nodiscard]] std::wstring PipelineResultJson(const ModelPipelineResult& result);
 // Prints the refusals: "ERROR: %s" for a fatal one, "  error:   %s" for the documents' faults.
 void PrintPipelineErrors(const ModelPipelineResult& result);
+// What the validate and publish actions print (the one-line JSON result with `json`); each
+// returns the action's exit code.
+int ReportValidation(const ModelPipelineResult& result, bool json);
+int ReportPublication(const ModelPipelineResult& result, bool json);
 
 int PublishUserAction(const CustomModelArguments& args);
 int ValidateUserAction(const CustomModelArguments& args);

@@ -12,7 +12,6 @@
 #include "snapshot/custom_model_publisher.h"
 
 namespace cmr {
-namespace {
 
 ModelPipelineResult Refused(std::wstring message, bool fatal) {
   ModelPipelineResult result;
@@ -21,7 +20,9 @@ ModelPipelineResult Refused(std::wstring message, bool fatal) {
   return result;
 }
 
-}  // namespace
+ModelPipelineResult Refused(const Status& failure, bool fatal) {
+  return Refused(failure.message(), fatal);
+}
 
 ModelPipelineResult CompileBaseline(const std::wstring& schemaPath,
                                     const std::wstring& baselinePath,

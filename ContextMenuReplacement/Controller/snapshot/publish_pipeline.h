@@ -28,6 +28,10 @@ struct ModelPipelineResult {
   bool fatal = false;
 };
 
+// A result holding the one refusal `message`; `fatal` as in ModelPipelineResult.
+[[nodiscard]] ModelPipelineResult Refused(std::wstring message, bool fatal);
+[[nodiscard]] ModelPipelineResult Refused(const Status& failure, bool fatal);
+
 // Reads, validates, flattens, parses and compiles the baseline alone into `compiled`. The
 // result carries the counts, or the refusal (then `compiled` is unspecified).
 [[nodiscard]] ModelPipelineResult CompileBaseline(const std::wstring& schemaPath,
