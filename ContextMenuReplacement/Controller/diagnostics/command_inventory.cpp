@@ -1,16 +1,18 @@
 #include "diagnostics/command_inventory.h"
 
+// clang-format off
 // After win32.h: the lean Windows headers leave the COM interfaces out.
+#include "common/win32.h"
 #include <objbase.h>
 #include <ocidl.h>
 #include <shobjidl.h>
+// clang-format on
 
 #include "common/console.h"
 #include "common/data_paths.h"
 #include "common/file_io.h"
 #include "common/json_text.h"
 #include "common/system_error.h"
-#include "common/win32.h"
 #include "diagnostics/provider_strikes.h"
 
 namespace cmr {

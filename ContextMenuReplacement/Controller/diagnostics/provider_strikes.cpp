@@ -3,13 +3,15 @@
 #include <algorithm>
 #include <optional>
 
+// clang-format off
 // After win32.h: the lean Windows headers leave COM out.
+#include "common/win32.h"
 #include <objbase.h>
+// clang-format on
 
 #include "common/console.h"
 #include "common/json_text.h"
 #include "common/system_error.h"
-#include "common/win32.h"
 #include "diagnostics/record_registry.h"
 
 namespace cmr {

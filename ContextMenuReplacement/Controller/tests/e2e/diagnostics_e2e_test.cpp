@@ -222,7 +222,30 @@ TEST(DiagnosticsE2e, ClassicIconsAnswersEveryLineUntilTheEndOfInput) {
   ::RegDeleteTreeW(HKEY_CURRENT_USER, (classes + L"CLSID\\" + kOther).c_str());
 }
 
+// The probe's COM apartment makes a window, and the first window of a Wine session starts Wine's
+// desktop process, which keeps the standard error handle of the process that caused it: the
+// output pipe would then stay open after the controller exits. One probe run with NUL handles
+// starts the desktop first.
+void StartWineDesktopWithoutThePipe() {
+  SECURITY_ATTRIBUTES inherit{sizeof(inherit), nullptr, TRUE};
+  UniqueHandle nul(::CreateFileW(L"NUL", GENERIC_READ | GENERIC_WRITE,
+                                 FILE_SHARE_READ | FILE_SHARE_WRITE, &inherit, OPEN_EXISTING, 0,
+                                 nullptr));
+  STARTUPINFOW startup{};
+  startup.cb = sizeof(startup);
+  startup.dwFlags = STARTF_USESTDHANDLES;
+  startup.hStdInput = startup.hStdOutput = startup.hStdError = nul.get();
+  PROCESS_INFORMATION info{};
+  std::wstring line = L"\"" + ControllerPath() + L"\" inventory";
+  ASSERT_TRUE(::CreateProcessW(nullptr, line.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr,
+                               &startup, &info));
+  UniqueHandle process(info.hProcess);
+  UniqueHandle thread(info.hThread);
+  ASSERT_EQ(::WaitForSingleObject(process.get(), 60000), WAIT_OBJECT_0);
+}
+
 TEST(DiagnosticsE2e, InventoryPrintsTheShippedTableAndProbesEachClass) {
+  StartWineDesktopWithoutThePipe();
   const RunResult json = RunController({L"inventory", L"--json"});
   EXPECT_EQ(json.exitCode, 0u);
   EXPECT_EQ(json.output,
@@ -235,17 +258,20 @@ TEST(DiagnosticsE2e, InventoryPrintsTheShippedTableAndProbesEachClass) {
             "\"{4E0B7D52-8C1A-4F36-9B2E-61D3A7C05F21}\",\"title\":\"Quick pins\",\"families\":"
             "[\"desktop-background\",\"folder-background\",\"folder-item\",\"drive\","
             "\"file-item\"]}]\n");
-  // None of the product's classes is registered in the test prefix.
+  // None of the product's classes is registered in the test prefix. Wine's system message table
+  // has no text for COM's codes, where Windows says "Class not registered".
   const RunResult text = RunController({L"inventory"});
   EXPECT_EQ(text.exitCode, 1u);
   EXPECT_EQ(text.output,
             "First-party command inventory (2 commands):\n"
             "  product:quick-browse 'Quick browse' {4E0B7D52-8C1A-4F36-9B2E-61D3A7C05F10}\n"
             "    Contexts: desktop-background, folder-background, folder-item, drive\n"
-            "    Activation: CoCreateInstance failed with 0x80040154: Class not registered.\n"
+            "    Activation: CoCreateInstance failed with 0x80040154: unable to get message from "
+            "FormatMessage.\n"
             "  product:quick-pins 'Quick pins' {4E0B7D52-8C1A-4F36-9B2E-61D3A7C05F20}\n"
             "    Contexts: desktop-background, folder-background, folder-item, drive, file-item\n"
-            "    Activation: CoCreateInstance failed with 0x80040154: Class not registered.\n");
+            "    Activation: CoCreateInstance failed with 0x80040154: unable to get message from "
+            "FormatMessage.\n");
 }
 
 }  // namespace
