@@ -5,19 +5,6 @@
 namespace cmr {
 namespace {
 
-TEST(CommandInventory, ReadsTheTableAndWritesItOnOneLine) {
-  const auto table = ParseCommandInventory(
-      R"({"commands":[{"identity":"product:a","clsid":"{00021401-0000-0000-C000-000000000046}",
-          "canonicalName":"{00021401-0000-0000-C000-000000000047}","title":"A \"b\"",
-          "families":["drive","file-item"]}]})",
-      L"t.json");
-  ASSERT_TRUE(table) << table.message();
-  EXPECT_EQ(CommandInventoryJson(table.value()),
-            L"[{\"identity\":\"product:a\",\"clsid\":\"{00021401-0000-0000-C000-000000000046}\","
-            L"\"canonicalName\":\"{00021401-0000-0000-C000-000000000047}\",\"title\":\"A "
-            L"\\\"b\\\"\",\"families\":[\"drive\",\"file-item\"]}]");
-}
-
 TEST(CommandInventory, EachFaultNamesTheCommandAndKey) {
   const std::pair<const char*, const wchar_t*> rows[] = {
       {"{",
