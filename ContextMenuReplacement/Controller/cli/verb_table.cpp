@@ -3,6 +3,10 @@
 #include "cli/verb_options.h"
 #include "common/console.h"
 #include "config/config_verbs.h"
+#include "diagnostics/classic_icons.h"
+#include "diagnostics/command_inventory.h"
+#include "diagnostics/dialog_crashes.h"
+#include "diagnostics/provider_strikes.h"
 #include "explorer/explorer_discovery.h"
 #include "explorer/explorer_restart.h"
 #include "explorer/hook_channel.h"
@@ -116,6 +120,22 @@ int DiscoverVerb(const std::vector<std::wstring>&) {
   return RunDiscoverVerb();
 }
 
+int DialogCrashesVerb(const std::vector<std::wstring>& args) {
+  return RunDialogCrashesVerb(args);
+}
+
+int ProviderStrikesVerb(const std::vector<std::wstring>& args) {
+  return RunProviderStrikesVerb(args);
+}
+
+int ClassicIconsVerb(const std::vector<std::wstring>&) {
+  return RunClassicIconsVerb();
+}
+
+int InventoryVerb(const std::vector<std::wstring>& args) {
+  return RunInventoryVerb(!args.empty() && args[0] == L"--json");
+}
+
 int ConfigVerb(const std::vector<std::wstring>& args) {
   ConfigArguments parsed;
   if (std::wstring message = ParseConfigArguments(args, parsed); !message.empty()) {
@@ -139,8 +159,8 @@ constexpr VerbRow kVerbs[] = {
     {L"enable", EnableVerb},
     {L"inject", InjectVerb},
     {L"inject-dialog", InjectDialogVerb},
-    {L"dialog-crashes", nullptr},
-    {L"provider-strikes", nullptr},
+    {L"dialog-crashes", DialogCrashesVerb},
+    {L"provider-strikes", ProviderStrikesVerb},
     {L"reconcile", ReconcileVerb},
     {L"uninstall", UninstallVerb},
     {L"boot-restore", BootRestoreVerb},
@@ -151,8 +171,8 @@ constexpr VerbRow kVerbs[] = {
     {L"suppress", SuppressVerb},
     {L"context", ContextVerb},
     {L"replacement", ReplacementVerb},
-    {L"classic-icons", nullptr},
-    {L"inventory", nullptr},
+    {L"classic-icons", ClassicIconsVerb},
+    {L"inventory", InventoryVerb},
     {L"config", ConfigVerb},
     {L"custom-model", CustomModelVerb},
     {L"discover", DiscoverVerb},

@@ -39,8 +39,9 @@ std::wstring CommandLine(const std::wstring& exePath, const std::vector<std::wst
 }
 
 // Starts the controller with standard output on a new pipe; returns the read end.
+// Standard input is `input` when given, otherwise NUL.
 UniqueHandle Start(const std::wstring& exePath, const std::vector<std::wstring>& args,
-                   UniqueHandle& process) {
+                   UniqueHandle& process, HANDLE input = nullptr) {
   SECURITY_ATTRIBUTES inherit{sizeof(inherit), nullptr, TRUE};
   HANDLE readEnd = nullptr;
   HANDLE writeEnd = nullptr;
@@ -54,7 +55,7 @@ UniqueHandle Start(const std::wstring& exePath, const std::vector<std::wstring>&
   STARTUPINFOW startup{};
   startup.cb = sizeof(startup);
   startup.dwFlags = STARTF_USESTDHANDLES;
-  startup.hStdInput = nul.get();
+  startup.hStdInput = input != nullptr ? input : nul.get();
   startup.hStdOutput = writer.get();
   startup.hStdError = writer.get();
   PROCESS_INFORMATION info{};
@@ -92,9 +93,29 @@ RunResult RunController(const std::vector<std::wstring>& args, DWORD timeoutMs) 
 
 RunResult RunControllerAt(const std::wstring& exePath, const std::vector<std::wstring>& args,
                           DWORD timeoutMs) {
+  return RunControllerWithInput(args, {}, timeoutMs, exePath);
+}
+
+RunResult RunControllerWithInput(const std::vector<std::wstring>& args, const std::string& input,
+                                 DWORD timeoutMs, const std::wstring& exePath) {
   RunResult result;
   UniqueHandle process;
-  UniqueHandle reader = Start(exePath, args, process);
+  UniqueHandle inputReader;
+  UniqueHandle inputWriter;
+  if (!input.empty()) {
+    SECURITY_ATTRIBUTES inherit{sizeof(inherit), nullptr, TRUE};
+    // Large enough that the whole input fits before the child reads any of it.
+    if (!::CreatePipe(inputReader.put(), inputWriter.put(), &inherit, 1 << 16)) return result;
+    ::SetHandleInformation(inputWriter.get(), HANDLE_FLAG_INHERIT, 0);
+    DWORD written = 0;
+    ::WriteFile(inputWriter.get(), input.data(), static_cast<DWORD>(input.size()), &written,
+                nullptr);
+  }
+  UniqueHandle reader = Start(exePath.empty() ? ControllerPath() : exePath, args, process,
+                              inputReader.get());
+  // The child holds its own copies now; closing ours is what ends its input.
+  inputReader.reset();
+  inputWriter.reset();
   if (!reader) return result;
   // Read until the child closes its end; the pipe's write end was ours only until the child
   // inherited it, so end-of-file comes when the child exits.

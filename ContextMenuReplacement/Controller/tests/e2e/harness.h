@@ -24,6 +24,10 @@ RunResult RunController(const std::vector<std::wstring>& args, DWORD timeoutMs =
 RunResult RunControllerAt(const std::wstring& exePath, const std::vector<std::wstring>& args,
                           DWORD timeoutMs = 60000);
 
+// The same with `input` on standard input through a pipe that ends after it (NUL when empty).
+RunResult RunControllerWithInput(const std::vector<std::wstring>& args, const std::string& input,
+                                 DWORD timeoutMs = 60000, const std::wstring& exePath = L"");
+
 // A controller that keeps running (config watch); its output is collected by a reader thread.
 class RunningController {
  public:
