@@ -2,6 +2,10 @@
 
 #include <fmt/xchar.h>
 
+#include <algorithm>
+#include <cstdlib>
+
+#include "common/json_text.h"
 #include "common/text.h"
 #include "common/win32.h"
 
@@ -76,24 +80,79 @@ std::wstring FormatConsoleText(std::wstring_view format, const std::vector<Conso
   return out;
 }
 
+namespace {
+
+// Output bound for a pipe or file is gathered here and written in large blocks: one WriteFile
+// per line made 100,000 warnings through a pipe take tens of seconds. A console gets each text
+// at once, since a person is reading it.
+struct PendingOutput {
+  std::string bytes;
+  bool registered = false;
+};
+
+PendingOutput& Pending() {
+  static PendingOutput pending;
+  return pending;
+}
+
+constexpr size_t kFlushBytes = 64 * 1024;
+
+void WriteAll(HANDLE output, std::string_view bytes) {
+  while (!bytes.empty()) {
+    DWORD written = 0;
+    const auto chunk = static_cast<DWORD>(std::min<size_t>(bytes.size(), 1u << 20));
+    if (!::WriteFile(output, bytes.data(), chunk, &written, nullptr) || written == 0) return;
+    bytes.remove_prefix(written);
+  }
+}
+
+void FlushAtExit() {
+  FlushStandardOutput();
+}
+
+}  // namespace
+
+void FlushStandardOutput() {
+  PendingOutput& pending = Pending();
+  if (pending.bytes.empty()) return;
+  const HANDLE output = ::GetStdHandle(STD_OUTPUT_HANDLE);
+  if (output != nullptr && output != INVALID_HANDLE_VALUE) WriteAll(output, pending.bytes);
+  pending.bytes.clear();
+}
+
 void WriteStandardOutput(std::wstring_view text) {
   const HANDLE output = ::GetStdHandle(STD_OUTPUT_HANDLE);
   if (output == nullptr || output == INVALID_HANDLE_VALUE || text.empty()) return;
   DWORD mode = 0;
   if (::GetConsoleMode(output, &mode)) {
+    FlushStandardOutput();
     DWORD written = 0;
     ::WriteConsoleW(output, text.data(), static_cast<DWORD>(text.size()), &written, nullptr);
     return;
   }
   // Pipes and files get UTF-8 with the line feeds as written, which is what the Settings
   // application and scripts parse.
-  const std::string bytes = ToUtf8(text);
-  DWORD written = 0;
-  ::WriteFile(output, bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr);
+  PendingOutput& pending = Pending();
+  if (!pending.registered) {
+    pending.registered = true;
+    std::atexit(FlushAtExit);
+  }
+  pending.bytes += ToUtf8(text);
+  if (pending.bytes.size() >= kFlushBytes) FlushStandardOutput();
 }
 
 void PrintLineFormatted(std::wstring_view format, const std::vector<ConsoleArg>& args) {
-  std::wstring line = FormatConsoleText(format, args);
+  // A line shows a control character from a document as an escape: printed raw, a carriage
+  // return or an escape sequence inside a key or value could rewrite what the user sees.
+  std::vector<std::wstring> escaped;
+  std::vector<ConsoleArg> shown = args;
+  escaped.reserve(args.size());
+  for (ConsoleArg& arg : shown) {
+    if (arg.kind != ConsoleArg::Kind::text) continue;
+    escaped.push_back(EscapeControlCharacters(arg.text));
+    arg.text = escaped.back();
+  }
+  std::wstring line = FormatConsoleText(format, shown);
   if (line.size() > kPrintLineMaxUnits) line.resize(kPrintLineMaxUnits);
   line += L'\n';
   WriteStandardOutput(line);

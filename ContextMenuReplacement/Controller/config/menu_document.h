@@ -30,9 +30,8 @@ namespace cmr {
 // The starter menu.json, byte for byte.
 [[nodiscard]] std::string_view StarterDocumentText() noexcept;
 
-// Writes the starter document unless `path` already exists. Returns the exit code of
-// `config init` (0 written, 1 not) and appends the refusal or the write failure to `errors`;
-// an existing file is never touched.
-[[nodiscard]] int WriteStarterDocument(const std::wstring& path, MessageList& errors);
+// Writes the starter document as a new file. Fails with the refusal when `path` already
+// exists (an existing file is never touched), or with the open or write failure.
+[[nodiscard]] Status WriteStarterDocument(const std::wstring& path);
 
 }  // namespace cmr

@@ -4,6 +4,7 @@
 
 #include "common/file_io.h"
 #include "common/json_text.h"
+#include "config/config_trust.h"
 #include "config/menu_document.h"
 
 namespace cmr {
@@ -282,18 +283,8 @@ bool ReadSettingsMenu(const rapidjson::Value& root, MenuConfiguration& configura
   return ParseMenuDocument(menu, configuration, errors, warnings);
 }
 
-bool ReadSettingsFile(const std::wstring& path, MenuConfiguration& configuration,
-                      MessageList& errors, MessageList& warnings) {
-  std::string text;
-  switch (ReadWholeFile(path, text)) {
-    case ReadStatus::missing:
-      errors.push_back(fmt::format(L"'{}' does not exist.", path));
-      return false;
-    case ReadStatus::unreadable:
-      errors.push_back(fmt::format(L"Could not read '{}'.", path));
-      return false;
-    case ReadStatus::ok: break;
-  }
+bool ReadSettingsText(std::string_view text, MenuConfiguration& configuration, MessageList& errors,
+                      MessageList& warnings) {
   rapidjson::Document document;
   JsonParseFailure failure;
   if (!ParseJsonText(text, true, document, failure)) {
@@ -301,12 +292,29 @@ bool ReadSettingsFile(const std::wstring& path, MenuConfiguration& configuration
                                  failure.offset, failure.description));
     return false;
   }
-  configuration = MenuConfiguration{};
-  configuration.appearance = SettingsFileAppearance();
+  MenuConfiguration fresh;
+  fresh.appearance = SettingsFileAppearance();
+  std::swap(configuration, fresh);
   const size_t errorsBefore = errors.size();
   if (!ReadSettingsGlobals(document, configuration, errors)) return false;
   (void)ReadSettingsMenu(document, configuration, errors, warnings);
   return errors.size() == errorsBefore;
+}
+
+bool ReadSettingsFile(const std::wstring& path, MenuConfiguration& configuration,
+                      MessageList& errors, MessageList& warnings) {
+  ConfigurationFile file;
+  const DWORD error = file.Open(path);
+  if (error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND) {
+    errors.push_back(fmt::format(L"'{}' does not exist.", path));
+    return false;
+  }
+  std::string text;
+  if (error != ERROR_SUCCESS || !file.Read(text)) {
+    errors.push_back(fmt::format(L"Could not read '{}'.", path));
+    return false;
+  }
+  return ReadSettingsText(text, configuration, errors, warnings);
 }
 
 }  // namespace cmr

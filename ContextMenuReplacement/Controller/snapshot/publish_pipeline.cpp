@@ -4,9 +4,9 @@
 
 #include <cwctype>
 
-#include "common/log.h"
 #include "common/file_io.h"
 #include "common/json_text.h"
+#include "common/log.h"
 #include "model/layout_inheritance.h"
 #include "model/model_document.h"
 #include "snapshot/custom_model_publisher.h"
@@ -33,9 +33,14 @@ ModelPipelineResult CompileBaseline(const std::wstring& schemaPath,
   }
   rapidjson::Document schema, baseline;
   JsonParseFailure failure;
-  if (!ParseJsonText(schemaText, false, schema, failure) ||
-      !ParseJsonText(baselineText, false, baseline, failure)) {
-    return Refused(L"The schema or baseline is not valid JSON.", false);
+  const bool schemaParsed = ParseJsonText(schemaText, false, schema, failure);
+  if (!schemaParsed || !ParseJsonText(baselineText, false, baseline, failure)) {
+    // The fixed sentence its callers know, then where the text went wrong.
+    ModelPipelineResult result = Refused(L"The schema or baseline is not valid JSON.", false);
+    result.errors.push_back(fmt::format(L"The {} has a JSON parse error at offset {}: {}",
+                                        schemaParsed ? L"baseline" : L"schema", failure.offset,
+                                        failure.description));
+    return result;
   }
   // The header first: a future schema version or an overlay given in place of the baseline is
   // reported as such rather than as whatever the schema dislikes about it.
@@ -63,6 +68,10 @@ ModelPipelineResult CompileBaseline(const std::wstring& schemaPath,
     return Refused(std::move(error), false);
   }
   compiled = CompileCustomModel(model);
+  if (compiled.layouts.empty()) {
+    return Refused(L"The baseline has no layouts, so the published model would claim no context.",
+                   false);
+  }
   ModelPipelineResult result;
   result.layoutCount = compiled.layouts.size();
   result.nodeCount = compiled.nodes.size();
