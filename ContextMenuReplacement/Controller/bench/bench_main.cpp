@@ -7,6 +7,7 @@
 #include "bench/bench.h"
 #include "common/data_paths.h"
 #include "common/file_io.h"
+#include "tests/support/staged_install.h"
 #include "common/json_text.h"
 
 namespace cmr::bench {
@@ -51,11 +52,9 @@ void Note(const std::string& text) {
 }
 
 std::string StagedText(const wchar_t* relative) {
-  const std::wstring path =
-      JoinPath(JoinPath(ParentFolder(ExecutableFolder()), L"stage"), relative);
-  std::string bytes;
-  if (ReadWholeFile(path, bytes) != ReadStatus::ok) std::abort();
-  return bytes;
+  Result<std::string> bytes = ReadWholeFile(StagedFile(relative));
+  if (!bytes) std::abort();
+  return std::move(bytes.value());
 }
 
 rapidjson::Document ParseOrAbort(const std::string& text) {
@@ -77,8 +76,9 @@ int main(int argc, char** argv) {
   const char* filter = argc > 1 ? argv[1] : nullptr;
   for (const Case& c : Registry()) {
     if (filter && std::strstr(c.name.c_str(), filter) == nullptr) continue;
-    // A case registered with 0 repetitions measures and prints on its own.
+    // A case registered with 0 repetitions measures and prints on its own, under its name.
     if (c.repetitions == 0) {
+      std::printf("%s\n", c.name.c_str());
       c.body();
       continue;
     }

@@ -17,6 +17,7 @@
 #include "common/json_text.h"
 #include "common/unique_handle.h"
 #include "config/menu_document.h"
+#include "tests/support/staged_install.h"
 
 namespace cmr::bench {
 namespace {
@@ -138,8 +139,7 @@ const bool warnings = Register(
        std::string text = R"({"profiles":[{"match":{"context":["other-item")";
        for (int i = 0; i < 100000; ++i) text += R"(,"unknown")";
        text += R"(]},"items":[{"source":"modern"}]}]})";
-       MessageList errors;
-       if (!WriteWholeFile(menu, text, errors)) return;
+       if (!AtomicWriteFile(menu, text)) return;
        const double ms =
            MillisecondsOf([&] { RunThroughPipe(L"config publish \"" + menu + L"\""); });
        Note(fmt::format("config publish with 100,000 warnings, output on a pipe: {:.0f} ms", ms));

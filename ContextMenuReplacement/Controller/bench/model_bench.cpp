@@ -43,7 +43,7 @@ rapidjson::Document BaselineCopy() {
 const rapidjson::Document& FlattenedBaseline() {
   static const rapidjson::Document flattened = [] {
     rapidjson::Document document = BaselineCopy();
-    if (!cmr::FlattenLayouts(document).empty()) std::abort();
+    if (!cmr::FlattenLayouts(document).message().empty()) std::abort();
     return document;
   }();
   return flattened;
@@ -53,19 +53,19 @@ const rapidjson::Document& FlattenedBaseline() {
 
 CMR_BENCH("model: validate the shipped baseline against the schema", 200) {
   const std::wstring error =
-      cmr::ValidateAgainstSchema(Schema(), Baseline(), cmr::DocumentKind::baseline);
+      cmr::ValidateAgainstSchema(Schema(), Baseline(), cmr::DocumentKind::baseline).message();
   if (!error.empty()) std::abort();
 }
 
 CMR_BENCH("model: flatten the shipped baseline (DOM copy included)", 500) {
   rapidjson::Document document = BaselineCopy();
-  if (!cmr::FlattenLayouts(document).empty()) std::abort();
+  if (!cmr::FlattenLayouts(document).message().empty()) std::abort();
   cmr::bench::Consume(&document);
 }
 
 CMR_BENCH("model: parse the flattened baseline into the typed model", 500) {
   cmr::ModelDocument model;
-  if (!cmr::ParseModelDocument(FlattenedBaseline(), model).empty()) std::abort();
+  if (!cmr::ParseModelDocument(FlattenedBaseline(), model).message().empty()) std::abort();
   cmr::bench::Consume(&model);
 }
 
@@ -73,8 +73,8 @@ CMR_BENCH("model: text to typed model (parse, validate, flatten, parse)", 200) {
   const rapidjson::Document schema = cmr::bench::ParseOrAbort(SchemaText());
   rapidjson::Document baseline = cmr::bench::ParseOrAbort(BaselineText());
   cmr::ModelDocument model;
-  if (!cmr::ValidateAgainstSchema(schema, baseline, cmr::DocumentKind::baseline).empty() ||
-      !cmr::FlattenLayouts(baseline).empty() || !cmr::ParseModelDocument(baseline, model).empty()) {
+  if (!cmr::ValidateAgainstSchema(schema, baseline, cmr::DocumentKind::baseline).message().empty() ||
+      !cmr::FlattenLayouts(baseline).message().empty() || !cmr::ParseModelDocument(baseline, model).message().empty()) {
     std::abort();
   }
   cmr::bench::Consume(&model);

@@ -16,18 +16,15 @@
 #include "config/menu_document.h"
 #include "config/settings_file.h"
 #include "snapshot/publish_pipeline.h"
+#include "tests/support/staged_install.h"
 
 namespace cmr {
 namespace {
 
-std::wstring StagedFile(const wchar_t* relative) {
-  return JoinPath(JoinPath(ParentFolder(ExecutableFolder()), L"stage"), relative);
-}
-
 std::string Staged(const wchar_t* relative) {
-  std::string bytes;
-  EXPECT_EQ(ReadWholeFile(StagedFile(relative), bytes), ReadStatus::ok);
-  return bytes;
+  const Result<std::string> bytes = ReadWholeFile(StagedFile(relative));
+  EXPECT_TRUE(bytes.ok()) << bytes.message();
+  return bytes.ok() ? bytes.value() : std::string();
 }
 
 // Edits that reach the parser's refusals and the readers behind it: any byte, the bytes and
@@ -97,8 +94,7 @@ bool ReadSettings(const std::string& text) {
 bool ReadBaseline(const std::string& text) {
   static const std::wstring schema = StagedFile(L"Schema\\custom-menu.schema.json");
   static const std::wstring file = JoinPath(ParentFolder(ExecutableFolder()), L"mutated.json");
-  MessageList errors;
-  EXPECT_TRUE(WriteWholeFile(file, text, errors));
+  EXPECT_TRUE(AtomicWriteFile(file, text).ok());
   CompiledCustomModel compiled;
   const ModelPipelineResult result = CompileBaseline(schema, file, compiled);
   EXPECT_TRUE(result.errors.empty() || !result.errors[0].empty());

@@ -20,10 +20,10 @@ std::wstring ParseEnableOptions(const std::vector<std::wstring>& args, EnableOpt
       } else if (value == L"refusal") {
         options.strategy = SuppressionStrategy::refusal;
       } else {
-        return FormatConsoleText(L"Unknown strategy '%s'. Use classic or refusal.\n", {value});
+        return FormatConsoleText(L"Unknown strategy '%s'. Use classic or refusal.\n", value);
       }
     } else {
-      return FormatConsoleText(L"Unknown option '%s'.\n", {word});
+      return FormatConsoleText(L"Unknown option '%s'.\n", word);
     }
   }
   return {};
@@ -37,7 +37,7 @@ std::wstring ParseReconcileOptions(const std::vector<std::wstring>& args,
     } else if (word == L"--allow-restart") {
       options.allowRestart = true;
     } else {
-      return FormatConsoleText(L"Unknown reconcile option '%s'.\n", {word});
+      return FormatConsoleText(L"Unknown reconcile option '%s'.\n", word);
     }
   }
   return {};
@@ -56,7 +56,7 @@ std::wstring ParseConfigArguments(const std::vector<std::wstring>& args, ConfigA
       parsed.file = args[i];
       haveFile = true;
     } else {
-      return FormatConsoleText(L"Unexpected argument '%s'.\n", {args[i]});
+      return FormatConsoleText(L"Unexpected argument '%s'.\n", args[i]);
     }
   }
   return {};

@@ -13,75 +13,6 @@ namespace cmr {
 
 namespace {
 
-void AppendNumber(std::wstring& out, const ConsoleArg& arg, wchar_t conversion) {
-  const bool hex = conversion == L'x' || conversion == L'X';
-  if (arg.kind == ConsoleArg::Kind::text) {
-    out += arg.text;
-    return;
-  }
-  if (hex) {
-    const uint64_t value = arg.kind == ConsoleArg::Kind::signedNumber
-                               ? static_cast<uint64_t>(arg.signedValue)
-                               : arg.unsignedValue;
-    out += conversion == L'x' ? fmt::format(L"{:x}", value) : fmt::format(L"{:X}", value);
-  } else if (conversion == L'u' && arg.kind == ConsoleArg::Kind::signedNumber) {
-    out += fmt::format(L"{}", static_cast<uint64_t>(arg.signedValue));
-  } else if (arg.kind == ConsoleArg::Kind::signedNumber) {
-    out += fmt::format(L"{}", arg.signedValue);
-  } else {
-    out += fmt::format(L"{}", arg.unsignedValue);
-  }
-}
-
-}  // namespace
-
-std::wstring FormatConsoleText(std::wstring_view format, const std::vector<ConsoleArg>& args) {
-  std::wstring out;
-  out.reserve(format.size() + 32);
-  size_t next = 0;
-  for (size_t i = 0; i < format.size(); ++i) {
-    const wchar_t c = format[i];
-    if (c != L'%' || i + 1 >= format.size()) {
-      out += c;
-      continue;
-    }
-    if (format[i + 1] == L'%') {
-      out += L'%';
-      ++i;
-      continue;
-    }
-    size_t j = i + 1;
-    while (j < format.size() && (format[j] == L'l' || format[j] == L'h' || format[j] == L'z')) ++j;
-    if (j >= format.size()) {
-      out += format.substr(i);
-      break;
-    }
-    const wchar_t conversion = format[j];
-    if (conversion != L's' && conversion != L'd' && conversion != L'i' && conversion != L'u' &&
-        conversion != L'x' && conversion != L'X') {
-      out += format.substr(i, j - i + 1);
-      i = j;
-      continue;
-    }
-    if (next < args.size()) {
-      const ConsoleArg& arg = args[next++];
-      if (conversion == L's') {
-        if (arg.kind == ConsoleArg::Kind::text) {
-          out += arg.text;
-        } else {
-          AppendNumber(out, arg, L'd');
-        }
-      } else {
-        AppendNumber(out, arg, conversion);
-      }
-    }
-    i = j;
-  }
-  return out;
-}
-
-namespace {
-
 // Output bound for a pipe or file is gathered here and written in large blocks: one WriteFile
 // per line made 100,000 warnings through a pipe take tens of seconds. A console gets each text
 // at once, since a person is reading it.
@@ -112,6 +43,14 @@ void FlushAtExit() {
 
 }  // namespace
 
+std::wstring FormatConsoleTextWith(std::wstring_view format, fmt::wprintf_args args) {
+  try {
+    return fmt::vsprintf(format, args);
+  } catch (const fmt::format_error& error) {
+    return fmt::format(L"{} [format error: {}]", format, FromUtf8(error.what()));
+  }
+}
+
 void FlushStandardOutput() {
   PendingOutput& pending = Pending();
   if (pending.bytes.empty()) return;
@@ -141,25 +80,17 @@ void WriteStandardOutput(std::wstring_view text) {
   if (pending.bytes.size() >= kFlushBytes) FlushStandardOutput();
 }
 
-void PrintLineFormatted(std::wstring_view format, const std::vector<ConsoleArg>& args) {
-  // A line shows a control character from a document as an escape: printed raw, a carriage
-  // return or an escape sequence inside a key or value could rewrite what the user sees.
-  std::vector<std::wstring> escaped;
-  std::vector<ConsoleArg> shown = args;
-  escaped.reserve(args.size());
-  for (ConsoleArg& arg : shown) {
-    if (arg.kind != ConsoleArg::Kind::text) continue;
-    escaped.push_back(EscapeControlCharacters(arg.text));
-    arg.text = escaped.back();
+void PrintLineText(std::wstring line) {
+  // No line format of the program holds a control character, so any in the line came from a
+  // document or a path: printed raw, a carriage return or an escape sequence could rewrite
+  // what the user sees. They are shown as escapes instead.
+  if (std::any_of(line.begin(), line.end(),
+                  [](wchar_t c) { return c < 0x20 || (c >= 0x7F && c < 0xA0); })) {
+    line = EscapeControlCharacters(line);
   }
-  std::wstring line = FormatConsoleText(format, shown);
   if (line.size() > kPrintLineMaxUnits) line.resize(kPrintLineMaxUnits);
   line += L'\n';
   WriteStandardOutput(line);
-}
-
-void PrintFormatted(std::wstring_view format, const std::vector<ConsoleArg>& args) {
-  WriteStandardOutput(FormatConsoleText(format, args));
 }
 
 }  // namespace cmr

@@ -3,33 +3,24 @@
 // format: "%s" takes a wide string. Arguments are checked at compile time instead of read
 // through varargs, so a wide "%s" can never be taken for a narrow one.
 
-#include <cstdint>
+#include <fmt/printf.h>
+#include <fmt/xchar.h>
+
 #include <string>
 #include <string_view>
-#include <type_traits>
-#include <vector>
 
 namespace cmr {
 
-struct ConsoleArg {
-  enum class Kind { text, signedNumber, unsignedNumber } kind;
-  std::wstring_view text;
-  int64_t signedValue = 0;
-  uint64_t unsignedValue = 0;
+// The printf formats of the program's texts, through {fmt}'s type-checked printf: in a wide
+// format "%s" takes a wide string (a narrow one does not compile), numbers take any of the
+// length modifiers h, l, ll, z. A format that names more arguments than it is given is a
+// programming error; its text then says so instead of printing a part. Exposed for tests.
+[[nodiscard]] std::wstring FormatConsoleTextWith(std::wstring_view format, fmt::wprintf_args args);
 
-  ConsoleArg(const wchar_t* value) : kind(Kind::text), text(value ? value : L"(null)") {}
-  ConsoleArg(const std::wstring& value) : kind(Kind::text), text(value) {}
-  ConsoleArg(std::wstring_view value) : kind(Kind::text), text(value) {}
-  template <typename T, std::enable_if_t<std::is_integral_v<T> && std::is_signed_v<T>, int> = 0>
-  ConsoleArg(T value) : kind(Kind::signedNumber), signedValue(value) {}
-  template <typename T, std::enable_if_t<std::is_integral_v<T> && !std::is_signed_v<T>, int> = 0>
-  ConsoleArg(T value) : kind(Kind::unsignedNumber), unsignedValue(value) {}
-};
-
-// The printf subset the program's texts use: %s, %d, %i, %u, %x, %X with the length modifiers
-// h, l, ll, z, and %%. Pure; exposed for tests.
-[[nodiscard]] std::wstring FormatConsoleText(std::wstring_view format,
-                                             const std::vector<ConsoleArg>& args);
+template <typename... Args>
+[[nodiscard]] std::wstring FormatConsoleText(std::wstring_view format, const Args&... args) {
+  return FormatConsoleTextWith(format, fmt::make_wprintf_args(args...));
+}
 
 // Writes text to standard output as it is: UTF-16 to a console, UTF-8 to a pipe or file.
 // Nothing is written when the process has no standard output. Output to a pipe or file is
@@ -42,19 +33,18 @@ void FlushStandardOutput();
 // The longest line PrintLine prints, in UTF-16 units, before its line feed.
 inline constexpr size_t kPrintLineMaxUnits = 2047;
 
-// Formats into a 2048-unit buffer (longer output is cut) and prints it with a line feed.
-void PrintLineFormatted(std::wstring_view format, const std::vector<ConsoleArg>& args);
-// Prints the formatted text whole, without adding a line feed.
-void PrintFormatted(std::wstring_view format, const std::vector<ConsoleArg>& args);
+// Formats, cuts the text at kPrintLineMaxUnits units and prints it with a line feed.
+void PrintLineText(std::wstring line);
 
 template <typename... Args>
 void PrintLine(std::wstring_view format, const Args&... args) {
-  PrintLineFormatted(format, {ConsoleArg(args)...});
+  PrintLineText(FormatConsoleText(format, args...));
 }
 
+// Prints the formatted text whole, without adding a line feed.
 template <typename... Args>
 void Print(std::wstring_view format, const Args&... args) {
-  PrintFormatted(format, {ConsoleArg(args)...});
+  WriteStandardOutput(FormatConsoleText(format, args...));
 }
 
 }  // namespace cmr

@@ -7,30 +7,43 @@
 
 namespace cmr {
 
-ReadStatus ReadWholeFile(const std::wstring& path, std::string& bytes) {
-  UniqueHandle file(::CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE,
-                                  nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+Result<std::optional<std::string>> ReadFileIfPresent(const std::wstring& path) {
+  // Shared for deletion too, so that reading never stands in the way of a publisher renaming a
+  // new file over this one.
+  UniqueHandle file(::CreateFileW(path.c_str(), GENERIC_READ,
+                                  FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                                  OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
   if (!file) {
     const DWORD error = ::GetLastError();
-    return (error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND)
-               ? ReadStatus::missing
-               : ReadStatus::unreadable;
+    if (error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND) {
+      return std::optional<std::string>();
+    }
+    return Win32Failure(fmt::format(L"Could not open '{}'", path), error);
   }
   LARGE_INTEGER size{};
-  if (!::GetFileSizeEx(file.get(), &size) || size.QuadPart < 0 || size.QuadPart > 0x7FFFFFFF) {
-    return ReadStatus::unreadable;
+  if (!::GetFileSizeEx(file.get(), &size)) {
+    return Win32Failure(fmt::format(L"Could not read the size of '{}'", path), ::GetLastError());
+  }
+  if (size.QuadPart < 0 || size.QuadPart > 0x7FFFFFFF) {
+    return Failure(L"'{}' is too large to read ({} bytes).", path, size.QuadPart);
   }
   // A zero-length file cannot be mapped; it simply has no bytes.
-  if (size.QuadPart == 0) {
-    bytes.clear();
-    return ReadStatus::ok;
-  }
+  if (size.QuadPart == 0) return std::optional<std::string>(std::string());
   UniqueHandle mapping(::CreateFileMappingW(file.get(), nullptr, PAGE_READONLY, 0, 0, nullptr));
-  if (!mapping) return ReadStatus::unreadable;
+  if (!mapping) return Win32Failure(fmt::format(L"Could not map '{}'", path), ::GetLastError());
   UniqueView view(::MapViewOfFile(mapping.get(), FILE_MAP_READ, 0, 0, 0));
-  if (!view) return ReadStatus::unreadable;
-  bytes.assign(static_cast<const char*>(view.get()), static_cast<size_t>(size.QuadPart));
-  return ReadStatus::ok;
+  if (!view) return Win32Failure(fmt::format(L"Could not view '{}'", path), ::GetLastError());
+  return std::optional<std::string>(
+      std::string(static_cast<const char*>(view.get()), static_cast<size_t>(size.QuadPart)));
+}
+
+Result<std::string> ReadWholeFile(const std::wstring& path) {
+  Result<std::optional<std::string>> read = ReadFileIfPresent(path);
+  if (!read) return read.status();
+  if (!read.value()) {
+    return Win32Failure(fmt::format(L"Could not open '{}'", path), ERROR_FILE_NOT_FOUND);
+  }
+  return std::move(*read.value());
 }
 
 bool FileExists(const std::wstring& path) {
@@ -59,17 +72,17 @@ std::wstring JoinPath(const std::wstring& folder, std::wstring_view name) {
   return out;
 }
 
-DWORD EnsureDirectories(const std::wstring& path) {
-  if (path.empty() || DirectoryExists(path)) return ERROR_SUCCESS;
+Status EnsureDirectories(const std::wstring& path) {
+  if (path.empty() || DirectoryExists(path)) return {};
   const std::wstring parent = ParentFolder(path);
   if (!parent.empty() && parent != path) {
-    const DWORD parentError = EnsureDirectories(parent);
-    if (parentError != ERROR_SUCCESS) return parentError;
+    if (Status made = EnsureDirectories(parent); !made) return made;
   }
-  if (::CreateDirectoryW(path.c_str(), nullptr)) return ERROR_SUCCESS;
+  if (::CreateDirectoryW(path.c_str(), nullptr)) return {};
   const DWORD error = ::GetLastError();
   // Another process may have created it between the check and the call.
-  return (error == ERROR_ALREADY_EXISTS && DirectoryExists(path)) ? ERROR_SUCCESS : error;
+  if (error == ERROR_ALREADY_EXISTS && DirectoryExists(path)) return {};
+  return Win32Failure(fmt::format(L"Could not create the folder '{}'", path), error);
 }
 
 namespace {
@@ -88,48 +101,76 @@ bool WriteAll(HANDLE file, std::string_view bytes) {
   return true;
 }
 
-}  // namespace
-
-bool WriteWholeFile(const std::wstring& path, std::string_view bytes, MessageList& errors) {
-  (void)EnsureDirectories(ParentFolder(path));
-  UniqueHandle file(::CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr,
-                                  CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
-  if (!file) {
-    errors.push_back(fmt::format(L"Could not open '{}' for writing.", path));
-    return false;
+// A reader that opened the target without sharing deletion (an indexer, a scanner, a reader
+// in Explorer) makes the rename fail for as long as it holds the file: retry for a moment.
+bool RenameOver(const std::wstring& from, const std::wstring& to) {
+  constexpr int kAttempts = 40;
+  constexpr DWORD kRetryMs = 25;
+  for (int attempt = 1;; ++attempt) {
+    if (::MoveFileExW(from.c_str(), to.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)) {
+      return true;
+    }
+    const DWORD error = ::GetLastError();
+    if (attempt == kAttempts || (error != ERROR_ACCESS_DENIED && error != ERROR_SHARING_VIOLATION)) {
+      ::SetLastError(error);
+      return false;
+    }
+    ::Sleep(kRetryMs);
   }
-  if (!WriteAll(file.get(), bytes)) {
-    errors.push_back(fmt::format(L"Could not write '{}'.", path));
-    return false;
-  }
-  return true;
 }
 
-std::wstring AtomicWriteFile(const std::wstring& target, std::string_view bytes) {
-  const std::wstring temporary = fmt::format(L"{}.{}.tmp", target, ::GetCurrentProcessId());
-  {
-    UniqueHandle file(::CreateFileW(temporary.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
-                                    FILE_ATTRIBUTE_NORMAL, nullptr));
-    if (!file) return fmt::format(L"Could not create '{}'.", temporary);
-    if (!WriteAll(file.get(), bytes)) {
-      file.reset();
-      ::DeleteFileW(temporary.c_str());
-      return fmt::format(L"Could not write '{}'.", temporary);
-    }
-  }
-  if (!::MoveFileExW(temporary.c_str(), target.c_str(),
-                     MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)) {
+}  // namespace
+
+Status WriteNewFile(const std::wstring& path, std::string_view bytes) {
+  (void)EnsureDirectories(ParentFolder(path));  // a failure there surfaces as the create failure
+  UniqueHandle file(::CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW,
+                                  FILE_ATTRIBUTE_NORMAL, nullptr));
+  if (!file) return Win32Failure(fmt::format(L"Could not create '{}'", path), ::GetLastError());
+  if (!WriteAll(file.get(), bytes) || !::FlushFileBuffers(file.get())) {
     const DWORD error = ::GetLastError();
-    ::DeleteFileW(temporary.c_str());
-    return fmt::format(L"Could not publish '{}': {}.", target, ErrorText(error));
+    file.reset();
+    ::DeleteFileW(path.c_str());
+    return Win32Failure(fmt::format(L"Could not write '{}'", path), error);
   }
   return {};
 }
 
-bool DeleteFileIfPresent(const std::wstring& path) {
-  if (::DeleteFileW(path.c_str())) return true;
+std::wstring TemporaryPathFor(const std::wstring& target) {
+  return fmt::format(L"{}.{}.tmp", target, ::GetCurrentProcessId());
+}
+
+Status AtomicWriteFile(const std::wstring& target, std::string_view bytes) {
+  const std::wstring temporary = TemporaryPathFor(target);
+  {
+    // A temporary of this process id left by a process that died under the same id is ours to
+    // replace; created new otherwise, so nothing else's file is ever written into.
+    (void)::DeleteFileW(temporary.c_str());
+    UniqueHandle file(::CreateFileW(temporary.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW,
+                                    FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (!file) return Status::Failure(fmt::format(L"Could not create '{}'.", temporary),
+                                      ::GetLastError());
+    // Flushed before the rename: after a power loss the name must not point at missing data.
+    if (!WriteAll(file.get(), bytes) || !::FlushFileBuffers(file.get())) {
+      const DWORD error = ::GetLastError();
+      file.reset();
+      ::DeleteFileW(temporary.c_str());
+      return Status::Failure(fmt::format(L"Could not write '{}'.", temporary), error);
+    }
+  }
+  if (!RenameOver(temporary, target)) {
+    const DWORD error = ::GetLastError();
+    ::DeleteFileW(temporary.c_str());
+    return Status::Failure(fmt::format(L"Could not publish '{}': {}.", target, ErrorText(error)),
+                           error);
+  }
+  return {};
+}
+
+Status DeleteFileIfPresent(const std::wstring& path) {
+  if (::DeleteFileW(path.c_str())) return {};
   const DWORD error = ::GetLastError();
-  return error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND;
+  if (error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND) return {};
+  return Win32Failure(fmt::format(L"Could not delete '{}'", path), error);
 }
 
 }  // namespace cmr

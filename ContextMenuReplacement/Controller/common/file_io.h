@@ -1,6 +1,7 @@
 #pragma once
 // Whole-file reads and writes shared by every reader and publisher of the program.
 
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -10,10 +11,11 @@
 
 namespace cmr {
 
-enum class ReadStatus { ok, missing, unreadable };
-
-// Reads the whole file through a read-only mapping. On failure `bytes` is untouched.
-[[nodiscard]] ReadStatus ReadWholeFile(const std::wstring& path, std::string& bytes);
+// The whole file, read through a read-only mapping; std::nullopt when the file (or its folder)
+// does not exist. Any other failure names the file and the system's reason.
+[[nodiscard]] Result<std::optional<std::string>> ReadFileIfPresent(const std::wstring& path);
+// The same for a file that must exist: a missing one is a failure too.
+[[nodiscard]] Result<std::string> ReadWholeFile(const std::wstring& path);
 
 [[nodiscard]] bool FileExists(const std::wstring& path);
 [[nodiscard]] bool DirectoryExists(const std::wstring& path);
@@ -22,23 +24,24 @@ enum class ReadStatus { ok, missing, unreadable };
 [[nodiscard]] std::wstring ParentFolder(const std::wstring& path);
 [[nodiscard]] std::wstring JoinPath(const std::wstring& folder, std::wstring_view name);
 
-// Creates the folder and every missing parent. Returns ERROR_SUCCESS or the Win32 error of the
-// first level that could not be created.
-[[nodiscard]] DWORD EnsureDirectories(const std::wstring& path);
+// Creates the folder and every missing parent. The failure carries the Win32 error of the first
+// level that could not be created.
+[[nodiscard]] Status EnsureDirectories(const std::wstring& path);
 
-// Truncating write of a file that nobody reads while it is written (its version is announced
-// only afterwards). Creates missing parent folders (a failure there surfaces as the open
-// failure). Appends "Could not open '{}' for writing." or "Could not write '{}'." on failure.
-[[nodiscard]] bool WriteWholeFile(const std::wstring& path, std::string_view bytes,
-                                  MessageList& errors);
+// Creates a file that must not exist yet, writes it whole and flushes it to disk. Missing parent
+// folders are created. On failure a partly written file is removed again.
+[[nodiscard]] Status WriteNewFile(const std::wstring& path, std::string_view bytes);
 
-// Writes `bytes` to target + ".<pid>.tmp" and renames it over the target with replace-existing
-// and write-through, so readers see the old file or the new one, never a part. Returns an empty
-// string on success, else the message; on failure the temporary file is gone and the target is
-// as it was.
-[[nodiscard]] std::wstring AtomicWriteFile(const std::wstring& target, std::string_view bytes);
+// Writes `bytes` to target + ".<pid>.tmp" (created new), flushes it, and renames it over the
+// target with replace-existing and write-through, so readers see the old file or the new one,
+// never a part. On failure ("Could not create '{}'.", "Could not write '{}'.", "Could not
+// publish '{}': {}.") the temporary file is gone and the target is as it was.
+[[nodiscard]] Status AtomicWriteFile(const std::wstring& target, std::string_view bytes);
 
 // Deletes a file; a file that is already missing counts as deleted.
-[[nodiscard]] bool DeleteFileIfPresent(const std::wstring& path);
+[[nodiscard]] Status DeleteFileIfPresent(const std::wstring& path);
+
+// "<target>.<pid>.tmp": the temporary name of AtomicWriteFile for this process.
+[[nodiscard]] std::wstring TemporaryPathFor(const std::wstring& target);
 
 }  // namespace cmr

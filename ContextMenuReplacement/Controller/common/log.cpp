@@ -59,7 +59,7 @@ bool OpenLog(std::wstring_view product, std::wstring_view component, std::wstrin
   std::wstring folder = JoinPath(ProductFamilyFolder(), product);
   if (!component.empty()) folder = JoinPath(folder, component);
   folder = JoinPath(folder, L"Logs");
-  if (EnsureDirectories(folder) != ERROR_SUCCESS) return false;
+  if (!EnsureDirectories(folder)) return false;
 
   SYSTEMTIME today{};
   ::GetLocalTime(&today);

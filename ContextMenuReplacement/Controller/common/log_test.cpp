@@ -49,10 +49,9 @@ namespace {
 std::string TodaysLog() {
   SYSTEMTIME today{};
   ::GetLocalTime(&today);
-  std::string bytes;
-  (void)ReadWholeFile(
-      JoinPath(ControllerLogFolder(), LogFileName(L"Ravelin", L"Controller", L"", today)), bytes);
-  return bytes;
+  const Result<std::string> bytes = ReadWholeFile(
+      JoinPath(ControllerLogFolder(), LogFileName(L"Ravelin", L"Controller", L"", today)));
+  return bytes ? bytes.value() : std::string();
 }
 
 std::vector<std::string> LinesContaining(const std::string& bytes, const std::string& marker) {

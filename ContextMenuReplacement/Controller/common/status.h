@@ -29,9 +29,11 @@ class [[nodiscard]] Status {
  public:
   Status() = default;  // success
   static Status Ok() { return {}; }
-  static Status Failure(std::wstring message) {
+  // `systemError` is the Win32 code behind the failure, for texts that must print the number.
+  static Status Failure(std::wstring message, unsigned long systemError = 0) {
     Status status;
     status.message_ = std::move(message);
+    status.systemError_ = systemError;
     status.failed_ = true;
     return status;
   }
@@ -40,9 +42,12 @@ class [[nodiscard]] Status {
   explicit operator bool() const noexcept { return !failed_; }
   // Empty on success.
   [[nodiscard]] const std::wstring& message() const noexcept { return message_; }
+  // 0 unless a platform call failed.
+  [[nodiscard]] unsigned long systemError() const noexcept { return systemError_; }
 
  private:
   std::wstring message_;
+  unsigned long systemError_ = 0;
   bool failed_ = false;
 };
 

@@ -24,7 +24,7 @@ std::wstring Win32Message(std::wstring_view what, DWORD code) {
 }
 
 Status Win32Failure(std::wstring_view what, DWORD code) {
-  return Status::Failure(Win32Message(what, code));
+  return Status::Failure(Win32Message(what, code), code);
 }
 
 }  // namespace cmr

@@ -21,7 +21,7 @@ bool WithinSizeLimit(const MenuConfiguration& configuration) {
 
 }  // namespace
 
-PublishResult LoadMenuFile(const std::wstring& path, PublishMode mode, PublicationTarget& target) {
+PublishResult LoadMenuFile(const std::wstring& path, PublishMode mode, ConfigPublisher& publisher) {
   PublishResult result;
   if (DirectoryExists(path)) {
     result.errors.push_back(fmt::format(L"'{}' is a folder, not a menu file.", path));
@@ -64,13 +64,13 @@ PublishResult LoadMenuFile(const std::wstring& path, PublishMode mode, Publicati
     return result;
   }
   result.valid = WithinSizeLimit(configuration);
-  PublishConfiguration(configuration, mode, GlobalsPolicy::withDefaultGlobals, target, result);
+  publisher.Publish(configuration, mode, GlobalsPolicy::withDefaultGlobals, result);
   if (mode == PublishMode::checkOnly) result.valid = result.errors.empty();
   return result;
 }
 
 PublishResult LoadSettingsFile(const std::wstring& path, PublishMode mode,
-                               PublicationTarget& target) {
+                               ConfigPublisher& publisher) {
   PublishResult result;
   MenuConfiguration configuration;
   // Read and checked through one handle, so the file whose menu is trusted is the file read.
@@ -89,7 +89,7 @@ PublishResult LoadSettingsFile(const std::wstring& path, PublishMode mode,
     // Validation reports the ACL verdict whatever the content, so both can be fixed at once.
     if (opened) result.aclAccepted = file.CheckTrust(result.errors);
     if (!read) return result;
-    PublishConfiguration(configuration, mode, GlobalsPolicy::keepPublishedGlobals, target, result);
+    publisher.Publish(configuration, mode, GlobalsPolicy::keepPublishedGlobals, result);
     result.valid = result.errors.empty();
     return result;
   }
@@ -97,7 +97,10 @@ PublishResult LoadSettingsFile(const std::wstring& path, PublishMode mode,
   // Globals, then trust, then the menu with its size check: the globals carry no executable,
   // so they are applied even from a file others can modify or with a menu too large to
   // publish; only the menu model, which names programs to run, waits for a trusted file.
-  if (!target.PublishGlobals(configuration, result.errors)) return result;
+  if (Status globals = publisher.PublishGlobals(configuration); !globals) {
+    result.errors.push_back(globals.message());
+    return result;
+  }
   LogGlobalsPublished(configuration.enabled, configuration.bypassMask,
                       configuration.opacityPercent);
   result.aclAccepted = file.CheckTrust(result.errors);
@@ -106,7 +109,7 @@ PublishResult LoadSettingsFile(const std::wstring& path, PublishMode mode,
     return result;
   }
   result.valid = WithinSizeLimit(configuration);
-  PublishConfiguration(configuration, mode, GlobalsPolicy::keepPublishedGlobals, target, result);
+  publisher.Publish(configuration, mode, GlobalsPolicy::keepPublishedGlobals, result);
   return result;
 }
 

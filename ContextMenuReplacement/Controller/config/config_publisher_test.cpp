@@ -5,10 +5,11 @@
 
 #include "common/file_io.h"
 #include "config/config_snapshot.h"
+#include "tests/support/scripted_files.h"
 
 // The settings file's order (globals, then trust, then menu) and the refusals of bad input are
 // checked end to end in config_verbs_e2e_test.cpp; a reader process in
-// config_concurrency_e2e_test.cpp would see any globals write that moved the version.
+// publication_race_e2e_test.cpp would see a torn publication.
 
 namespace cmr {
 namespace {
@@ -17,7 +18,7 @@ std::wstring TempFolder(const wchar_t* name) {
   wchar_t temp[MAX_PATH + 1] = {};
   ::GetTempPathW(MAX_PATH, temp);
   const std::wstring folder = JoinPath(JoinPath(temp, L"cmr-publisher"), name);
-  for (uint32_t n = 0; n < 4; ++n) {
+  for (uint32_t n = 0; n < 6; ++n) {
     (void)DeleteFileIfPresent(JoinPath(folder, fmt::format(L"snapshot-{}.bin", n)));
   }
   (void)DeleteFileIfPresent(JoinPath(folder, L"control.bin"));
@@ -26,46 +27,49 @@ std::wstring TempFolder(const wchar_t* name) {
 }
 
 std::string Read(const std::wstring& path) {
-  std::string bytes;
-  return ReadWholeFile(path, bytes) == ReadStatus::ok ? bytes : "<missing>";
+  const Result<std::string> bytes = ReadWholeFile(path);
+  return bytes ? bytes.value() : "<missing>";
 }
 
-PublishResult Publish(const MenuConfiguration& config, PublicationTarget& target,
+void Write(const std::wstring& path, const std::string& bytes) {
+  ASSERT_TRUE(AtomicWriteFile(path, bytes).ok());
+}
+
+PublishResult Publish(const MenuConfiguration& config, const std::wstring& folder,
+                      FileOperations& files = SystemFiles(),
                       PublishMode mode = PublishMode::publish,
                       GlobalsPolicy globals = GlobalsPolicy::withDefaultGlobals) {
   PublishResult result;
-  PublishConfiguration(config, mode, globals, target, result);
+  ConfigPublisher(folder, files).Publish(config, mode, globals, result);
   return result;
 }
 
 TEST(ConfigPublisher, MalformedControlFilesReadAsVersionZero) {
   const std::wstring folder = TempFolder(L"control");
   const std::wstring control = JoinPath(folder, L"control.bin");
-  MessageList errors;
   std::string block = EncodeControlBlock(MenuConfiguration{}, 41);
   const std::string cases[] = {block.substr(0, 719), block + '\0', "XXXX" + block.substr(4)};
   for (const std::string& bytes : cases) {
-    ASSERT_TRUE(WriteWholeFile(control, bytes, errors));
+    Write(control, bytes);
     ControlReading reading{7, 7};
     EXPECT_FALSE(ReadControl(control, reading)) << bytes.size();
     EXPECT_EQ(reading.version, 0u);
     EXPECT_EQ(reading.layout, 0u);
   }
   ControlReading reading;
-  ASSERT_TRUE(WriteWholeFile(control, block, errors));
+  Write(control, block);
   ASSERT_TRUE(ReadControl(control, reading));
   EXPECT_EQ(reading.version, 41u);
   EXPECT_EQ(reading.layout, 18u);
 
   // After a 721-byte control file the first publication is version 1, and the file is cut back
   // to 720 bytes so that the next one is version 2 rather than version 1 again.
-  ASSERT_TRUE(WriteWholeFile(control, block + '\0', errors));
-  PublishedFolderTarget target(folder);
-  const PublishResult first = Publish(MenuConfiguration{}, target);
+  Write(control, block + '\0');
+  const PublishResult first = Publish(MenuConfiguration{}, folder);
   EXPECT_TRUE(first.published);
   EXPECT_EQ(first.version, 1u);
   EXPECT_EQ(Read(control).size(), 720u);
-  EXPECT_EQ(Publish(MenuConfiguration{}, target).version, 2u);
+  EXPECT_EQ(Publish(MenuConfiguration{}, folder).version, 2u);
 }
 
 // One profile with one user item whose title has `titleUnits` units.
@@ -83,16 +87,15 @@ MenuConfiguration UserCommandConfiguration(size_t titleUnits) {
 
 TEST(ConfigPublisher, SizeLimitIsInclusive) {
   const std::wstring folder = TempFolder(L"limit");
-  PublishedFolderTarget target(folder);
   // Header, profile and item rows end at 112; the pool holds the title, "x.exe" and two zeros.
   const size_t exact = (1048576 - 112) / 2 - 7;
-  const PublishResult fits = Publish(UserCommandConfiguration(exact), target);
+  const PublishResult fits = Publish(UserCommandConfiguration(exact), folder);
   EXPECT_TRUE(fits.published);
   EXPECT_EQ(fits.snapshotBytes, 1048576u);
   EXPECT_EQ(Read(JoinPath(folder, L"snapshot-1.bin")).size(), 1048576u);
 
   const std::string controlBefore = Read(JoinPath(folder, L"control.bin"));
-  const PublishResult over = Publish(UserCommandConfiguration(exact + 1), target);
+  const PublishResult over = Publish(UserCommandConfiguration(exact + 1), folder);
   EXPECT_FALSE(over.published);
   EXPECT_EQ(
       over.errors,
@@ -100,60 +103,72 @@ TEST(ConfigPublisher, SizeLimitIsInclusive) {
   EXPECT_EQ(Read(JoinPath(folder, L"control.bin")), controlBefore);
   EXPECT_EQ(Read(JoinPath(folder, L"snapshot-2.bin")), "<missing>");
 
-  const PublishResult check =
-      Publish(UserCommandConfiguration(exact + 1), target, PublishMode::checkOnly);
+  const PublishResult check = Publish(UserCommandConfiguration(exact + 1), folder, SystemFiles(),
+                                      PublishMode::checkOnly);
   EXPECT_EQ(check.snapshotBytes, 1048584u);
   EXPECT_EQ(check.errors.size(), 1u);
 }
 
-// Records the publication steps in order and fails the one it is told to.
-class RecordingTarget : public PublicationTarget {
- public:
-  explicit RecordingTarget(std::string failAt = "") : failAt_(std::move(failAt)) {}
-  uint32_t CurrentVersion() override { return 4; }
-  bool PublishGlobals(const MenuConfiguration&, MessageList& errors) override {
-    return Step("globals", errors);
-  }
-  bool WriteSnapshot(uint32_t version, std::string_view, MessageList& errors) override {
-    return Step("snapshot-" + std::to_string(version), errors);
-  }
-  bool PublishVersion(uint32_t version, MessageList& errors) override {
-    return Step("version-" + std::to_string(version), errors);
-  }
-  std::string steps;
-
- private:
-  bool Step(const std::string& name, MessageList& errors) {
-    steps += name + " ";
-    if (name != failAt_) return true;
-    errors.push_back(L"injected");
-    return false;
-  }
-  std::string failAt_;
-};
-
-TEST(ConfigPublisher, EachFailedStepStopsBeforeTheVersionMoves) {
+// The snapshot is on disk before control.bin is touched at all, so a failure at any step leaves
+// control.bin byte for byte as it was; only the last step moves the version.
+TEST(ConfigPublisher, EachFailedStepLeavesControlAsItWas) {
   const struct {
-    std::string failAt;
-    std::string steps;
-  } cases[] = {{"", "globals snapshot-5 version-5 "},
-               {"globals", "globals "},
-               {"snapshot-5", "globals snapshot-5 "},
-               {"version-5", "globals snapshot-5 version-5 "}};
+    GlobalsPolicy globals;
+    int failAt;
+    const wchar_t* trace;
+  } cases[] = {
+      {GlobalsPolicy::withDefaultGlobals, 0, L"write snapshot-2.bin, map control.bin"},
+      {GlobalsPolicy::withDefaultGlobals, 1, L"write snapshot-2.bin"},
+      {GlobalsPolicy::withDefaultGlobals, 2, L"write snapshot-2.bin, map control.bin"},
+      {GlobalsPolicy::keepPublishedGlobals, 0, L"write snapshot-2.bin, map control.bin"},
+      {GlobalsPolicy::keepPublishedGlobals, 2, L"write snapshot-2.bin, map control.bin"},
+  };
+  MenuConfiguration changed;
+  changed.opacityPercent = 40;
   for (const auto& c : cases) {
-    RecordingTarget target(c.failAt);
-    const PublishResult result = Publish(MenuConfiguration{}, target);
-    EXPECT_EQ(target.steps, c.steps);
-    EXPECT_EQ(result.published, c.failAt.empty());
-    EXPECT_EQ(result.version, c.failAt.empty() ? 5u : 0u);
-    EXPECT_EQ(result.errors.size(), c.failAt.empty() ? 0u : 1u);
+    const std::wstring folder = TempFolder(L"steps");
+    ASSERT_TRUE(Publish(MenuConfiguration{}, folder).published);
+    const std::string before = Read(JoinPath(folder, L"control.bin"));
+    ScriptedFiles files;
+    files.failAt = c.failAt;
+    const PublishResult result =
+        Publish(changed, folder, files, PublishMode::publish, c.globals);
+    EXPECT_EQ(files.Trace(), c.trace) << c.failAt;
+    EXPECT_EQ(result.published, c.failAt == 0) << c.failAt;
+    EXPECT_EQ(result.version, c.failAt == 0 ? 2u : 0u);
+    if (c.failAt != 0) {
+      EXPECT_EQ(Read(JoinPath(folder, L"control.bin")), before) << c.failAt;
+      EXPECT_EQ(result.errors, MessageList{fmt::format(L"injected failure at step {}", c.failAt)});
+    } else {
+      EXPECT_NE(Read(JoinPath(folder, L"control.bin")), before);
+    }
   }
-  RecordingTarget keep, check;
-  (void)Publish(MenuConfiguration{}, keep, PublishMode::publish,
-                GlobalsPolicy::keepPublishedGlobals);
-  EXPECT_EQ(keep.steps, "snapshot-5 version-5 ");
-  (void)Publish(MenuConfiguration{}, check, PublishMode::checkOnly);
-  EXPECT_EQ(check.steps, "");
+  ScriptedFiles check;
+  (void)Publish(MenuConfiguration{}, TempFolder(L"steps"), check, PublishMode::checkOnly);
+  EXPECT_EQ(check.Trace(), L"");
+}
+
+// A control file that cannot be opened for a moment (the renaming process or a scanner still
+// holds it) is waited for; one that stays unreadable fails the publication instead of
+// restarting the numbering at 1.
+TEST(ConfigPublisher, UnreadableControlIsRetriedThenRefused) {
+  const std::wstring folder = TempFolder(L"retry");
+  ASSERT_TRUE(Publish(MenuConfiguration{}, folder).published);
+  ScriptedFiles briefly;
+  briefly.unreadableReads = 3;
+  EXPECT_EQ(Publish(MenuConfiguration{}, folder, briefly).version, 2u);
+
+  ScriptedFiles held;
+  held.unreadableReads = 1000;
+  const PublishResult refused = Publish(MenuConfiguration{}, folder, held);
+  EXPECT_FALSE(refused.published);
+  EXPECT_EQ(held.Trace(), L"");
+  ASSERT_EQ(refused.errors.size(), 1u);
+  EXPECT_TRUE(refused.errors[0].starts_with(
+      L"The published version could not be read, so nothing was published: "));
+  ControlReading reading;
+  ASSERT_TRUE(ReadControl(JoinPath(folder, L"control.bin"), reading));
+  EXPECT_EQ(reading.version, 2u);
 }
 
 }  // namespace

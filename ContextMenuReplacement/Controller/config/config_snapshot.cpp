@@ -46,18 +46,21 @@ SnapshotLayout LayoutSnapshot(const MenuConfiguration& configuration) noexcept {
 std::string FlattenConfiguration(const MenuConfiguration& configuration, uint32_t version) {
   const SnapshotLayout layout = LayoutSnapshot(configuration);
   ByteImageWriter out(layout.totalBytes);
-  out.PutU32(0, kConfigMagic);
-  out.PutU32(4, kConfigLayout);
-  out.PutU32(8, version);
-  out.PutU32(12, U32(layout.totalBytes));
-  out.PutU32(16, U32(configuration.profiles.size()));
-  out.PutU32(20, layout.profilesOffset);
-  out.PutU32(24, U32(configuration.items.size()));
-  out.PutU32(28, layout.itemsOffset);
-  out.PutU32(32, U32(configuration.arguments.size()));
-  out.PutU32(36, layout.argumentsOffset);
-  out.PutU32(40, layout.poolOffset);
-  out.PutU32(44, U32(configuration.pool.byteSize()));
+  // The header's twelve words in the order of the format above.
+  const uint32_t header[] = {kConfigMagic,
+                             kConfigLayout,
+                             version,
+                             U32(layout.totalBytes),
+                             U32(configuration.profiles.size()),
+                             layout.profilesOffset,
+                             U32(configuration.items.size()),
+                             layout.itemsOffset,
+                             U32(configuration.arguments.size()),
+                             layout.argumentsOffset,
+                             layout.poolOffset,
+                             U32(configuration.pool.byteSize())};
+  static_assert(sizeof(header) == kSnapshotHeaderBytes);
+  for (size_t i = 0; i < std::size(header); ++i) out.PutU32(4 * i, header[i]);
 
   size_t at = layout.profilesOffset;
   for (const ProfileRecord& profile : configuration.profiles) {
@@ -92,40 +95,52 @@ std::string EncodeControlBlock(const MenuConfiguration& configuration, uint32_t 
   out.PutU32(0, kConfigMagic);
   out.PutU32(4, kConfigLayout);
   out.PutU32(8, version);
-  out.PutU32(12, configuration.enabled ? 1 : 0);
-  out.PutU32(16, configuration.bypassMask);
   // The Hook treats 0 as "not configured"; a fully transparent menu is not offered.
-  out.PutU32(20, configuration.opacityPercent == 0 ? 78 : configuration.opacityPercent);
-  out.PutU32(24, a.fontWeight);
-  out.PutU32(28, a.fontSizeDip);
-  out.PutU32(32, a.iconSizeDip);
-  out.PutU32(36, a.menuHorizontalPaddingDip);
-  out.PutU32(40, a.menuVerticalPaddingDip);
-  out.PutU32(44, a.itemHorizontalMarginDip);
-  out.PutU32(48, a.itemVerticalMarginDip);
-  out.PutU32(52, a.separatorIntensityPercent);
-  out.PutU32(56, a.showAccessKeys);
-  out.PutU32(60, a.backgroundMode);
-  out.PutU32(64, a.customBackgroundColor);
-  out.PutU32(68, a.customForegroundColor);
-  out.PutU32(72, a.customForegroundEnabled);
-  out.PutU32(76, a.showBandLabels);
-  out.PutU32(80, a.animationDurationMs);
-  out.PutU32(84, a.showHotkeys);
-  out.PutU32(88, a.showSeparators);
-  PutFixedText(out, 92, a.fontFamily, 32);
-  PutFixedText(out, 156, a.backgroundImagePath, 260);
-  out.PutU32(676, a.backgroundImageFill);
-  out.PutU32(680, a.backgroundImageOpacityPercent);
-  out.PutU32(684, a.hoverOpacityPercent);
-  out.PutU32(688, a.snapshotBlurEnabled ? 0 : 1);
-  out.PutU32(692, a.menuMinimumWidthDip);
-  out.PutU32(696, a.surfaceOptOutMask);
-  out.PutU32(700, a.customHeaderColor);
-  out.PutU32(704, a.customHeaderEnabled);
-  out.PutU32(708, a.customHotkeyColor);
-  out.PutU32(712, a.customHotkeyEnabled);
-  out.PutU32(716, a.menuMaximumWidthDip);
+  const uint32_t opacity =
+      configuration.opacityPercent == 0 ? kDefaultOpacityPercent : configuration.opacityPercent;
+  // Words in the order of the format above, from the first global to "show separators" and from
+  // "image fill" to the end.
+  const uint32_t leading[] = {configuration.enabled ? 1u : 0u,
+                              configuration.bypassMask,
+                              opacity,
+                              a.fontWeight,
+                              a.fontSizeDip,
+                              a.iconSizeDip,
+                              a.menuHorizontalPaddingDip,
+                              a.menuVerticalPaddingDip,
+                              a.itemHorizontalMarginDip,
+                              a.itemVerticalMarginDip,
+                              a.separatorIntensityPercent,
+                              a.showAccessKeys,
+                              a.backgroundMode,
+                              a.customBackgroundColor,
+                              a.customForegroundColor,
+                              a.customForegroundEnabled,
+                              a.showBandLabels,
+                              a.animationDurationMs,
+                              a.showHotkeys,
+                              a.showSeparators};
+  const uint32_t trailing[] = {a.backgroundImageFill,
+                               a.backgroundImageOpacityPercent,
+                               a.hoverOpacityPercent,
+                               a.snapshotBlurEnabled ? 0u : 1u,
+                               a.menuMinimumWidthDip,
+                               a.surfaceOptOutMask,
+                               a.customHeaderColor,
+                               a.customHeaderEnabled,
+                               a.customHotkeyColor,
+                               a.customHotkeyEnabled,
+                               a.menuMaximumWidthDip};
+  static_assert(kControlGlobalsOffset + sizeof(leading) == kControlFontFamilyOffset);
+  static_assert(kControlTrailingOffset + sizeof(trailing) == kControlBytes);
+  for (size_t i = 0; i < std::size(leading); ++i) {
+    out.PutU32(kControlGlobalsOffset + 4 * i, leading[i]);
+  }
+  PutFixedText(out, kControlFontFamilyOffset, a.fontFamily, kFontFamilyUnits);
+  PutFixedText(out, kControlImagePathOffset, a.backgroundImagePath, kImagePathUnits);
+  for (size_t i = 0; i < std::size(trailing); ++i) {
+    out.PutU32(kControlTrailingOffset + 4 * i, trailing[i]);
+  }
   return out.take();
 }
 

@@ -78,9 +78,15 @@ inline constexpr size_t kItemRowBytes = 44;
 inline constexpr size_t kStringRefBytes = 8;
 inline constexpr uint64_t kSnapshotLimitBytes = 1048576;
 
-// Offsets of the control block's fixed fields that the writers address on their own.
+// Offsets of the control block's fields that the writers address on their own; the words in
+// between follow the order of the format above.
 inline constexpr size_t kControlVersionOffset = 8;
 inline constexpr size_t kControlGlobalsOffset = 12;
+inline constexpr size_t kControlFontFamilyOffset = 92;
+inline constexpr size_t kControlImagePathOffset = 156;
+inline constexpr size_t kControlTrailingOffset = 676;
+static_assert(kControlImagePathOffset == kControlFontFamilyOffset + 2 * kFontFamilyUnits);
+static_assert(kControlTrailingOffset == kControlImagePathOffset + 2 * kImagePathUnits);
 
 struct SnapshotLayout {
   uint32_t profilesOffset = 0;

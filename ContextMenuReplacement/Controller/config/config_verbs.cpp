@@ -26,9 +26,9 @@ std::wstring SourcePath(const ConfigArguments& arguments) {
 }
 
 PublishResult Load(const ConfigArguments& arguments, PublishMode mode) {
-  PublishedFolderTarget target;
-  return arguments.file.empty() ? LoadSettingsFile(SettingsFilePath(), mode, target)
-                                : LoadMenuFile(arguments.file, mode, target);
+  ConfigPublisher publisher;
+  return arguments.file.empty() ? LoadSettingsFile(SettingsFilePath(), mode, publisher)
+                                : LoadMenuFile(arguments.file, mode, publisher);
 }
 
 void PrintMessages(const PublishResult& result) {
@@ -55,7 +55,7 @@ void PrintPublicationReport(const PublishResult& result) {
 
 int Init(const ConfigArguments& arguments) {
   const std::wstring source = SourcePath(arguments);
-  if (const Status written = WriteStarterDocument(source); !written) {
+  if (Status written = WriteStarterDocument(source); !written) {
     PrintLine(L"%s", written.message());
     return 1;
   }

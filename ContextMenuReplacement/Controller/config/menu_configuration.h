@@ -80,10 +80,21 @@ struct AppearanceGlobals {
   friend bool operator==(const AppearanceGlobals&, const AppearanceGlobals&) = default;
 };
 
+// The background opacity of a menu that does not set one.
+inline constexpr uint32_t kDefaultOpacityPercent = 78;
+// The two text globals are fixed-width fields of control.bin, terminator included, so the
+// longest text each holds is one unit less.
+inline constexpr size_t kFontFamilyUnits = 32;
+inline constexpr size_t kImagePathUnits = 260;
+inline constexpr size_t kFontFamilyMaxLength = kFontFamilyUnits - 1;
+inline constexpr size_t kImagePathMaxLength = kImagePathUnits - 1;
+// Surface opt-out bit of a switched-off window organizer.
+inline constexpr uint32_t kOptOutWindowOrganizer = 0x20;
+
 struct MenuConfiguration {
   bool enabled = true;
   uint32_t bypassMask = kModifierControl | kModifierShift;
-  uint32_t opacityPercent = 78;
+  uint32_t opacityPercent = kDefaultOpacityPercent;
   AppearanceGlobals appearance;
 
   // A profile's items are contiguous: each item is appended as it is accepted.

@@ -374,25 +374,11 @@ std::string_view StarterDocumentText() noexcept {
 }
 
 Status WriteStarterDocument(const std::wstring& path) {
-  (void)EnsureDirectories(ParentFolder(path));
-  // Created new, never checked and then created: a file that appears in between is refused
-  // like one that was there all along, not overwritten.
-  UniqueHandle file(::CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW,
-                                  FILE_ATTRIBUTE_NORMAL, nullptr));
-  if (!file) {
-    const DWORD error = ::GetLastError();
-    if (error == ERROR_FILE_EXISTS || error == ERROR_ALREADY_EXISTS || DirectoryExists(path)) {
-      return Failure(L"'{}' already exists; refusing to overwrite it.", path);
-    }
-    return Failure(L"Could not open '{}' for writing.", path);
+  Status written = WriteNewFile(path, StarterDocumentText());
+  if (written.systemError() == ERROR_FILE_EXISTS || written.systemError() == ERROR_ALREADY_EXISTS) {
+    return Failure(L"'{}' already exists; refusing to overwrite it.", path);
   }
-  const std::string_view text = StarterDocumentText();
-  DWORD written = 0;
-  if (!::WriteFile(file.get(), text.data(), static_cast<DWORD>(text.size()), &written, nullptr) ||
-      written != text.size()) {
-    return Failure(L"Could not write '{}'.", path);
-  }
-  return Status::Ok();
+  return written;
 }
 
 }  // namespace cmr

@@ -30,8 +30,8 @@ namespace cmr {
 // The starter menu.json, byte for byte.
 [[nodiscard]] std::string_view StarterDocumentText() noexcept;
 
-// Writes the starter document as a new file. Fails with the refusal when `path` already
-// exists (an existing file is never touched), or with the open or write failure.
+// Writes the starter document as a new file. An existing file, including one that appears
+// while this runs, is never touched: the failure then is the refusal to overwrite it.
 [[nodiscard]] Status WriteStarterDocument(const std::wstring& path);
 
 }  // namespace cmr

@@ -4,7 +4,6 @@
 
 #include "common/file_io.h"
 #include "common/json_text.h"
-#include "config/config_trust.h"
 #include "config/menu_document.h"
 
 namespace cmr {
@@ -189,8 +188,8 @@ bool ReadSettingsGlobals(const rapidjson::Value& root, MenuConfiguration& config
           JsonWide(*bypass)));
     }
   }
-  (void)ReadRangedNumber(*settings, "appearance.backgroundOpacityPercent", 78, 0, 100,
-                         configuration.opacityPercent, errors);
+  (void)ReadRangedNumber(*settings, "appearance.backgroundOpacityPercent", kDefaultOpacityPercent,
+                         0, 100, configuration.opacityPercent, errors);
 
   AppearanceGlobals& a = configuration.appearance;
   // Deliberately strict: the first number out of range fails the read, so a half-understood
@@ -214,8 +213,9 @@ bool ReadSettingsGlobals(const rapidjson::Value& root, MenuConfiguration& config
   (void)ReadBool(*settings, "appearance.showHotkeys", a.showHotkeys, errors);
   (void)ReadBool(*settings, "appearance.showSeparators", a.showSeparators, errors);
 
-  ReadBoundedText(*settings, "appearance.fontFamily", 31, L"a font name", a.fontFamily, errors);
-  ReadBoundedText(*settings, "appearance.backgroundImagePath", 259, L"a path",
+  ReadBoundedText(*settings, "appearance.fontFamily", kFontFamilyMaxLength, L"a font name",
+                  a.fontFamily, errors);
+  ReadBoundedText(*settings, "appearance.backgroundImagePath", kImagePathMaxLength, L"a path",
                   a.backgroundImagePath, errors);
   static constexpr Choice kFills[] = {{"stretch", 0}, {"cover", 1}, {"tile", 2}, {"center", 3}};
   ReadChoice(*settings, "appearance.backgroundImageFill", kFills,
@@ -260,7 +260,8 @@ bool ReadSettingsGlobals(const rapidjson::Value& root, MenuConfiguration& config
   }
   // The window organizer shares the taskbar menus; when it is off its surface is not ours.
   const rapidjson::Value* organizer = FindApp(*JsonMember(root, "apps"), "window-organizer");
-  if (organizer && JsonStringIs(JsonMember(*organizer, "status"), "disabled")) optOut |= 0x20;
+  if (organizer && JsonStringIs(JsonMember(*organizer, "status"), "disabled"))
+    optOut |= kOptOutWindowOrganizer;
   a.surfaceOptOutMask = optOut;
   return true;
 }
@@ -303,18 +304,16 @@ bool ReadSettingsText(std::string_view text, MenuConfiguration& configuration, M
 
 bool ReadSettingsFile(const std::wstring& path, MenuConfiguration& configuration,
                       MessageList& errors, MessageList& warnings) {
-  ConfigurationFile file;
-  const DWORD error = file.Open(path);
-  if (error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND) {
-    errors.push_back(fmt::format(L"'{}' does not exist.", path));
-    return false;
-  }
-  std::string text;
-  if (error != ERROR_SUCCESS || !file.Read(text)) {
+  const Result<std::optional<std::string>> read = ReadFileIfPresent(path);
+  if (!read) {
     errors.push_back(fmt::format(L"Could not read '{}'.", path));
     return false;
   }
-  return ReadSettingsText(text, configuration, errors, warnings);
+  if (!read.value()) {
+    errors.push_back(fmt::format(L"'{}' does not exist.", path));
+    return false;
+  }
+  return ReadSettingsText(*read.value(), configuration, errors, warnings);
 }
 
 }  // namespace cmr

@@ -6,6 +6,7 @@
 #include "common/data_paths.h"
 #include "common/file_io.h"
 #include "common/json_text.h"
+#include "tests/support/staged_install.h"
 
 // The values a settings file sets, and its own defaults, are decoded from the published control.bin
 // in config_verbs_e2e_test.cpp.
@@ -152,8 +153,8 @@ TEST(SettingsFile, EntryAndFileMessages) {
 // The settings file that ships beside the exe is what the on/off and dialog readers fall back
 // to; it must read cleanly and spell out exactly the documented defaults.
 TEST(SettingsFile, ShippedDefaultsReadCleanly) {
-  const std::wstring shipped = JoinPath(JoinPath(ParentFolder(ExecutableFolder()), L"stage"),
-                                        L"Content\\Configurations\\High Level Settings.json");
+  const std::wstring shipped =
+      JoinPath(StagedInstallFolder(), L"Content\\Configurations\\High Level Settings.json");
   MenuConfiguration config;
   MessageList errors, warnings;
   EXPECT_TRUE(ReadSettingsFile(shipped, config, errors, warnings));

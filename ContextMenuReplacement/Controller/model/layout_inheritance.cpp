@@ -112,12 +112,12 @@ class Resolver {
     }
   }
 
-  std::wstring ResolveAll() {
+  Status ResolveAll() {
     // Abstract layouts are dropped before the parsed model sees them, so its own duplicate
     // check comes too late: a second layout with a parent's id would silently lose to the first.
-    if (duplicate_) return DuplicateLayoutIdRefusal(WideId(layouts_[*duplicate_]));
+    if (duplicate_) return Status::Failure(DuplicateLayoutIdRefusal(WideId(layouts_[*duplicate_])));
     for (SizeType i = 0; i < layouts_.Size(); ++i) {
-      if (std::wstring error = ResolveChain(i); !error.empty()) return error;
+      if (Status error = ResolveChain(i); !error) return error;
     }
     return {};
   }
@@ -131,7 +131,7 @@ class Resolver {
   // Walks up the parent chain iteratively (a long chain must not exhaust the stack), then
   // resolves from the topmost unresolved ancestor down, so every parent is done before its
   // child copies it.
-  std::wstring ResolveChain(SizeType start) {
+  Status ResolveChain(SizeType start) {
     if (states_[start] == State::done) return {};
     std::vector<SizeType> chain{start};
     states_[start] = State::inProgress;
@@ -142,33 +142,33 @@ class Resolver {
       const std::string parentId(inherits->GetString(), inherits->GetStringLength());
       const auto parent = byId_.find(parentId);
       if (parent == byId_.end()) {
-        return fmt::format(L"Layout '{}' inherits missing layout '{}'.", WideId(current),
-                           FromUtf8(parentId));
+        return Status::Failure(fmt::format(L"Layout '{}' inherits missing layout '{}'.", WideId(current),
+                           FromUtf8(parentId)));
       }
       if (states_[parent->second] == State::done) break;
       if (states_[parent->second] == State::inProgress) {
-        return fmt::format(L"Layout inheritance contains a cycle through '{}'.",
-                           FromUtf8(parentId));
+        return Status::Failure(fmt::format(L"Layout inheritance contains a cycle through '{}'.",
+                           FromUtf8(parentId)));
       }
       states_[parent->second] = State::inProgress;
       chain.push_back(parent->second);
     }
     for (auto it = chain.rbegin(); it != chain.rend(); ++it) {
-      if (std::wstring error = ResolveOne(*it); !error.empty()) return error;
+      if (Status error = ResolveOne(*it); !error) return error;
     }
     return {};
   }
 
-  std::wstring ResolveOne(SizeType index) {
+  Status ResolveOne(SizeType index) {
     Value& layout = layouts_[index];
     const Value* inherits = InheritsOf(layout);
     if (inherits == nullptr) {
       const Value* items = ItemsOf(layout);
       if (items == nullptr || items->Empty()) {
-        return fmt::format(
+        return Status::Failure(fmt::format(
             L"Layout '{}' does not inherit from another layout, so it must declare at least "
             L"one item.",
-            WideId(layout));
+            WideId(layout)));
       }
       return Finish(index);
     }
@@ -186,8 +186,8 @@ class Resolver {
       }
     }
     if (ancestors.Size() > kMaxAncestors) {
-      return fmt::format(L"Layout '{}' inherits through more than {} ancestors.", WideId(layout),
-                         kMaxAncestors);
+      return Status::Failure(fmt::format(L"Layout '{}' inherits through more than {} ancestors.", WideId(layout),
+                         kMaxAncestors));
     }
 
     Value merged(rapidjson::kArrayType);
@@ -203,9 +203,9 @@ class Resolver {
     return Finish(index);
   }
 
-  std::wstring Finish(SizeType index) {
+  Status Finish(SizeType index) {
     if (step_) {
-      if (std::wstring error = step_(layouts_[index], allocator_); !error.empty()) return error;
+      if (Status error = step_(layouts_[index], allocator_); !error) return error;
     }
     states_[index] = State::done;
     return {};
@@ -249,7 +249,7 @@ void WriteRanks(Value& items, Allocator& allocator, size_t depth) {
 
 }  // namespace
 
-std::wstring ResolveInheritance(rapidjson::Document& document, const LayoutResolutionStep& step) {
+Status ResolveInheritance(rapidjson::Document& document, const LayoutResolutionStep& step) {
   Value* layouts = LayoutsOf(document);
   if (layouts == nullptr) return {};
   for (const Value& layout : layouts->GetArray()) {
@@ -268,21 +268,21 @@ void WriteFallbackRanks(rapidjson::Document& document) {
   }
 }
 
-std::wstring DropAbstractLayouts(rapidjson::Document& document) {
+Status DropAbstractLayouts(rapidjson::Document& document) {
   Value* layouts = LayoutsOf(document);
   if (layouts == nullptr || layouts->Empty()) return {};
   bool anyConcrete = false;
   for (const Value& layout : layouts->GetArray()) anyConcrete = anyConcrete || !IsAbstract(layout);
   if (!anyConcrete)
-    return L"Every layout is abstract, so the published model would claim no context.";
+    return Status::Failure(L"Every layout is abstract, so the published model would claim no context.");
   for (auto it = layouts->Begin(); it != layouts->End();) {
     it = IsAbstract(*it) ? layouts->Erase(it) : it + 1;
   }
   return {};
 }
 
-std::wstring FlattenLayouts(rapidjson::Document& document, const LayoutResolutionStep& step) {
-  if (std::wstring error = ResolveInheritance(document, step); !error.empty()) return error;
+Status FlattenLayouts(rapidjson::Document& document, const LayoutResolutionStep& step) {
+  if (Status error = ResolveInheritance(document, step); !error) return error;
   WriteFallbackRanks(document);
   return DropAbstractLayouts(document);
 }

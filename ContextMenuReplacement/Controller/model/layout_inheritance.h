@@ -33,6 +33,8 @@
 #include <string>
 #include <string_view>
 
+#include "common/status.h"
+
 namespace cmr {
 
 inline constexpr size_t kMaxAncestors = 8;
@@ -42,7 +44,7 @@ inline constexpr size_t kMaxAncestors = 8;
 // any layout that inherits it copies its rows. Schema-3 placement edits belong here: a layout's
 // edits then act on its complete rows, and children inherit the edited result. Returns "" or a
 // refusal, which stops the resolution and is returned by it.
-using LayoutResolutionStep = std::function<std::wstring(
+using LayoutResolutionStep = std::function<Status(
     rapidjson::Value& layout, rapidjson::Document::AllocatorType& allocator)>;
 
 // Resolves every layout's inheritance (parents first, each layout once). Refusals:
@@ -51,7 +53,7 @@ using LayoutResolutionStep = std::function<std::wstring(
 //   "Layout '{}' inherits missing layout '{}'."           (child id, parent id)
 //   "Layout '{}' inherits through more than 8 ancestors."
 //   "Layout '{}' does not inherit from another layout, so it must declare at least one item."
-[[nodiscard]] std::wstring ResolveInheritance(rapidjson::Document& document,
+[[nodiscard]] Status ResolveInheritance(rapidjson::Document& document,
                                               const LayoutResolutionStep& step = {});
 
 // Writes "_rank" (the zero-based index in its array) on every node, at every depth up to the
@@ -60,10 +62,10 @@ void WriteFallbackRanks(rapidjson::Document& document);
 
 // Removes the layouts marked "abstract": true. Refuses with "Every layout is abstract, so the
 // published model would claim no context." when there are layouts and all are abstract.
-[[nodiscard]] std::wstring DropAbstractLayouts(rapidjson::Document& document);
+[[nodiscard]] Status DropAbstractLayouts(rapidjson::Document& document);
 
 // ResolveInheritance, WriteFallbackRanks and DropAbstractLayouts in order; the first refusal.
-[[nodiscard]] std::wstring FlattenLayouts(rapidjson::Document& document,
+[[nodiscard]] Status FlattenLayouts(rapidjson::Document& document,
                                           const LayoutResolutionStep& step = {});
 
 // Where a node sits: the "items" array holding it and its index there.

@@ -36,7 +36,7 @@ TEST(LayoutInheritance, ChildReplacesMergesAndAppendsById) {
               R"({"type":"submenu","id":"view","title_override":"Show","items":[)"
               R"({"type":"command","id":"small","command_id":"windows:small"}]},)"
               R"({"type":"command","id":"new","command_id":"windows:new"}]})");
-  ASSERT_EQ(ResolveInheritance(document), L"");
+  ASSERT_EQ(ResolveInheritance(document).message(), L"");
   EXPECT_EQ(Text(document["layouts"][1]["items"]),
             R"([{"type":"command","id":"open","command_id":"windows:open","_from":"base"},)"
             R"({"type":"submenu","id":"view","title_override":"Show","items":[)"
@@ -53,7 +53,7 @@ TEST(LayoutInheritance, ChildReplacesMergesAndAppendsById) {
   document = Layouts(R"({"id":"c","inherits":"p","items":[]},)"
                      R"({"id":"p","inherits":"g","items":[{"type":"separator","id":"own"}]},)"
                      R"({"id":"g","items":[{"type":"separator","id":"root"}]})");
-  ASSERT_EQ(ResolveInheritance(document), L"");
+  ASSERT_EQ(ResolveInheritance(document).message(), L"");
   EXPECT_EQ(Text(document["layouts"][1]["items"]),
             R"([{"type":"separator","id":"root","_from":"g"},{"type":"separator","id":"own"}])");
   EXPECT_EQ(Text(document["layouts"][0]["items"]),
@@ -81,7 +81,7 @@ TEST(LayoutInheritance, RefusesDuplicatesCyclesMissingParentsAndLongChains) {
   };
   for (const auto& [layouts, message] : refused) {
     rapidjson::Document document = Layouts(layouts);
-    EXPECT_EQ(ResolveInheritance(document), message) << layouts;
+    EXPECT_EQ(ResolveInheritance(document).message(), message) << layouts;
   }
 
   // "l0" is the root; "lN" inherits "l(N-1)": eight ancestors are allowed, nine are not.
@@ -92,10 +92,10 @@ TEST(LayoutInheritance, RefusesDuplicatesCyclesMissingParentsAndLongChains) {
     if (i < 8) continue;
     rapidjson::Document document = Layouts(chain);
     if (i == 8) {
-      EXPECT_EQ(ResolveInheritance(document), L"");
+      EXPECT_EQ(ResolveInheritance(document).message(), L"");
       EXPECT_EQ(document["layouts"][8]["_ancestors"].Size(), 8u);
     } else {
-      EXPECT_EQ(ResolveInheritance(document),
+      EXPECT_EQ(ResolveInheritance(document).message(),
                 L"Layout 'l9' inherits through more than 8 ancestors.");
     }
   }
@@ -106,14 +106,14 @@ TEST(LayoutInheritance, FlatteningDropsAbstractLayoutsButNotAll) {
   rapidjson::Document document =
       Layouts(R"({"id":"base","abstract":true,"items":[{"type":"separator","id":"s"}]},)"
               R"({"id":"child","inherits":"base","items":[]})");
-  ASSERT_EQ(FlattenLayouts(document), L"");
+  ASSERT_EQ(FlattenLayouts(document).message(), L"");
   EXPECT_EQ(Text(document["layouts"]),
             R"([{"id":"child","inherits":"base","items":[)"
             R"({"type":"separator","id":"s","_from":"base","_rank":0}],"_ancestors":["base"]}])");
 
   rapidjson::Document allAbstract =
       Layouts(R"({"id":"base","abstract":true,"items":[{"type":"separator","id":"s"}]})");
-  EXPECT_EQ(FlattenLayouts(allAbstract),
+  EXPECT_EQ(FlattenLayouts(allAbstract).message(),
             L"Every layout is abstract, so the published model would claim no context.");
 }
 
@@ -139,16 +139,16 @@ TEST(LayoutInheritance, StepRunsPerLayoutBeforeChildrenCopy) {
     seen.push_back(layout["id"].GetString());
     // Stands in for a placement edit: a row added here must reach the children.
     layout["items"].PushBack(rapidjson::Value(rapidjson::kObjectType), allocator);
-    return std::wstring();
+    return Status::Ok();
   };
-  ASSERT_EQ(ResolveInheritance(document, step), L"");
+  ASSERT_EQ(ResolveInheritance(document, step).message(), L"");
   EXPECT_EQ(seen, (std::vector<std::string>{"base", "child"}));
   EXPECT_EQ(document["layouts"][0]["items"].Size(), 3u);
 
   // A refusal from the step stops the resolution and is its result.
   document = Layouts(R"({"id":"a","items":[{"type":"separator"}]})");
-  const auto refuse = [](rapidjson::Value&, auto&) { return std::wstring(L"Bad edit."); };
-  EXPECT_EQ(ResolveInheritance(document, refuse), L"Bad edit.");
+  const auto refuse = [](rapidjson::Value&, auto&) { return Status::Failure(L"Bad edit."); };
+  EXPECT_EQ(ResolveInheritance(document, refuse).message(), L"Bad edit.");
 }
 
 }  // namespace

@@ -108,27 +108,27 @@ class DocumentParser {
  public:
   explicit DocumentParser(ModelDocument& out) : out_(out) {}
 
-  std::wstring Parse(const Value& document) {
+  Status Parse(const Value& document) {
     DocumentHeader header;
-    if (std::wstring error = ReadDocumentHeader(document, header); !error.empty()) return error;
+    if (Status error = ReadDocumentHeader(document, header); !error) return error;
     out_ = ModelDocument{};
     out_.kind = header.kind;
     out_.schemaVersion = header.schemaVersion;
     out_.baselineVersion = header.baselineVersion;
     out_.baseId = header.baseId;
 
-    if (std::wstring error = ParseDefinitions(document); !error.empty()) return error;
-    if (std::wstring error = ParseLayouts(document); !error.empty()) return error;
-    if (std::wstring error = CheckEqualSpecificity(); !error.empty()) return error;
-    if (std::wstring error = ParseExtensionRules(document); !error.empty()) return error;
+    if (Status error = ParseDefinitions(document); !error) return error;
+    if (Status error = ParseLayouts(document); !error) return error;
+    if (Status error = CheckEqualSpecificity(); !error) return error;
+    if (Status error = ParseExtensionRules(document); !error) return error;
     return ParsePolicies(document);
   }
 
  private:
-  std::wstring ParseDefinitions(const Value& document) {
+  Status ParseDefinitions(const Value& document) {
     const Value* list = JsonMember(document, "command_definitions");
     if (list == nullptr || !list->IsArray()) return {};
-    if (list->Size() > kMaxCommandDefinitions) return L"Too many custom command definitions.";
+    if (list->Size() > kMaxCommandDefinitions) return Status::Failure(L"Too many custom command definitions.");
     std::unordered_set<std::wstring> seen;
     for (const Value& entry : list->GetArray()) {
       CommandDefinition definition;
@@ -138,14 +138,14 @@ class DocumentParser {
       definition.arguments = TextList(entry, "arguments");
       definition.iconPath = Text(entry, "icon_path");
       if (!seen.insert(definition.commandId).second) {
-        return L"Duplicate custom command definition identity.";
+        return Status::Failure(L"Duplicate custom command definition identity.");
       }
       out_.definitions.push_back(std::move(definition));
     }
     return {};
   }
 
-  std::wstring ParseLayouts(const Value& document) {
+  Status ParseLayouts(const Value& document) {
     const Value* list = JsonMember(document, "layouts");
     if (list == nullptr || !list->IsArray()) return {};
     std::unordered_set<std::wstring> seen;
@@ -153,7 +153,7 @@ class DocumentParser {
       Layout layout;
       layout.id = Text(entry, "id");
       if (!seen.insert(layout.id).second) {
-        return DuplicateLayoutIdRefusal(layout.id);
+        return Status::Failure(DuplicateLayoutIdRefusal(layout.id));
       }
       if (const Value* match = JsonMember(entry, "match"); match != nullptr && match->IsObject()) {
         layout.match = ParseMatch(*match);
@@ -164,7 +164,7 @@ class DocumentParser {
       if (const Value* items = JsonMember(entry, "items"); items != nullptr) {
         LayoutScope scope;
         scope.layoutId = layout.id;
-        if (std::wstring error = ParseItems(*items, 0, scope, layout.items); !error.empty()) {
+        if (Status error = ParseItems(*items, 0, scope, layout.items); !error) {
           return error;
         }
       }
@@ -173,46 +173,46 @@ class DocumentParser {
     return {};
   }
 
-  std::wstring CheckEqualSpecificity() const {
+  Status CheckEqualSpecificity() const {
     std::unordered_set<std::wstring> claimed;
     for (const Layout& layout : out_.layouts) {
       // An abstract layout claims no context, and neither does one without a match.
       if (layout.isAbstract || !layout.match) continue;
       if (!claimed.insert(SpecificityKey(*layout.match)).second) {
-        return fmt::format(L"Layout '{}' has an equal-specificity duplicate match.", layout.id);
+        return Status::Failure(fmt::format(L"Layout '{}' has an equal-specificity duplicate match.", layout.id));
       }
     }
     return {};
   }
 
-  std::wstring ParseItems(const Value& items, size_t depth, LayoutScope& scope,
+  Status ParseItems(const Value& items, size_t depth, LayoutScope& scope,
                           std::vector<ModelNode>& out) {
     if (!items.IsArray()) {
-      return fmt::format(L"Layout '{}' has an 'items' value that is not an array.", scope.layoutId);
+      return Status::Failure(fmt::format(L"Layout '{}' has an 'items' value that is not an array.", scope.layoutId));
     }
     if (depth > kMaxItemDepth) {
-      return fmt::format(L"Layout '{}' nests its items more than {} levels deep.", scope.layoutId,
-                         kMaxItemDepth);
+      return Status::Failure(fmt::format(L"Layout '{}' nests its items more than {} levels deep.", scope.layoutId,
+                         kMaxItemDepth));
     }
-    if (items.Size() > kMaxItemsPerArray) return L"A layout exceeds the node limits.";
+    if (items.Size() > kMaxItemsPerArray) return Status::Failure(L"A layout exceeds the node limits.");
     out.reserve(items.Size());
     for (const Value& entry : items.GetArray()) {
-      if (++scope.nodeCount > kMaxNodesPerLayout) return L"A layout exceeds the node limits.";
+      if (++scope.nodeCount > kMaxNodesPerLayout) return Status::Failure(L"A layout exceeds the node limits.");
       ModelNode node;
-      if (std::wstring error = ParseNode(entry, depth, scope, node); !error.empty()) return error;
+      if (Status error = ParseNode(entry, depth, scope, node); !error) return error;
       out.push_back(std::move(node));
     }
     return {};
   }
 
-  std::wstring ParseNode(const Value& entry, size_t depth, LayoutScope& scope, ModelNode& node) {
+  Status ParseNode(const Value& entry, size_t depth, LayoutScope& scope, ModelNode& node) {
     if (!entry.IsObject()) {
-      return fmt::format(L"Layout '{}' has an item that is not an object.", scope.layoutId);
+      return Status::Failure(fmt::format(L"Layout '{}' has an item that is not an object.", scope.layoutId));
     }
     node.kind = ParseNodeKind(MemberUtf8(entry, "type"));
     node.id = Text(entry, "id");
     if (!node.id.empty() && !scope.nodeIds.insert(node.id).second) {
-      return fmt::format(L"Duplicate node id '{}' in one layout.", node.id);
+      return Status::Failure(fmt::format(L"Duplicate node id '{}' in one layout.", node.id));
     }
     node.commandId = Text(entry, "command_id");
     const IdentityKind identity = ClassifyIdentity(node.commandId);
@@ -223,39 +223,39 @@ class DocumentParser {
       node.commandsPlusRef = Text(entry, "commands_plus_ref");
       if (node.commandsPlusRef.empty() &&
           !(entry.HasMember("title") && entry.HasMember("executable"))) {
-        return fmt::format(L"Node '{}' is a user command and needs both 'title' and 'executable'.",
-                           node.id);
+        return Status::Failure(fmt::format(L"Node '{}' is a user command and needs both 'title' and 'executable'.",
+                           node.id));
       }
       node.title = Text(entry, "title");
       node.executable = Text(entry, "executable");
       node.arguments = TextList(entry, "arguments");
     } else if (declaresExecution) {
-      return fmt::format(
+      return Status::Failure(fmt::format(
           L"Node '{}' is not a user command and must not declare 'title', 'executable' or "
           L"'arguments'.",
-          node.id);
+          node.id));
     }
 
     if (const Value* browse = JsonMember(entry, "quick_browse"); browse != nullptr) {
       if (node.commandId != kQuickBrowseIdentity) {
-        return fmt::format(L"Node '{}' declares 'quick_browse' but is not a Quick browse command.",
-                           node.id);
+        return Status::Failure(fmt::format(L"Node '{}' declares 'quick_browse' but is not a Quick browse command.",
+                           node.id));
       }
       node.quickBrowse = QuickBrowseSettings{Text(*browse, "path"), Flag(*browse, "recursive")};
     }
     if (const Value* pins = JsonMember(entry, "quick_pins"); pins != nullptr) {
       if (node.commandId != kQuickPinsIdentity) {
-        return fmt::format(L"Node '{}' declares 'quick_pins' but is not a Quick pins command.",
-                           node.id);
+        return Status::Failure(fmt::format(L"Node '{}' declares 'quick_pins' but is not a Quick pins command.",
+                           node.id));
       }
       QuickPinsSettings settings;
       if (const Value* list = JsonMember(*pins, "list"); list != nullptr) {
         settings.list = JsonWide(*list);
         if (!IsValidPinListName(settings.list)) {
-          return fmt::format(
+          return Status::Failure(fmt::format(
               L"Node '{}' names a pin list that is empty, too long, or holds a control "
               L"character.",
-              node.id);
+              node.id));
         }
       }
       settings.path = Text(*pins, "path");
@@ -265,12 +265,12 @@ class DocumentParser {
     const Value* items = JsonMember(entry, "items");
     if (node.kind == NodeKind::iconBand) {
       if (items == nullptr || !items->IsArray() || items->Empty()) {
-        return fmt::format(L"Node '{}' is an icon_band and needs at least one item.", node.id);
+        return Status::Failure(fmt::format(L"Node '{}' is an icon_band and needs at least one item.", node.id));
       }
       for (const Value& child : items->GetArray()) {
         if (MemberUtf8(child, "type") != "command") {
-          return fmt::format(L"Node '{}' is an icon_band and can only contain 'command' items.",
-                             node.id);
+          return Status::Failure(fmt::format(L"Node '{}' is an icon_band and can only contain 'command' items.",
+                             node.id));
         }
       }
     }
@@ -280,17 +280,17 @@ class DocumentParser {
     const bool placesCommand =
         node.kind == NodeKind::command || node.kind == NodeKind::commandReference;
     if ((placesCommand && !IsPersistable(identity)) || identity == IdentityKind::ephemeral) {
-      return fmt::format(L"Node '{}' has a non-persistable command identity.", node.id);
+      return Status::Failure(fmt::format(L"Node '{}' has a non-persistable command identity.", node.id));
     }
     if (node.kind == NodeKind::providerReference) {
       node.providerRef = MakeReferenceKey(entry);
       const Value* provider = JsonMember(entry, "provider_id");
       if (provider != nullptr && ClassifyIdentity(JsonWide(*provider)) == IdentityKind::ephemeral) {
-        return fmt::format(L"Node '{}' has a non-persistable command identity.", node.id);
+        return Status::Failure(fmt::format(L"Node '{}' has a non-persistable command identity.", node.id));
       }
     }
     if (node.kind == NodeKind::remainingCommands && ++scope.remainingCommands > 1) {
-      return L"A placement layout can contain only one remaining-commands node.";
+      return Status::Failure(L"A placement layout can contain only one remaining-commands node.");
     }
 
     node.titleOverride = Text(entry, "title_override");
@@ -312,10 +312,10 @@ class DocumentParser {
     return {};
   }
 
-  std::wstring ParseExtensionRules(const Value& document) {
+  Status ParseExtensionRules(const Value& document) {
     const Value* list = JsonMember(document, "extension_rules");
     if (list == nullptr || !list->IsArray()) return {};
-    if (list->Size() > kMaxExtensionRules) return L"Too many extension rules.";
+    if (list->Size() > kMaxExtensionRules) return Status::Failure(L"Too many extension rules.");
     std::unordered_set<std::wstring> seen;
     for (const Value& entry : list->GetArray()) {
       ExtensionRule rule;
@@ -350,32 +350,32 @@ class DocumentParser {
 
       // A rule for several families becomes one rule per family so that precedence is always
       // decided on one exact family; the expanded ids keep the authored id recognisable.
-      const auto add = [&](ExtensionRule expanded) -> std::wstring {
+      const auto add = [&](ExtensionRule expanded) -> Status {
         if (!seen.insert(expanded.id).second) {
-          return fmt::format(L"Duplicate extension rule id '{}'.", expanded.id);
+          return Status::Failure(fmt::format(L"Duplicate extension rule id '{}'.", expanded.id));
         }
         out_.extensionRules.push_back(std::move(expanded));
         return {};
       };
       if (families.size() <= 1) {
         if (!families.empty()) rule.family = families.front();
-        if (std::wstring error = add(std::move(rule)); !error.empty()) return error;
+        if (Status error = add(std::move(rule)); !error) return error;
         continue;
       }
       for (const ContextFamily family : families) {
         ExtensionRule expanded = rule;
         expanded.family = family;
         expanded.id = fmt::format(L"{}.{}", rule.id, FromUtf8(ContextFamilyName(family)));
-        if (std::wstring error = add(std::move(expanded)); !error.empty()) return error;
+        if (Status error = add(std::move(expanded)); !error) return error;
       }
     }
     return {};
   }
 
-  std::wstring ParsePolicies(const Value& document) {
+  Status ParsePolicies(const Value& document) {
     const Value* list = JsonMember(document, "command_policies");
     if (list == nullptr || !list->IsArray()) return {};
-    if (list->Size() > kMaxCommandPolicies) return L"Too many command policies.";
+    if (list->Size() > kMaxCommandPolicies) return Status::Failure(L"Too many command policies.");
     std::unordered_set<std::wstring> seen;
     for (const Value& entry : list->GetArray()) {
       CommandPolicy policy;
@@ -390,7 +390,7 @@ class DocumentParser {
       policy.titleOverride = Text(entry, "title_override");
       const std::wstring key =
           policy.commandId + L'\n' + (policy.scope ? SpecificityKey(*policy.scope) : L"<global>");
-      if (!seen.insert(key).second) return L"Duplicate command policy identity.";
+      if (!seen.insert(key).second) return Status::Failure(L"Duplicate command policy identity.");
       out_.policies.push_back(std::move(policy));
     }
     return {};
@@ -401,12 +401,12 @@ class DocumentParser {
 
 }  // namespace
 
-std::wstring SchemaViolation(const rapidjson::Document& schema, const Value& document) {
+Status SchemaViolation(const rapidjson::Document& schema, const Value& document) {
   // The validator follows references without a guard: one that loops never returns, and one
   // that does not resolve accepts everything.
   if (std::wstring problem = SchemaReferenceProblem(schema); !problem.empty()) {
     problem[0] = static_cast<wchar_t>(std::towlower(problem[0]));
-    return problem;
+    return Status::Failure(std::move(problem));
   }
   const rapidjson::SchemaDocument schemaDocument(schema);
   rapidjson::SchemaValidator validator(schemaDocument);
@@ -416,20 +416,20 @@ std::wstring SchemaViolation(const rapidjson::Document& schema, const Value& doc
   const std::wstring schemaPointer = PointerText(validator.GetInvalidSchemaPointer());
   const std::wstring documentPointer = PointerText(validator.GetInvalidDocumentPointer());
   // For "additionalProperties" the document location ends with the refused key itself.
-  return fmt::format(L"the '{}' rule at schema location '{}' rejects '{}'.", keyword, schemaPointer,
-                     documentPointer);
+  return Status::Failure(fmt::format(L"the '{}' rule at schema location '{}' rejects '{}'.", keyword, schemaPointer,
+                     documentPointer));
 }
 
-std::wstring ValidateAgainstSchema(const rapidjson::Document& schema, const Value& document,
+Status ValidateAgainstSchema(const rapidjson::Document& schema, const Value& document,
                                    DocumentKind which) {
-  const std::wstring detail = SchemaViolation(schema, document);
-  if (detail.empty()) return {};
+  Status detail = SchemaViolation(schema, document);
+  if (detail.ok()) return {};
   const std::wstring_view subject = which == DocumentKind::baseline ? L"baseline" : L"overlay";
-  return fmt::format(L"The {} does not satisfy custom-menu.schema.json: {}", subject, detail);
+  return Status::Failure(fmt::format(L"The {} does not satisfy custom-menu.schema.json: {}", subject, detail.message()));
 }
 
-std::wstring ReadDocumentHeader(const Value& document, DocumentHeader& out) {
-  if (!document.IsObject()) return L"The document is not a JSON object.";
+Status ReadDocumentHeader(const Value& document, DocumentHeader& out) {
+  if (!document.IsObject()) return Status::Failure(L"The document is not a JSON object.");
   DocumentHeader header;
   const std::string_view kind = MemberUtf8(document, "document_kind");
   if (kind == "baseline") {
@@ -437,22 +437,22 @@ std::wstring ReadDocumentHeader(const Value& document, DocumentHeader& out) {
   } else if (kind == "overlay") {
     header.kind = DocumentKind::overlay;
   } else {
-    return L"The document's 'document_kind' must be 'baseline' or 'overlay'.";
+    return Status::Failure(L"The document's 'document_kind' must be 'baseline' or 'overlay'.");
   }
   if (const Value* version = JsonMember(document, "schema_version"); version != nullptr) {
     // Whole numbers from 2^63 up are unsigned only; they are still whole, just far too new.
     if (!version->IsInt64() && !version->IsUint64()) {
-      return L"The document's 'schema_version' is not a whole number.";
+      return Status::Failure(L"The document's 'schema_version' is not a whole number.");
     }
     if (version->IsUint64() && version->GetUint64() > kNewestSchemaVersion) {
-      return fmt::format(
+      return Status::Failure(fmt::format(
           L"The document's 'schema_version' {} is newer than this program supports (at most "
           L"{}).",
-          version->GetUint64(), kNewestSchemaVersion);
+          version->GetUint64(), kNewestSchemaVersion));
     }
     const int64_t number = version->GetInt64();
     if (number < static_cast<int64_t>(kLegacySchemaVersion)) {
-      return fmt::format(L"The document's 'schema_version' {} is not a valid version.", number);
+      return Status::Failure(fmt::format(L"The document's 'schema_version' {} is not a valid version.", number));
     }
     header.schemaVersion = static_cast<uint32_t>(number);
     header.versionDeclared = true;
@@ -463,26 +463,23 @@ std::wstring ReadDocumentHeader(const Value& document, DocumentHeader& out) {
   return {};
 }
 
-std::wstring RequireBaselineDocument(const DocumentHeader& header) {
-  return header.kind == DocumentKind::baseline
-             ? std::wstring()
-             : std::wstring(L"The custom model publisher accepts a baseline document only.");
+Status RequireBaselineDocument(const DocumentHeader& header) {
+  if (header.kind == DocumentKind::baseline) return {};
+  return Status::Failure(L"The custom model publisher accepts a baseline document only.");
 }
 
-std::wstring RequireMatchingSchemaVersions(const DocumentHeader& baseline,
+Status RequireMatchingSchemaVersions(const DocumentHeader& baseline,
                                            const DocumentHeader& overlay) {
-  return baseline.schemaVersion == overlay.schemaVersion
-             ? std::wstring()
-             : std::wstring(
-                   L"Baseline and overlay schema versions must match; no automatic conversion "
-                   L"is supported.");
+  if (baseline.schemaVersion == overlay.schemaVersion) return {};
+  return Status::Failure(
+      L"Baseline and overlay schema versions must match; no automatic conversion is supported.");
 }
 
 std::wstring MenuStyleOf(const DocumentHeader& header) {
   return header.baseId.empty() ? std::wstring(kDefaultMenuStyle) : header.baseId;
 }
 
-std::wstring ParseModelDocument(const Value& document, ModelDocument& out) {
+Status ParseModelDocument(const Value& document, ModelDocument& out) {
   return DocumentParser(out).Parse(document);
 }
 

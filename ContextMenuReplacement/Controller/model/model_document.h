@@ -12,6 +12,7 @@
 #include <string>
 #include <string_view>
 
+#include "common/status.h"
 #include "model/model_types.h"
 
 namespace cmr {
@@ -39,12 +40,12 @@ inline constexpr std::wstring_view kDefaultMenuStyle = L"create-organize";
 // ...") and a detail built from the validator's failing keyword, schema pointer and document
 // pointer, for example "the 'additionalProperties' rule at schema location '#/definitions/node'
 // rejects '#/insertions/0/node/hwnd'." (for that keyword the location ends with the refused key).
-[[nodiscard]] std::wstring ValidateAgainstSchema(const rapidjson::Document& schema,
+[[nodiscard]] Status ValidateAgainstSchema(const rapidjson::Document& schema,
                                                  const rapidjson::Value& document,
                                                  DocumentKind which);
 // The detail alone ("the '...' rule at schema location '...' rejects '...'."), or "" when the
 // document is valid.
-[[nodiscard]] std::wstring SchemaViolation(const rapidjson::Document& schema,
+[[nodiscard]] Status SchemaViolation(const rapidjson::Document& schema,
                                            const rapidjson::Value& document);
 
 // The header keys of a document, read before anything else.
@@ -59,15 +60,15 @@ struct DocumentHeader {
 // Reads "document_kind", "schema_version", "baseline_version" and "base_id". Needs nothing
 // else of the document, so it may run before schema validation (a future version is then
 // reported as such instead of as an unknown key). On failure `out` is untouched.
-[[nodiscard]] std::wstring ReadDocumentHeader(const rapidjson::Value& document,
+[[nodiscard]] Status ReadDocumentHeader(const rapidjson::Value& document,
                                               DocumentHeader& out);
 
 // "The custom model publisher accepts a baseline document only." unless `header` is a baseline.
-[[nodiscard]] std::wstring RequireBaselineDocument(const DocumentHeader& header);
+[[nodiscard]] Status RequireBaselineDocument(const DocumentHeader& header);
 
 // "Baseline and overlay schema versions must match; no automatic conversion is supported."
 // unless both carry the same version (a missing version counts as 1).
-[[nodiscard]] std::wstring RequireMatchingSchemaVersions(const DocumentHeader& baseline,
+[[nodiscard]] Status RequireMatchingSchemaVersions(const DocumentHeader& baseline,
                                                          const DocumentHeader& overlay);
 
 // The document's menu style: its "base_id", or "create-organize" when it has none.
@@ -79,7 +80,7 @@ struct DocumentHeader {
 // node grammar, identities and equal-specificity matches of concrete layouts. A layout that
 // still says "abstract" is parsed but takes no part in the match check. On failure `out` is
 // unspecified.
-[[nodiscard]] std::wstring ParseModelDocument(const rapidjson::Value& document, ModelDocument& out);
+[[nodiscard]] Status ParseModelDocument(const rapidjson::Value& document, ModelDocument& out);
 
 // "Duplicate layout id '{}'." Inheritance resolution and ParseModelDocument both refuse a
 // repeated layout id with it.

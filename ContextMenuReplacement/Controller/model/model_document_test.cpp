@@ -22,7 +22,7 @@ std::string WithItems(const std::string& items) {
 
 std::wstring Parse(const std::string& text) {
   ModelDocument model;
-  return ParseModelDocument(Json(text), model);
+  return ParseModelDocument(Json(text), model).message();
 }
 
 std::string Separators(size_t count, const std::string& prefix) {
@@ -46,22 +46,22 @@ std::string Nested(size_t levels) {
 
 TEST(ModelDocumentHeader, AppliesTheVersionAndKindRules) {
   DocumentHeader header;
-  ASSERT_EQ(ReadDocumentHeader(Json(R"({"document_kind":"overlay"})"), header), L"");
+  ASSERT_EQ(ReadDocumentHeader(Json(R"({"document_kind":"overlay"})"), header).message(), L"");
   EXPECT_EQ(header.schemaVersion, 1u);
   EXPECT_FALSE(header.versionDeclared);
   EXPECT_EQ(header.kind, DocumentKind::overlay);
-  EXPECT_EQ(RequireBaselineDocument(header),
+  EXPECT_EQ(RequireBaselineDocument(header).message(),
             L"The custom model publisher accepts a baseline document only.");
   const std::string baseline = R"({"document_kind":"baseline","schema_version":)";
   for (const int version : {1, 2, 3}) {
-    ASSERT_EQ(ReadDocumentHeader(Json(baseline + std::to_string(version) + "}"), header), L"");
+    ASSERT_EQ(ReadDocumentHeader(Json(baseline + std::to_string(version) + "}"), header).message(), L"");
     EXPECT_EQ(header.schemaVersion, static_cast<uint32_t>(version));
     EXPECT_TRUE(header.versionDeclared);
   }
   DocumentHeader overlay;
   overlay.kind = DocumentKind::overlay;
-  EXPECT_EQ(RequireBaselineDocument(header), L"");
-  EXPECT_EQ(RequireMatchingSchemaVersions(header, overlay),
+  EXPECT_EQ(RequireBaselineDocument(header).message(), L"");
+  EXPECT_EQ(RequireMatchingSchemaVersions(header, overlay).message(),
             L"Baseline and overlay schema versions must match; no automatic conversion is "
             L"supported.");
   EXPECT_EQ(MenuStyleOf(header), L"create-organize");
@@ -70,16 +70,16 @@ TEST(ModelDocumentHeader, AppliesTheVersionAndKindRules) {
 
   DocumentHeader untouched;
   untouched.baseId = L"kept";
-  EXPECT_EQ(ReadDocumentHeader(Json(baseline + "4}"), untouched),
+  EXPECT_EQ(ReadDocumentHeader(Json(baseline + "4}"), untouched).message(),
             L"The document's 'schema_version' 4 is newer than this program supports (at most 3).");
   EXPECT_EQ(untouched.baseId, L"kept");
   for (const char* invalid : {"2.5", "\"2\"", "null"}) {
-    EXPECT_EQ(ReadDocumentHeader(Json(baseline + invalid + "}"), header),
+    EXPECT_EQ(ReadDocumentHeader(Json(baseline + invalid + "}"), header).message(),
               L"The document's 'schema_version' is not a whole number.")
         << invalid;
   }
-  EXPECT_NE(ReadDocumentHeader(Json(baseline + "0}"), header), L"");
-  EXPECT_NE(ReadDocumentHeader(Json(R"({"schema_version":2})"), header), L"");
+  EXPECT_NE(ReadDocumentHeader(Json(baseline + "0}"), header).message(), L"");
+  EXPECT_NE(ReadDocumentHeader(Json(R"({"schema_version":2})"), header).message(), L"");
 }
 
 TEST(ModelDocumentLimits, ItemsPerArrayDepthAndNodesPerLayout) {
@@ -156,7 +156,7 @@ TEST(ModelDocumentNodes, ReadsSettingsAndInternalKeys) {
               R"({"type":"command","id":"q","command_id":"product:quick-pins","quick_pins":{}},)"
               R"({"type":"command","id":"u","command_id":"user:{00000000-0000-0000-0000-000000000001}",)"
               R"("title":"Edit","executable":"n.exe","arguments":["-a","b c"],"order":2.5}])")),
-          model),
+          model).message(),
       L"");
   const std::vector<ModelNode>& items = model.layouts.at(0).items;
   ASSERT_EQ(items.size(), 3u);
@@ -197,7 +197,7 @@ TEST(ModelDocumentRules, ExpandsFamiliesAndChecksDuplicatesAndCounts) {
                      R"("target_submenu_id":"more","order":3}},)"
                      R"({"id":"one","provider_id":"com:{11111111-1111-1111-1111-111111111111}",)"
                      R"("match":{"family":["taskbar-app"]},"action":{"kind":"rename"}}]})"),
-                model),
+                model).message(),
             L"");
   ASSERT_EQ(model.extensionRules.size(), 3u);
   EXPECT_EQ(model.extensionRules[0].id, L"r.folder-item");

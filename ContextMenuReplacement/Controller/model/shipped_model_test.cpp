@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/support/staged_install.h"
+
 #include <set>
 #include <string>
 
@@ -17,17 +19,13 @@
 namespace cmr {
 namespace {
 
-std::wstring StagedFile(const wchar_t* relative) {
-  // Unit tests run from <build>\tests; the staged install tree is <build>\stage.
-  return JoinPath(JoinPath(ParentFolder(ExecutableFolder()), L"stage"), relative);
-}
 
 rapidjson::Document Load(const wchar_t* relative) {
   rapidjson::Document document;
-  std::string bytes;
-  EXPECT_EQ(ReadWholeFile(StagedFile(relative), bytes), ReadStatus::ok) << relative;
+  const Result<std::string> bytes = ReadWholeFile(StagedFile(relative));
+  EXPECT_TRUE(bytes.ok()) << relative;
   JsonParseFailure failure;
-  EXPECT_TRUE(ParseJsonText(bytes, false, document, failure)) << failure.offset;
+  EXPECT_TRUE(ParseJsonText(bytes ? bytes.value() : "", false, document, failure)) << failure.offset;
   return document;
 }
 
@@ -49,9 +47,9 @@ void CollectNodes(const std::vector<ModelNode>& items, std::vector<const ModelNo
 
 TEST(ShippedModel, BaselineValidatesFlattensAndParses) {
   rapidjson::Document baseline = Baseline();
-  ASSERT_EQ(ValidateAgainstSchema(Schema(), baseline, DocumentKind::baseline), L"");
+  ASSERT_EQ(ValidateAgainstSchema(Schema(), baseline, DocumentKind::baseline).message(), L"");
   DocumentHeader header;
-  ASSERT_EQ(ReadDocumentHeader(baseline, header), L"");
+  ASSERT_EQ(ReadDocumentHeader(baseline, header).message(), L"");
   EXPECT_EQ(header.kind, DocumentKind::baseline);
   EXPECT_EQ(header.schemaVersion, 2u);
   EXPECT_EQ(MenuStyleOf(header), L"create-organize");
@@ -71,9 +69,9 @@ TEST(ShippedModel, BaselineValidatesFlattensAndParses) {
   EXPECT_GE(inheriting, 2u);
 
   // Which target gets which of the nine layouts is checked end to end.
-  ASSERT_EQ(FlattenLayouts(baseline), L"");
+  ASSERT_EQ(FlattenLayouts(baseline).message(), L"");
   ModelDocument model;
-  ASSERT_EQ(ParseModelDocument(baseline, model), L"");
+  ASSERT_EQ(ParseModelDocument(baseline, model).message(), L"");
   ASSERT_EQ(model.layouts.size(), 9u);
   std::set<NodeKind> kinds;
   std::set<std::wstring> commands;
@@ -111,7 +109,7 @@ TEST(ShippedModel, BaselineValidatesFlattensAndParses) {
 std::wstring ValidateOverlay(const std::string& text) {
   rapidjson::Document overlay;
   EXPECT_FALSE(overlay.Parse(text.c_str()).HasParseError()) << text;
-  return ValidateAgainstSchema(Schema(), overlay, DocumentKind::overlay);
+  return ValidateAgainstSchema(Schema(), overlay, DocumentKind::overlay).message();
 }
 
 std::wstring ValidateNode(const std::string& node) {

@@ -2,23 +2,70 @@
 
 #include <fmt/xchar.h>
 
-#include "common/data_paths.h"
 #include "common/byte_image.h"
+#include "common/data_paths.h"
 #include "common/file_io.h"
+#include "common/publication.h"
 #include "common/unique_handle.h"
 
 namespace cmr {
+
+namespace {
+
+class CustomModelFormat final : public SnapshotFormat {
+ public:
+  explicit CustomModelFormat(const std::wstring& folder) : folder_(folder) {}
+
+  const wchar_t* LockName() const override { return L"Local\\BnlxCmrCustomModelPublication"; }
+  std::wstring Folder() const override { return folder_; }
+  std::wstring FilePrefix() const override { return L"custom-model-"; }
+  std::wstring SnapshotPath(uint32_t version) const override {
+    return JoinPath(folder_, fmt::format(L"{}{}.bin", kCustomModelSnapshotPrefix, version));
+  }
+  std::wstring ControlPath() const { return JoinPath(folder_, kCustomModelControlName); }
+
+  Result<uint32_t> AnnouncedVersion(FileOperations& files) const override {
+    Result<std::optional<std::string>> record = files.Read(ControlPath());
+    if (!record) return record.status();
+    uint32_t version = 0;
+    if (!record.value() || !ReadCustomModelControl(*record.value(), version)) return 0u;
+    return version;
+  }
+
+  Status Announce(FileOperations& files, uint32_t version) const override {
+    return files.WriteAtomically(ControlPath(), CustomModelControlRecord(version));
+  }
+
+  void CleanUp(FileOperations& files, uint32_t current) const override {
+    WIN32_FIND_DATAW entry{};
+    const std::wstring pattern =
+        JoinPath(folder_, std::wstring(kCustomModelSnapshotPrefix) + L"*");
+    UniqueFind find(::FindFirstFileW(pattern.c_str(), &entry));
+    if (!find) return;
+    do {
+      if ((entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) == 0 &&
+          IsStaleCustomModelSnapshot(entry.cFileName, current)) {
+        (void)files.Delete(JoinPath(folder_, entry.cFileName));
+      }
+    } while (::FindNextFileW(find.get(), &entry));
+  }
+
+ private:
+  std::wstring folder_;
+};
+
+}  // namespace
 
 std::wstring CustomModelControlPath() {
   return JoinPath(PublishedFolder(), kCustomModelControlName);
 }
 
 std::wstring CustomModelSnapshotPath(uint32_t version) {
-  return JoinPath(PublishedFolder(), fmt::format(L"{}{}.bin", kCustomModelSnapshotPrefix, version));
+  return CustomModelFormat(PublishedFolder()).SnapshotPath(version);
 }
 
 std::string CustomModelControlRecord(uint32_t version) {
-  ByteImageWriter record(12);
+  ByteImageWriter record(kCustomModelControlBytes);
   record.PutU32(0, kCustomModelMagic);
   record.PutU32(4, kCustomModelLayout);
   record.PutU32(8, version);
@@ -38,22 +85,10 @@ bool ReadCustomModelControl(std::string_view record, uint32_t& version) {
   return true;
 }
 
-uint32_t NextCustomModelVersion(std::string_view record) {
-  uint32_t version = 0;
-  return ReadCustomModelControl(record, version) ? version + 1 : 1;
-}
-
-uint32_t NextCustomModelVersion() {
-  std::string record;
-  if (ReadWholeFile(CustomModelControlPath(), record) != ReadStatus::ok) return 1;
-  return NextCustomModelVersion(record);
-}
-
 bool IsStaleCustomModelSnapshot(std::wstring_view fileName, uint32_t current) {
   constexpr std::wstring_view kSuffix = L".bin";
   if (fileName.size() <= kCustomModelSnapshotPrefix.size() + kSuffix.size() ||
-      fileName.substr(0, kCustomModelSnapshotPrefix.size()) != kCustomModelSnapshotPrefix ||
-      fileName.substr(fileName.size() - kSuffix.size()) != kSuffix) {
+      !fileName.starts_with(kCustomModelSnapshotPrefix) || !fileName.ends_with(kSuffix)) {
     return false;
   }
   const std::wstring_view digits =
@@ -68,40 +103,19 @@ bool IsStaleCustomModelSnapshot(std::wstring_view fileName, uint32_t current) {
   return number != current && number + 1 != current;
 }
 
-void RemoveStaleCustomModelSnapshots(const std::wstring& folder, uint32_t current) {
-  WIN32_FIND_DATAW entry{};
-  const std::wstring pattern = JoinPath(folder, std::wstring(kCustomModelSnapshotPrefix) + L"*");
-  UniqueFind find(::FindFirstFileW(pattern.c_str(), &entry));
-  if (!find) return;
-  do {
-    if ((entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) == 0 &&
-        IsStaleCustomModelSnapshot(entry.cFileName, current)) {
-      (void)::DeleteFileW(JoinPath(folder, entry.cFileName).c_str());
-    }
-  } while (::FindNextFileW(find.get(), &entry));
+Result<uint32_t> PublishCustomModel(const CompiledCustomModel& model, FileOperations& files) {
+  return PublishCustomModel(model, PublishedFolder(), files);
 }
 
-std::wstring PublishCustomModel(const CompiledCustomModel& model, uint32_t& version) {
-  const std::wstring folder = PublishedFolder();
-  if (const DWORD error = EnsureDirectories(folder); error != ERROR_SUCCESS) {
-    return fmt::format(L"Could not create the publish directory (error {}).", error);
-  }
-  const uint32_t next = NextCustomModelVersion();
-  const std::string image = FlattenCustomModel(model, next);
-  if (image.empty()) return L"The custom model snapshot exceeded its size limit.";
-  if (std::wstring failure = AtomicWriteFile(CustomModelSnapshotPath(next), image);
-      !failure.empty()) {
-    return failure;
-  }
-  // The rename of the control file is the commit point: the snapshot it names is complete.
-  if (std::wstring failure =
-          AtomicWriteFile(CustomModelControlPath(), CustomModelControlRecord(next));
-      !failure.empty()) {
-    return failure;
-  }
-  RemoveStaleCustomModelSnapshots(folder, next);
-  version = next;
-  return {};
+Result<uint32_t> PublishCustomModel(const CompiledCustomModel& model, const std::wstring& folder,
+                                    FileOperations& files) {
+  SnapshotBuild build;
+  build.image = [&model](uint32_t version) -> Result<std::string> {
+    std::string image = FlattenCustomModel(model, version);
+    if (image.empty()) return Status::Failure(L"The custom model snapshot exceeded its size limit.");
+    return image;
+  };
+  return PublishSnapshot(CustomModelFormat(folder), files, build);
 }
 
 }  // namespace cmr

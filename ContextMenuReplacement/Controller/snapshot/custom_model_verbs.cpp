@@ -105,21 +105,19 @@ int Effective(const CustomModelArguments& args) {
   }
   const std::wstring& text = args.arguments[0];
   MenuTarget target;
-  if (std::wstring message = ParseTarget(text, target); !message.empty()) {
-    PrintLine(L"%s", message);
+  if (Status parsed = ParseTarget(text, target); !parsed) {
+    PrintLine(L"%s", parsed.message());
     return 1;
   }
-  std::string control;
+  const Result<std::string> control = ReadWholeFile(CustomModelControlPath());
   uint32_t version = 0;
-  if (ReadWholeFile(CustomModelControlPath(), control) != ReadStatus::ok ||
-      !ReadCustomModelControl(control, version)) {
+  if (!control || !ReadCustomModelControl(control.value(), version)) {
     PrintLine(L"No compatible custom model has been published yet.");
     return 1;
   }
-  std::string image;
+  const Result<std::string> image = ReadWholeFile(CustomModelSnapshotPath(version));
   CustomModelView view;
-  if (ReadWholeFile(CustomModelSnapshotPath(version), image) != ReadStatus::ok ||
-      !AttachCustomModel(image.data(), image.size(), view)) {
+  if (!image || !AttachCustomModel(image->data(), image->size(), view)) {
     PrintLine(L"The published custom model snapshot is not readable.");
     return 1;
   }
@@ -155,8 +153,8 @@ int Preview(const CustomModelArguments& args) {
     return 1;
   }
   MenuTarget target;
-  if (std::wstring message = ParseTarget(args.arguments[0], target); !message.empty()) {
-    PrintLine(L"%s", message);
+  if (Status parsed = ParseTarget(args.arguments[0], target); !parsed) {
+    PrintLine(L"%s", parsed.message());
     return 1;
   }
   PrintLine(

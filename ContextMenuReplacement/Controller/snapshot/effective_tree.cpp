@@ -3,21 +3,10 @@
 #include <fmt/xchar.h>
 
 #include "common/json_text.h"
+#include "model/model_names.h"
 
 namespace cmr {
 namespace {
-
-constexpr const wchar_t* kKindWords[] = {L"command",
-                                         L"extension-slot",
-                                         L"submenu",
-                                         L"separator",
-                                         L"classic-extension-slot",
-                                         L"icon_band",
-                                         L"windows-extension-slot",
-                                         L"withheld-slots",
-                                         L"command-reference",
-                                         L"provider-reference",
-                                         L"remaining-commands"};
 
 // A valid model is at most nine levels deep and visits each row once; the walk stops at these
 // bounds so that rows pointing back at their ancestors cannot make it run away.
@@ -71,7 +60,7 @@ class TreeWalk {
       const NodeRow node = view_.Node(first + i);
       if (i != 0) json += L',';
       json += L"{\"id\":" + JsonQuote(view_.Text(node.id)) + L",\"kind\":" +
-              JsonQuote(kKindWords[node.kind]);
+              JsonQuote(FromUtf8(NodeKindName(static_cast<NodeKind>(node.kind))));
       if (node.identity.length != 0)
         json += L",\"command\":" + JsonQuote(view_.Text(node.identity));
       const auto kind = static_cast<NodeKind>(node.kind);

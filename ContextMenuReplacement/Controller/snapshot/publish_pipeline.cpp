@@ -26,15 +26,18 @@ ModelPipelineResult Refused(std::wstring message, bool fatal) {
 ModelPipelineResult CompileBaseline(const std::wstring& schemaPath,
                                     const std::wstring& baselinePath,
                                     CompiledCustomModel& compiled) {
-  std::string schemaText, baselineText;
-  if (ReadWholeFile(schemaPath, schemaText) != ReadStatus::ok ||
-      ReadWholeFile(baselinePath, baselineText) != ReadStatus::ok) {
+  const Result<std::string> schemaText = ReadWholeFile(schemaPath);
+  const Result<std::string> baselineText = ReadWholeFile(baselinePath);
+  if (!schemaText || !baselineText) {
+    // The sentence is the one its callers know; which file and why goes to the log.
+    WriteLogLine(LogLevel::error,
+                 L"[custom-model] " + (!schemaText ? schemaText : baselineText).message());
     return Refused(L"The schema or baseline file could not be read.", true);
   }
   rapidjson::Document schema, baseline;
   JsonParseFailure failure;
-  const bool schemaParsed = ParseJsonText(schemaText, false, schema, failure);
-  if (!schemaParsed || !ParseJsonText(baselineText, false, baseline, failure)) {
+  const bool schemaParsed = ParseJsonText(schemaText.value(), false, schema, failure);
+  if (!schemaParsed || !ParseJsonText(baselineText.value(), false, baseline, failure)) {
     // The fixed sentence its callers know, then where the text went wrong.
     ModelPipelineResult result = Refused(L"The schema or baseline is not valid JSON.", false);
     result.errors.push_back(fmt::format(L"The {} has a JSON parse error at offset {}: {}",
@@ -45,27 +48,28 @@ ModelPipelineResult CompileBaseline(const std::wstring& schemaPath,
   // The header first: a future schema version or an overlay given in place of the baseline is
   // reported as such rather than as whatever the schema dislikes about it.
   DocumentHeader header;
-  if (std::wstring error = ReadDocumentHeader(baseline, header); !error.empty()) {
-    return Refused(std::move(error), false);
+  if (Status error = ReadDocumentHeader(baseline, header); !error) {
+    return Refused(error.message(), false);
   }
-  if (std::wstring error = RequireBaselineDocument(header); !error.empty()) {
-    return Refused(std::move(error), false);
+  if (Status error = RequireBaselineDocument(header); !error) {
+    return Refused(error.message(), false);
   }
   // The shipped baseline's refusal is the one fixed sentence its callers know; the validator's
   // finding follows it so that whoever edited the file can see where it went wrong.
-  if (std::wstring detail = SchemaViolation(schema, baseline); !detail.empty()) {
+  if (Status violation = SchemaViolation(schema, baseline); !violation) {
     ModelPipelineResult result =
         Refused(L"The baseline does not satisfy custom-menu.schema.json.", false);
+    std::wstring detail = violation.message();
     detail[0] = static_cast<wchar_t>(std::towupper(detail[0]));
     result.errors.push_back(std::move(detail));
     return result;
   }
-  if (std::wstring error = FlattenLayouts(baseline); !error.empty()) {
-    return Refused(std::move(error), false);
+  if (Status error = FlattenLayouts(baseline); !error) {
+    return Refused(error.message(), false);
   }
   ModelDocument model;
-  if (std::wstring error = ParseModelDocument(baseline, model); !error.empty()) {
-    return Refused(std::move(error), false);
+  if (Status error = ParseModelDocument(baseline, model); !error) {
+    return Refused(error.message(), false);
   }
   compiled = CompileCustomModel(model);
   if (compiled.layouts.empty()) {
@@ -87,13 +91,14 @@ ModelPipelineResult PublishBaseline(const std::wstring& schemaPath,
   CompiledCustomModel compiled;
   ModelPipelineResult result = CompileBaseline(schemaPath, baselinePath, compiled);
   if (!result.errors.empty() || !publish) return result;
-  uint32_t version = 0;
-  if (std::wstring failure = PublishCustomModel(compiled, version); !failure.empty()) {
-    WriteLogLine(LogLevel::error, L"[custom-model] Publication failed: " + failure);
-    return Refused(std::move(failure), true);
+  const Result<uint32_t> published = PublishCustomModel(compiled);
+  if (!published) {
+    WriteLogLine(LogLevel::error, L"[custom-model] Publication failed: " + published.message());
+    return Refused(published.message(), true);
   }
   result.published = true;
-  result.version = version;
+  result.version = published.value();
+  const uint32_t version = result.version;
   WriteLogLine(LogLevel::info,
                fmt::format(L"[custom-model] Published custom model version {} ({} bytes): {} "
                            L"layout(s), {} node(s).",

@@ -59,7 +59,7 @@ uint32_t Score(const LayoutMatchView& layout, const MenuTarget& target) {
 
 }  // namespace
 
-std::wstring ParseTarget(std::wstring_view text, MenuTarget& target) {
+Status ParseTarget(std::wstring_view text, MenuTarget& target) {
   MenuTarget parsed;
   bool known = false;
   for (const NamedTarget& named : kNamedTargets) {
@@ -96,9 +96,9 @@ std::wstring ParseTarget(std::wstring_view text, MenuTarget& target) {
     known = !rest.empty() && rest.find(L':') == std::wstring_view::npos;
   }
   if (!known) {
-    return L"Unknown target '" + std::wstring(text) +
+    return Status::Failure(L"Unknown target '" + std::wstring(text) +
            L"'. Use desktop, folder-background, folder-item, drive, file-item, "
-           L"class:<perceived-type>, file:<ext>, or namespace:<guid>[:none|single|multi].";
+           L"class:<perceived-type>, file:<ext>, or namespace:<guid>[:none|single|multi].");
   }
   target = std::move(parsed);
   return {};

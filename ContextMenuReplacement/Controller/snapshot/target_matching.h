@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 
+#include "common/status.h"
 #include "model/model_types.h"
 
 namespace cmr {
@@ -40,9 +41,9 @@ struct MatchResult {
 
 // The target grammar of the verbs: desktop, folder-background, folder-item, drive, file-item,
 // the four taskbar targets, file:<ext>, class:<perceived-type> and
-// namespace:<guid>[:none|single|multi]. Returns "" and fills `target`, or returns the
+// namespace:<guid>[:none|single|multi]. Fills `target`, or fails with the
 // unknown-target message (console form, with the text in it) and leaves `target` untouched.
-[[nodiscard]] std::wstring ParseTarget(std::wstring_view text, MenuTarget& target);
+[[nodiscard]] Status ParseTarget(std::wstring_view text, MenuTarget& target);
 
 // The raw scan over the layouts in order.
 [[nodiscard]] MatchResult Match(std::span<const LayoutMatchView> layouts, const MenuTarget& target);

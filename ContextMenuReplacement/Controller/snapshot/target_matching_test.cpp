@@ -13,7 +13,7 @@ constexpr wchar_t kComputer[] = L"namespace:{20d04fe0-3aea-1069-a2d8-08002b30309
 
 MenuTarget Target(std::wstring_view text) {
   MenuTarget target;
-  EXPECT_EQ(ParseTarget(text, target), L"") << std::wstring(text);
+  EXPECT_EQ(ParseTarget(text, target).message(), L"") << std::wstring(text);
   return target;
 }
 
@@ -35,7 +35,7 @@ TEST(TargetMatching, ParsesTheTargetGrammar) {
                              L"namespace:{x}:several", L"namespace::none"}) {
     MenuTarget untouched;
     untouched.extension = L"kept";
-    EXPECT_EQ(ParseTarget(bad, untouched),
+    EXPECT_EQ(ParseTarget(bad, untouched).message(),
               std::wstring(L"Unknown target '") + bad +
                   L"'. Use desktop, folder-background, folder-item, drive, file-item, "
                   L"class:<perceived-type>, file:<ext>, or namespace:<guid>[:none|single|multi].");

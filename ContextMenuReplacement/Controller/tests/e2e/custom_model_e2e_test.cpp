@@ -223,7 +223,7 @@ TEST(CustomModelE2e, InvalidOrOversizedBaselineIsNeverPublished) {
   EXPECT_EQ(run.exitCode, 1u);
   const std::string broken = "{\"document_kind\": \"baseline\",";
   const std::string where =
-      "The baseline has a JSON parse error at offset 30: Missing a name for "
+      "The baseline has a JSON parse error at offset 29: Missing a name for "
       "object member.";
   run = publish("broken.json", broken);
   EXPECT_EQ(run.output, "  error:   The schema or baseline is not valid JSON.\n  error:   " +

@@ -6,6 +6,7 @@
 
 #include "common/data_paths.h"
 #include "common/file_io.h"
+#include "tests/support/staged_install.h"
 #include "common/text.h"
 
 namespace cmr::e2e {
@@ -77,8 +78,7 @@ UniqueHandle Start(const std::vector<std::wstring>& args, UniqueHandle& process)
 }  // namespace
 
 std::wstring InstallFolder() {
-  // Test executables live in <build>\tests, the staged install tree in <build>\stage.
-  return JoinPath(ParentFolder(ExecutableFolder()), L"stage");
+  return StagedInstallFolder();
 }
 
 std::wstring ControllerPath() {
@@ -192,14 +192,13 @@ void ResetUserData() {
 }
 
 std::string ReadBytes(const std::wstring& path) {
-  std::string bytes;
-  if (ReadWholeFile(path, bytes) != ReadStatus::ok) return "<unreadable>";
-  return bytes;
+  const Result<std::string> bytes = ReadWholeFile(path);
+  return bytes ? bytes.value() : "<unreadable>";
 }
 
 void WriteBytes(const std::wstring& path, const std::string& bytes) {
-  MessageList errors;
-  (void)WriteWholeFile(path, bytes, errors);
+  (void)EnsureDirectories(ParentFolder(path));
+  (void)AtomicWriteFile(path, bytes);
 }
 
 std::wstring ScratchFolder(const std::wstring& name) {

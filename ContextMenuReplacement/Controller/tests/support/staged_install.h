@@ -1,0 +1,20 @@
+#pragma once
+// The staged install tree (<build>\stage: the exe with Content and Schema beside it), seen from
+// a test or benchmark program in a sibling folder of it (<build>\tests, <build>\bench).
+
+#include <string>
+
+#include "common/data_paths.h"
+#include "common/file_io.h"
+
+namespace cmr {
+
+inline std::wstring StagedInstallFolder() {
+  return JoinPath(ParentFolder(ExecutableFolder()), L"stage");
+}
+
+inline std::wstring StagedFile(const std::wstring& relative) {
+  return JoinPath(StagedInstallFolder(), relative);
+}
+
+}  // namespace cmr
