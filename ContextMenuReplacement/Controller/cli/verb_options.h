@@ -7,10 +7,9 @@
 
 #include "config/config_verbs.h"
 #include "snapshot/custom_model_verbs.h"
+#include "state/lifecycle_state.h"
 
 namespace cmr {
-
-enum class SuppressionStrategy : int { classic = 1, refusal = 2 };
 
 struct EnableOptions {
   bool yes = false;

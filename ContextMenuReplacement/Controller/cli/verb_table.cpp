@@ -1,8 +1,12 @@
 #include "cli/verb_table.h"
 
-#include "common/console.h"
 #include "cli/verb_options.h"
+#include "common/console.h"
 #include "config/config_verbs.h"
+#include "explorer/explorer_discovery.h"
+#include "explorer/explorer_restart.h"
+#include "explorer/hook_channel.h"
+#include "explorer/mode_verbs.h"
 #include "snapshot/custom_model_verbs.h"
 
 namespace cmr {
@@ -52,17 +56,45 @@ int BootRestoreVerb(const std::vector<std::wstring>&) {
 
 int SuppressVerb(const std::vector<std::wstring>& args) {
   if (args.empty()) return Refuse(L"suppress needs a mode: off, classnotreg, or efail.\n");
-  return ReportUnavailable(L"suppress");
+  return RunSuppressVerb(args[0]);
 }
 
 int ContextVerb(const std::vector<std::wstring>& args) {
   if (args.empty()) return Refuse(L"context needs a mode: off, log, or overlay.\n");
-  return ReportUnavailable(L"context");
+  return RunContextVerb(args[0], args.size() > 1 && args[1] == L"fallback");
 }
 
 int ReplacementVerb(const std::vector<std::wstring>& args) {
   if (args.empty()) return Refuse(L"replacement needs a mode: off, native, modern, or fail.\n");
-  return ReportUnavailable(L"replacement");
+  return RunReplacementVerb(args[0]);
+}
+
+int ProbeVerb(const std::vector<std::wstring>&) {
+  return RunProbe();
+}
+
+int InjectVerb(const std::vector<std::wstring>&) {
+  return Inject();
+}
+
+int RestartExplorerVerb(const std::vector<std::wstring>&) {
+  return RunRestartExplorerVerb();
+}
+
+int TopologyVerb(const std::vector<std::wstring>&) {
+  return RunTopologyVerb();
+}
+
+int RescanVerb(const std::vector<std::wstring>&) {
+  return RunRescanVerb();
+}
+
+int ResetFlashVerb(const std::vector<std::wstring>&) {
+  return RunResetFlashVerb();
+}
+
+int DiscoverVerb(const std::vector<std::wstring>&) {
+  return RunDiscoverVerb();
 }
 
 int ConfigVerb(const std::vector<std::wstring>& args) {
@@ -82,11 +114,11 @@ int CustomModelVerb(const std::vector<std::wstring>& args) {
 }
 
 constexpr VerbRow kVerbs[] = {
-    {L"restart-explorer", nullptr},
-    {L"probe", nullptr},
+    {L"restart-explorer", RestartExplorerVerb},
+    {L"probe", ProbeVerb},
     {L"install", nullptr},
     {L"enable", EnableVerb},
-    {L"inject", nullptr},
+    {L"inject", InjectVerb},
     {L"inject-dialog", InjectDialogVerb},
     {L"dialog-crashes", nullptr},
     {L"provider-strikes", nullptr},
@@ -94,9 +126,9 @@ constexpr VerbRow kVerbs[] = {
     {L"uninstall", nullptr},
     {L"boot-restore", BootRestoreVerb},
     {L"status", nullptr},
-    {L"topology", nullptr},
-    {L"rescan", nullptr},
-    {L"resetflash", nullptr},
+    {L"topology", TopologyVerb},
+    {L"rescan", RescanVerb},
+    {L"resetflash", ResetFlashVerb},
     {L"suppress", SuppressVerb},
     {L"context", ContextVerb},
     {L"replacement", ReplacementVerb},
@@ -104,7 +136,7 @@ constexpr VerbRow kVerbs[] = {
     {L"inventory", nullptr},
     {L"config", ConfigVerb},
     {L"custom-model", CustomModelVerb},
-    {L"discover", nullptr},
+    {L"discover", DiscoverVerb},
     {L"disable", nullptr},
 };
 

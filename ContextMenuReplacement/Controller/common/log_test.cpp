@@ -42,17 +42,10 @@ TEST(LogFormat, FileNameFromStemComponentOrProduct) {
 #include "common/file_io.h"
 #include "common/text.h"
 #include "common/unique_handle.h"
+#include "tests/support/todays_log.h"
 
 namespace cmr {
 namespace {
-
-std::string TodaysLog() {
-  SYSTEMTIME today{};
-  ::GetLocalTime(&today);
-  const Result<std::string> bytes = ReadWholeFile(
-      JoinPath(ControllerLogFolder(), LogFileName(L"Ravelin", L"Controller", L"", today)));
-  return bytes ? bytes.value() : std::string();
-}
 
 std::vector<std::string> LinesContaining(const std::string& bytes, const std::string& marker) {
   std::vector<std::string> lines;

@@ -32,14 +32,15 @@ std::wstring QuoteArgument(const std::wstring& arg) {
   return out;
 }
 
-std::wstring CommandLine(const std::vector<std::wstring>& args) {
-  std::wstring line = QuoteArgument(ControllerPath());
+std::wstring CommandLine(const std::wstring& exePath, const std::vector<std::wstring>& args) {
+  std::wstring line = QuoteArgument(exePath);
   for (const std::wstring& arg : args) line += L" " + QuoteArgument(arg);
   return line;
 }
 
 // Starts the controller with standard output on a new pipe; returns the read end.
-UniqueHandle Start(const std::vector<std::wstring>& args, UniqueHandle& process) {
+UniqueHandle Start(const std::wstring& exePath, const std::vector<std::wstring>& args,
+                   UniqueHandle& process) {
   SECURITY_ATTRIBUTES inherit{sizeof(inherit), nullptr, TRUE};
   HANDLE readEnd = nullptr;
   HANDLE writeEnd = nullptr;
@@ -57,14 +58,14 @@ UniqueHandle Start(const std::vector<std::wstring>& args, UniqueHandle& process)
   startup.hStdOutput = writer.get();
   startup.hStdError = writer.get();
   PROCESS_INFORMATION info{};
-  std::wstring line = CommandLine(args);
+  std::wstring line = CommandLine(exePath, args);
   // Under a loaded machine Wine now and then refuses a process start that succeeds a moment
   // later; a test is about the controller, not about that.
   bool started = false;
   for (int attempt = 0; attempt < 5 && !started; ++attempt) {
     if (attempt != 0) ::Sleep(200);
     started = ::CreateProcessW(nullptr, line.data(), nullptr, nullptr, TRUE, 0, nullptr,
-                               InstallFolder().c_str(), &startup, &info);
+                               ParentFolder(exePath).c_str(), &startup, &info);
   }
   if (!started) {
     ADD_FAILURE() << "could not start the controller: error " << ::GetLastError();
@@ -86,9 +87,14 @@ std::wstring ControllerPath() {
 }
 
 RunResult RunController(const std::vector<std::wstring>& args, DWORD timeoutMs) {
+  return RunControllerAt(ControllerPath(), args, timeoutMs);
+}
+
+RunResult RunControllerAt(const std::wstring& exePath, const std::vector<std::wstring>& args,
+                          DWORD timeoutMs) {
   RunResult result;
   UniqueHandle process;
-  UniqueHandle reader = Start(args, process);
+  UniqueHandle reader = Start(exePath, args, process);
   if (!reader) return result;
   // Read until the child closes its end; the pipe's write end was ours only until the child
   // inherited it, so end-of-file comes when the child exits.
@@ -126,7 +132,7 @@ DWORD WINAPI ReadLoop(void* context) {
 }  // namespace
 
 RunningController::RunningController(const std::vector<std::wstring>& args) : shared_(new Shared) {
-  UniqueHandle reader = Start(args, process_);
+  UniqueHandle reader = Start(ControllerPath(), args, process_);
   shared_->pipe = reader.release();
   if (shared_->pipe) readThread_.reset(::CreateThread(nullptr, 0, ReadLoop, shared_, 0, nullptr));
 }

@@ -20,6 +20,9 @@ std::wstring InstallFolder();
 std::wstring ControllerPath();
 
 RunResult RunController(const std::vector<std::wstring>& args, DWORD timeoutMs = 60000);
+// The same with a copy of the controller at another path (an installation missing a file).
+RunResult RunControllerAt(const std::wstring& exePath, const std::vector<std::wstring>& args,
+                          DWORD timeoutMs = 60000);
 
 // A controller that keeps running (config watch); its output is collected by a reader thread.
 class RunningController {
