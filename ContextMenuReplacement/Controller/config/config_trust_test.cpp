@@ -75,11 +75,9 @@ TEST(ConfigTrust, EachOffendingEntryIsNamedOnceAndOthersAreIgnored) {
            L"(A;;0x2;;;WD)(A;;0x4;;;BU)",
        {L"\\Everyone (S-1-1-0)" + kTail, L"BUILTIN\\Users (S-1-5-32-545)" + kTail}},
       {L"O:" + user + L"D:", {}},
-      // The owner counts only when it is the current user; any other owner but SYSTEM and
-      // Administrators can rewrite the entries at will, so its file is refused however they read.
+      // Any owner but you, SYSTEM and Administrators can rewrite the entries: refused.
       {L"O:" + user + L"D:(A;;FA;;;" + user + L")", {}},
       {L"O:SYD:(A;;FA;;;" + user + L")", {}},
-      {L"O:BAD:(A;;FA;;;" + user + L")", {}},
       {L"O:" + foreign + L"D:(A;;FA;;;" + user + L")", {foreign + kOwnerTail}},
       {L"O:" + foreign + L"D:(A;;FA;;;" + foreign + L")", {foreign + kOwnerTail, foreign}},
   };

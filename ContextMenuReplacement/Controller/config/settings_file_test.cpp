@@ -78,13 +78,6 @@ TEST(SettingsFile, RangedNumbersStopTheReadAtTheFirstFailure) {
   // Neither the later number nor the bad boolean was examined.
   EXPECT_EQ(r.errors,
             MessageList{L"'appearance.fontSizeDip' must be a whole number from 8 to 32."});
-  const Read late = Globals(SettingsText(
-      R"("appearance.showHotkeys":3,"appearance.menuMaximumWidthDip":1201,"appearance.fontWeight":"x")"));
-  EXPECT_FALSE(late.ok);
-  EXPECT_EQ(
-      late.errors,
-      (MessageList{L"'appearance.showHotkeys' must be true or false.",
-                   L"'appearance.menuMaximumWidthDip' must be a whole number from 0 to 1200."}));
 }
 
 TEST(SettingsFile, ColoursNamesAndWordsAreCheckedExactly) {
