@@ -2,10 +2,46 @@
 
 #include <fmt/xchar.h>
 
+#include <algorithm>
+#include <cstdlib>
+
+#include "common/json_text.h"
 #include "common/text.h"
 #include "common/win32.h"
 
 namespace cmr {
+
+namespace {
+
+// Output bound for a pipe or file is gathered here and written in large blocks: one WriteFile
+// per line made 100,000 warnings through a pipe take tens of seconds. A console gets each text
+// at once, since a person is reading it.
+struct PendingOutput {
+  std::string bytes;
+  bool registered = false;
+};
+
+PendingOutput& Pending() {
+  static PendingOutput pending;
+  return pending;
+}
+
+constexpr size_t kFlushBytes = 64 * 1024;
+
+void WriteAll(HANDLE output, std::string_view bytes) {
+  while (!bytes.empty()) {
+    DWORD written = 0;
+    const auto chunk = static_cast<DWORD>(std::min<size_t>(bytes.size(), 1u << 20));
+    if (!::WriteFile(output, bytes.data(), chunk, &written, nullptr) || written == 0) return;
+    bytes.remove_prefix(written);
+  }
+}
+
+void FlushAtExit() {
+  FlushStandardOutput();
+}
+
+}  // namespace
 
 std::wstring FormatConsoleTextWith(std::wstring_view format, fmt::wprintf_args args) {
   try {
@@ -15,23 +51,43 @@ std::wstring FormatConsoleTextWith(std::wstring_view format, fmt::wprintf_args a
   }
 }
 
+void FlushStandardOutput() {
+  PendingOutput& pending = Pending();
+  if (pending.bytes.empty()) return;
+  const HANDLE output = ::GetStdHandle(STD_OUTPUT_HANDLE);
+  if (output != nullptr && output != INVALID_HANDLE_VALUE) WriteAll(output, pending.bytes);
+  pending.bytes.clear();
+}
+
 void WriteStandardOutput(std::wstring_view text) {
   const HANDLE output = ::GetStdHandle(STD_OUTPUT_HANDLE);
   if (output == nullptr || output == INVALID_HANDLE_VALUE || text.empty()) return;
   DWORD mode = 0;
   if (::GetConsoleMode(output, &mode)) {
+    FlushStandardOutput();
     DWORD written = 0;
     ::WriteConsoleW(output, text.data(), static_cast<DWORD>(text.size()), &written, nullptr);
     return;
   }
   // Pipes and files get UTF-8 with the line feeds as written, which is what the Settings
   // application and scripts parse.
-  const std::string bytes = ToUtf8(text);
-  DWORD written = 0;
-  ::WriteFile(output, bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr);
+  PendingOutput& pending = Pending();
+  if (!pending.registered) {
+    pending.registered = true;
+    std::atexit(FlushAtExit);
+  }
+  pending.bytes += ToUtf8(text);
+  if (pending.bytes.size() >= kFlushBytes) FlushStandardOutput();
 }
 
 void PrintLineText(std::wstring line) {
+  // No line format of the program holds a control character, so any in the line came from a
+  // document or a path: printed raw, a carriage return or an escape sequence could rewrite
+  // what the user sees. They are shown as escapes instead.
+  if (std::any_of(line.begin(), line.end(),
+                  [](wchar_t c) { return c < 0x20 || (c >= 0x7F && c < 0xA0); })) {
+    line = EscapeControlCharacters(line);
+  }
   if (line.size() > kPrintLineMaxUnits) line.resize(kPrintLineMaxUnits);
   line += L'\n';
   WriteStandardOutput(line);

@@ -23,8 +23,12 @@ template <typename... Args>
 }
 
 // Writes text to standard output as it is: UTF-16 to a console, UTF-8 to a pipe or file.
-// Nothing is written when the process has no standard output.
+// Nothing is written when the process has no standard output. Output to a pipe or file is
+// buffered until FlushStandardOutput, a full buffer or the process's exit.
 void WriteStandardOutput(std::wstring_view text);
+// Writes out what is buffered. Call it before waiting on anything, so that a reader of the
+// pipe sees every line printed before the wait.
+void FlushStandardOutput();
 
 // The longest line PrintLine prints, in UTF-16 units, before its line feed.
 inline constexpr size_t kPrintLineMaxUnits = 2047;

@@ -44,6 +44,7 @@ std::string CaptureStandardOutput(void (*print)()) {
     const HANDLE saved = ::GetStdHandle(STD_OUTPUT_HANDLE);
     ::SetStdHandle(STD_OUTPUT_HANDLE, file.get());
     print();
+    FlushStandardOutput();
     ::SetStdHandle(STD_OUTPUT_HANDLE, saved);
   }
   if (Result<std::string> read = ReadWholeFile(path)) bytes = read.value();
@@ -59,10 +60,12 @@ TEST(ConsoleOutput, PrintLineCutsLongLinesAndStillEndsThem) {
 TEST(ConsoleOutput, WideArgumentsReachThePipeWholeAsUtf8) {
   const std::string out = CaptureStandardOutput([] {
     PrintLine(L"Publishing %s", L"C:\\Users\\J\u00fcrgen\\menu.json");
+    // A line never carries a document's control characters raw.
+    PrintLine(L"'%s'", L"\x1b[2J\rx");
     Print(L"%s|%zu", std::wstring(3000, L'b'), size_t{7});
   });
-  EXPECT_EQ(out,
-            "Publishing C:\\Users\\J\xC3\xBCrgen\\menu.json\n" + std::string(3000, 'b') + "|7");
+  EXPECT_EQ(out, "Publishing C:\\Users\\J\xC3\xBCrgen\\menu.json\n'\\u001b[2J\\u000dx'\n" +
+                     std::string(3000, 'b') + "|7");
 }
 
 }  // namespace

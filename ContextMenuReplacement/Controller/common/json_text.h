@@ -1,5 +1,11 @@
 #pragma once
 // Reading JSON documents and writing the one-line JSON outputs of the verbs.
+//
+// Every document the program reads (the menu file, the settings file, the schema, baselines and
+// overlays) goes through ParseJsonText, which refuses what RapidJSON alone would let through
+// or crash on: nesting deeper than kMaxJsonDepth, a NUL byte anywhere in the text, a
+// "\u0000" inside a string, invalid UTF-8, an unpaired surrogate, and a key repeated within one
+// object. A UTF-8 byte-order mark at the start is skipped, since Windows editors write one.
 
 #include <rapidjson/document.h>
 
@@ -11,13 +17,19 @@
 
 namespace cmr {
 
+// Deeper than any document the program ships or expects by an order of magnitude, and shallow
+// enough that every recursive walk of a parsed document (the message writer, the layout merge)
+// stays far from the end of the stack.
+inline constexpr size_t kMaxJsonDepth = 128;
+
 struct JsonParseFailure {
-  size_t offset = 0;         // byte offset into the text
-  std::wstring description;  // RapidJSON's English text of the error code
+  size_t offset = 0;         // byte offset into the text, the byte-order mark included
+  std::wstring description;  // RapidJSON's English text of the error code, or ours
 };
 
 // Parses UTF-8 text; line comments are accepted when `allowComments`. On failure returns false
-// and fills `failure`; the document's content is then unspecified.
+// and fills `failure`; the document's content is then unspecified. Never recurses, so no text
+// can exhaust the stack.
 [[nodiscard]] bool ParseJsonText(std::string_view text, bool allowComments,
                                  rapidjson::Document& document, JsonParseFailure& failure);
 
@@ -26,6 +38,9 @@ struct JsonParseFailure {
 [[nodiscard]] std::wstring JsonQuote(std::wstring_view text);
 // A JSON array of strings, without spaces: ["a","b"].
 [[nodiscard]] std::wstring JsonStringArray(const MessageList& items);
+// The text with its control characters written as \u escapes, for quoting a value inside a
+// one-line message.
+[[nodiscard]] std::wstring EscapeControlCharacters(std::wstring_view text);
 
 // The member's value, or null when `object` is not an object or has no such member.
 [[nodiscard]] const rapidjson::Value* JsonMember(const rapidjson::Value& object, const char* key);
@@ -36,5 +51,10 @@ struct JsonParseFailure {
 
 // Member text of a UTF-8 DOM string value as UTF-16.
 [[nodiscard]] std::wstring JsonWide(const rapidjson::Value& value);
+
+// Checks every "$ref" of a JSON schema before a validator is built from it: each must be a
+// pointer into the schema itself ("#" or "#/...") that resolves, and no chain of references
+// may lead back to where it started. Returns a whole-sentence message, or empty when sound.
+[[nodiscard]] std::wstring SchemaReferenceProblem(const rapidjson::Value& schema);
 
 }  // namespace cmr

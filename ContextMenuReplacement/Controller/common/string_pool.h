@@ -21,6 +21,7 @@ struct StringRef {
 // beyond the pool's own growth (configurations near the size limit intern tens of thousands).
 class StringPool {
  public:
+  StringPool();
   StringRef Intern(std::wstring_view text);
   // Room for at least this many units and strings, so that a pool whose size is known in
   // advance is allocated once rather than grown step by step.
@@ -41,6 +42,7 @@ class StringPool {
   std::vector<char16_t> units_;
   std::vector<Slot> slots_;  // open addressing, linear probing; size is a power of two
   size_t used_ = 0;
+  uint64_t key_;  // the hash's key, drawn once per process
 };
 
 }  // namespace cmr

@@ -2,9 +2,10 @@
 
 #include <fmt/xchar.h>
 
-#include "common/log.h"
 #include "common/file_io.h"
 #include "common/json_text.h"
+#include "common/log.h"
+#include "common/system_error.h"
 #include "config/config_snapshot.h"
 #include "config/config_trust.h"
 #include "config/menu_document.h"
@@ -22,12 +23,23 @@ bool WithinSizeLimit(const MenuConfiguration& configuration) {
 
 PublishResult LoadMenuFile(const std::wstring& path, PublishMode mode, ConfigPublisher& publisher) {
   PublishResult result;
+  if (DirectoryExists(path)) {
+    result.errors.push_back(fmt::format(L"'{}' is a folder, not a menu file.", path));
+    return result;
+  }
   if (!FileExists(path)) {
     result.errors.push_back(
         fmt::format(L"'{}' does not exist. Run 'config init' to create one.", path));
     return result;
   }
-  result.aclAccepted = CheckConfigurationTrust(path, result.errors);
+  // One open handle serves the trust check and the read, so the file checked is the file read.
+  ConfigurationFile file;
+  if (const DWORD error = file.Open(path); error != ERROR_SUCCESS) {
+    result.errors.push_back(
+        fmt::format(L"Could not read the security descriptor of '{}': {}", path, ErrorText(error)));
+    return result;
+  }
+  result.aclAccepted = file.CheckTrust(result.errors);
   if (!result.aclAccepted) {
     WriteLogLine(LogLevel::error,
                  fmt::format(L"[config] Refusing '{}': its ACL permits writes by an unexpected "
@@ -35,14 +47,14 @@ PublishResult LoadMenuFile(const std::wstring& path, PublishMode mode, ConfigPub
                              path));
     return result;
   }
-  const Result<std::string> text = ReadWholeFile(path);
-  if (!text) {
+  std::string text;
+  if (!file.Read(text)) {
     result.errors.push_back(fmt::format(L"Could not read '{}'.", path));
     return result;
   }
   rapidjson::Document document;
   JsonParseFailure failure;
-  if (!ParseJsonText(text.value(), true, document, failure)) {
+  if (!ParseJsonText(text, true, document, failure)) {
     result.errors.push_back(
         fmt::format(L"JSON parse error at offset {}: {}", failure.offset, failure.description));
     return result;
@@ -61,35 +73,42 @@ PublishResult LoadSettingsFile(const std::wstring& path, PublishMode mode,
                                ConfigPublisher& publisher) {
   PublishResult result;
   MenuConfiguration configuration;
-  const bool read = ReadSettingsFile(path, configuration, result.errors, result.warnings);
+  // Read and checked through one handle, so the file whose menu is trusted is the file read.
+  ConfigurationFile file;
+  const DWORD openError = file.Open(path);
+  bool read = false;
+  if (openError == ERROR_FILE_NOT_FOUND || openError == ERROR_PATH_NOT_FOUND) {
+    result.errors.push_back(fmt::format(L"'{}' does not exist.", path));
+  } else if (std::string text; openError != ERROR_SUCCESS || !file.Read(text)) {
+    result.errors.push_back(fmt::format(L"Could not read '{}'.", path));
+  } else {
+    read = ReadSettingsText(text, configuration, result.errors, result.warnings);
+  }
+  const bool opened = openError == ERROR_SUCCESS;
   if (mode == PublishMode::checkOnly) {
     // Validation reports the ACL verdict whatever the content, so both can be fixed at once.
-    if (FileExists(path)) result.aclAccepted = CheckConfigurationTrust(path, result.errors);
+    if (opened) result.aclAccepted = file.CheckTrust(result.errors);
     if (!read) return result;
     publisher.Publish(configuration, mode, GlobalsPolicy::keepPublishedGlobals, result);
     result.valid = result.errors.empty();
     return result;
   }
   if (!read) return result;
-  result.valid = WithinSizeLimit(configuration);
-  // Checked before the globals go out, so an oversized menu changes nothing at all.
-  if (!result.valid) {
-    result.errors.push_back(CheckSnapshotSize(LayoutSnapshot(configuration).totalBytes).message());
-    return result;
-  }
+  // Globals, then trust, then the menu with its size check: the globals carry no executable,
+  // so they are applied even from a file others can modify or with a menu too large to
+  // publish; only the menu model, which names programs to run, waits for a trusted file.
   if (Status globals = publisher.PublishGlobals(configuration); !globals) {
     result.errors.push_back(globals.message());
     return result;
   }
   LogGlobalsPublished(configuration.enabled, configuration.bypassMask,
                       configuration.opacityPercent);
-  // The globals carry no executable, so they are applied even from a file others can modify;
-  // only the menu model, which names programs to run, waits for a trusted file.
-  result.aclAccepted = CheckConfigurationTrust(path, result.errors);
+  result.aclAccepted = file.CheckTrust(result.errors);
   if (!result.aclAccepted) {
     LogMenuModelRefused(path);
     return result;
   }
+  result.valid = WithinSizeLimit(configuration);
   publisher.Publish(configuration, mode, GlobalsPolicy::keepPublishedGlobals, result);
   return result;
 }

@@ -2,12 +2,13 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
+
 #include "common/byte_image.h"
 #include "common/json_text.h"
 #include "config/menu_document.h"
 
-// The starter document's snapshot and control.bin are decoded field by field from the published
-// files in config_verbs_e2e_test.cpp.
+// The starter's published files are decoded field by field in config_verbs_e2e_test.cpp.
 
 namespace cmr {
 namespace {
@@ -40,27 +41,21 @@ TEST(ConfigSnapshot, WorkedSizes) {
   EXPECT_EQ(image.substr(68, 44), std::string(44, '\0'));
 }
 
-TEST(ConfigSnapshot, EqualTitlesShareOnePoolEntry) {
+// Items use the pool (its sharing is the pool's own test); no arguments point at the end.
+TEST(ConfigSnapshot, ItemsShareThePoolAndEmptyArgumentRunsPointAtTheEnd) {
   rapidjson::Document document;
   JsonParseFailure failure;
   ASSERT_TRUE(ParseJsonText(
       R"({"profiles":[{"match":{"context":["folder-item"]},"items":[
           {"source":"user","title":"Edit","executable":"a.exe","arguments":["Edit"]},
-          {"source":"user","title":"Edit","executable":"b.exe"},
-          {"source":"user","title":"edit","executable":"a.exe"}]}]})",
+          {"source":"user","title":"Edit","executable":"b.exe"}]}]})",
       false, document, failure));
   MenuConfiguration config;
   MessageList errors, warnings;
   ASSERT_TRUE(ParseMenuDocument(document, config, errors, warnings));
-  EXPECT_EQ(config.items[0].title, config.items[1].title);
-  EXPECT_EQ(config.arguments[0], config.items[0].title);
-  EXPECT_EQ(config.items[2].executable, config.items[0].executable);
-  EXPECT_NE(config.items[2].title, config.items[0].title);  // case-sensitive
-  // "Edit", "a.exe", "b.exe", "edit" with their terminators.
-  EXPECT_EQ(config.pool.units().size(), 5u + 6u + 6u + 5u);
-  // The item without arguments points at the current end of the arguments region.
-  EXPECT_EQ(config.items[1].firstArgument, 1u);
-  EXPECT_EQ(config.items[1].argumentCount, 0u);
+  EXPECT_EQ(config.arguments[0], config.items[1].title);
+  EXPECT_EQ(std::make_pair(config.items[1].firstArgument, config.items[1].argumentCount),
+            std::make_pair(1u, 0u));
 }
 
 // What no menu.json can set: the edges of the control block's fields.
@@ -83,24 +78,43 @@ TEST(ConfigSnapshot, ControlBlockEdges) {
   EXPECT_EQ(Words(block, 688, 1), std::vector<uint32_t>{1});
 }
 
-TEST(ConfigSnapshot, ReaderChecksCatchDamage) {
+// Each reader rule at its bound and one past it. The pool "T", "xy.exe" is 9 units, so the
+// image ends in zero padding that a check reading one unit too far would take for a terminator.
+TEST(ConfigSnapshot, ReaderRulesAtTheBoundAndOnePast) {
   MenuConfiguration config;
   config.profiles.push_back({kContextFolderItem, 0, 1});
   ItemRecord item;
   item.source = ItemSource::user;
   item.title = config.pool.Intern(L"T");
-  item.executable = config.pool.Intern(L"x.exe");
+  item.executable = config.pool.Intern(L"xy.exe");
+  item.argumentCount = 1;
   config.items.push_back(item);
+  config.arguments.push_back(config.pool.Intern(L"T"));
   const std::string good = FlattenConfiguration(config, 3);
   ASSERT_EQ(CheckSnapshotImage(good, 3), L"");
-  std::string profile = good, string = good, magic = good;
-  profile[56] = 2;       // itemCount 2 of 1 item
-  string[64 + 16] = 50;  // executable length past the pool
-  magic[0] = 0;
-  for (const std::string& bad : {good.substr(0, good.size() - 8), profile, string, magic}) {
-    EXPECT_NE(CheckSnapshotImage(bad, 3), L"");
+  // Profiles at 48, the item at 64, the argument at 112, the pool at 120.
+  const struct {
+    size_t at;
+    uint32_t bound, past;
+  } rows[] = {
+      {56, 1, 2},    // the profile's itemCount against the item region
+      {52, 0, 1},    // the profile's firstItem
+      {88, 1, 2},    // the item's argumentCount against the argument region
+      {64, 3, 4},    // the item's source
+      {80, 6, 7},    // the executable's length: its terminator is the pool's last unit
+      {76, 2, 3},    // the executable's offset
+      {72, 1, 2},    // the title's length
+      {116, 1, 2},   // the argument's length
+      {8, 3, 4},     // the version the control file names
+      {20, 48, 56},  // profilesOffset
+  };
+  for (const auto& row : rows) {
+    std::string image = good;
+    std::memcpy(image.data() + row.at, &row.bound, 4);
+    EXPECT_EQ(CheckSnapshotImage(image, 3), L"") << row.at;
+    std::memcpy(image.data() + row.at, &row.past, 4);
+    EXPECT_NE(CheckSnapshotImage(image, 3), L"") << row.at;
   }
-  EXPECT_NE(CheckSnapshotImage(good, 4), L"");
 }
 
 }  // namespace

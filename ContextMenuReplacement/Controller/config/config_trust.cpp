@@ -4,6 +4,8 @@
 #include <fmt/xchar.h>
 #include <sddl.h>
 
+#include <string>
+#include <utility>
 #include <vector>
 
 #include "common/system_error.h"
@@ -62,15 +64,23 @@ std::wstring DescribeSid(PSID sid) {
   return text;
 }
 
-bool CheckConfigurationTrust(const std::wstring& path, MessageList& errors) {
+DWORD ConfigurationFile::Open(const std::wstring& path) {
+  path_ = path;
+  handle_.reset(::CreateFileW(path.c_str(), GENERIC_READ | READ_CONTROL,
+                              FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                              OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+  return handle_ ? ERROR_SUCCESS : ::GetLastError();
+}
+
+bool ConfigurationFile::CheckTrust(MessageList& errors) const {
   PSID owner = nullptr;
   PACL dacl = nullptr;
   PSECURITY_DESCRIPTOR rawDescriptor = nullptr;
-  const DWORD status = ::GetNamedSecurityInfoW(
-      path.c_str(), SE_FILE_OBJECT, OWNER_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION, &owner,
-      nullptr, &dacl, nullptr, &rawDescriptor);
+  const DWORD status = ::GetSecurityInfo(handle_.get(), SE_FILE_OBJECT,
+                                         OWNER_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION,
+                                         &owner, nullptr, &dacl, nullptr, &rawDescriptor);
   if (status != ERROR_SUCCESS) {
-    errors.push_back(fmt::format(L"Could not read the security descriptor of '{}': {}", path,
+    errors.push_back(fmt::format(L"Could not read the security descriptor of '{}': {}", path_,
                                  ErrorText(status)));
     return false;
   }
@@ -84,12 +94,52 @@ bool CheckConfigurationTrust(const std::wstring& path, MessageList& errors) {
   return CheckDaclTrust(dacl, user.data(), owner, errors);
 }
 
+bool ConfigurationFile::Read(std::string& bytes) const {
+  LARGE_INTEGER size{};
+  if (!::GetFileSizeEx(handle_.get(), &size) || size.QuadPart > 0x7FFFFFFF) return false;
+  std::string content(static_cast<size_t>(size.QuadPart), '\0');
+  size_t done = 0;
+  while (done < content.size()) {
+    DWORD read = 0;
+    if (!::ReadFile(handle_.get(), content.data() + done, static_cast<DWORD>(content.size() - done),
+                    &read, nullptr) ||
+        read == 0) {
+      return false;
+    }
+    done += read;
+  }
+  bytes = std::move(content);
+  return true;
+}
+
+bool CheckConfigurationTrust(const std::wstring& path, MessageList& errors) {
+  ConfigurationFile file;
+  if (const DWORD error = file.Open(path); error != ERROR_SUCCESS) {
+    errors.push_back(
+        fmt::format(L"Could not read the security descriptor of '{}': {}", path, ErrorText(error)));
+    return false;
+  }
+  return file.CheckTrust(errors);
+}
+
 bool CheckDaclTrust(const ACL* dacl, PSID user, PSID owner, MessageList& errors) {
   if (!dacl) {
     errors.push_back(L"The file has a NULL DACL, which grants full control to everyone.");
     return false;
   }
   bool accepted = true;
+  // The owner may rewrite the entries whenever it likes, so entries that look right today
+  // prove nothing about a file someone else owns.
+  if (owner && ::IsValidSid(owner) && !(user && ::EqualSid(owner, user)) &&
+      !::IsWellKnownSid(owner, WinLocalSystemSid) &&
+      !::IsWellKnownSid(owner, WinBuiltinAdministratorsSid)) {
+    errors.push_back(fmt::format(
+        L"{} owns this file and can change its permissions at any time. Because it names "
+        L"executables that run on every right-click, only you, SYSTEM or Administrators may own "
+        L"it.",
+        AccountName(owner)));
+    accepted = false;
+  }
   for (DWORD index = 0; index < dacl->AceCount; ++index) {
     void* entry = nullptr;
     if (!::GetAce(const_cast<ACL*>(dacl), index, &entry)) continue;

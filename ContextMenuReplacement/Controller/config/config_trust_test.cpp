@@ -17,6 +17,10 @@ const std::wstring kTail =
     L" can modify this file. Because it names executables that run on every right-click, only "
     L"you, SYSTEM and Administrators may have write access.";
 
+const std::wstring kOwnerTail =
+    L" owns this file and can change its permissions at any time. Because it names executables "
+    L"that run on every right-click, only you, SYSTEM or Administrators may own it.";
+
 std::wstring CurrentUserSidText() {
   HANDLE raw = nullptr;
   EXPECT_TRUE(::OpenProcessToken(::GetCurrentProcess(), TOKEN_QUERY, &raw));
@@ -71,9 +75,11 @@ TEST(ConfigTrust, EachOffendingEntryIsNamedOnceAndOthersAreIgnored) {
            L"(A;;0x2;;;WD)(A;;0x4;;;BU)",
        {L"\\Everyone (S-1-1-0)" + kTail, L"BUILTIN\\Users (S-1-5-32-545)" + kTail}},
       {L"O:" + user + L"D:", {}},
-      // The owner counts only when it is the current user.
+      // Any owner but you, SYSTEM and Administrators can rewrite the entries: refused.
       {L"O:" + user + L"D:(A;;FA;;;" + user + L")", {}},
-      {L"O:" + foreign + L"D:(A;;FA;;;" + foreign + L")", {foreign}},
+      {L"O:SYD:(A;;FA;;;" + user + L")", {}},
+      {L"O:" + foreign + L"D:(A;;FA;;;" + user + L")", {foreign + kOwnerTail}},
+      {L"O:" + foreign + L"D:(A;;FA;;;" + foreign + L")", {foreign + kOwnerTail, foreign}},
   };
   for (const auto& c : cases) {
     Descriptor d = FromSddl(c.sddl);
@@ -81,7 +87,7 @@ TEST(ConfigTrust, EachOffendingEntryIsNamedOnceAndOthersAreIgnored) {
     EXPECT_EQ(CheckDaclTrust(d.dacl, me.owner, d.owner, errors), c.errors.empty());
     ASSERT_EQ(errors.size(), c.errors.size()) << ToUtf8(c.sddl);
     for (size_t i = 0; i < errors.size(); ++i) {
-      if (c.errors[i] == foreign) {
+      if (c.errors[i] == foreign) {  // named as the lookup finds it
         EXPECT_NE(errors[i].find(foreign), std::wstring::npos);
       } else {
         EXPECT_EQ(errors[i], c.errors[i]);

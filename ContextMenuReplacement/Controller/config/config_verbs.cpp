@@ -2,6 +2,10 @@
 
 #include <fmt/xchar.h>
 
+#include <algorithm>
+#include <tuple>
+#include <vector>
+
 #include "common/console.h"
 #include "common/data_paths.h"
 #include "common/file_io.h"
@@ -85,15 +89,18 @@ int Validate(const ConfigArguments& arguments) {
   const std::wstring source = SettingsFilePath();
   const PublishResult result = Load(arguments, PublishMode::checkOnly);
   if (arguments.json) {
+    // Validation publishes nothing; the version reported is the one in force.
+    ControlReading control;
+    const uint32_t publishedVersion = ReadControl(ControlFilePath(), control) ? control.version : 0;
     // One line for the Settings application, never cut however many messages it carries.
-    Print(
-        L"%s\n",
-        fmt::format(L"{{\"source\":{},\"aclAccepted\":{},\"valid\":{},\"profileCount\":{},"
-                    L"\"itemCount\":{},\"userCommandCount\":{},\"snapshotBytes\":{},"
-                    L"\"publishedVersion\":{},\"errors\":{},\"warnings\":{}}}",
-                    JsonQuote(source), result.aclAccepted, result.valid, result.profileCount,
-                    result.itemCount, result.userCommandCount, result.snapshotBytes, result.version,
-                    JsonStringArray(result.errors), JsonStringArray(result.warnings)));
+    Print(L"%s\n",
+          fmt::format(L"{{\"source\":{},\"aclAccepted\":{},\"valid\":{},\"profileCount\":{},"
+                      L"\"itemCount\":{},\"userCommandCount\":{},\"snapshotBytes\":{},"
+                      L"\"publishedVersion\":{},\"errors\":{},\"warnings\":{}}}",
+                      JsonQuote(source), result.aclAccepted, result.valid, result.profileCount,
+                      result.itemCount, result.userCommandCount, result.snapshotBytes,
+                      publishedVersion, JsonStringArray(result.errors),
+                      JsonStringArray(result.warnings)));
   } else {
     PrintLine(L"Validating %s", source);
     PrintMessages(result);
@@ -114,6 +121,25 @@ int Publish(const ConfigArguments& arguments) {
   return result.published ? 0 : 1;
 }
 
+// The files of a folder (its subfolders left out) with their sizes and write times.
+using FolderListing = std::vector<std::tuple<std::wstring, uint64_t, uint64_t>>;
+
+FolderListing ListFiles(const std::wstring& folder) {
+  FolderListing files;
+  WIN32_FIND_DATAW entry{};
+  UniqueFind find(::FindFirstFileW(JoinPath(folder, L"*").c_str(), &entry));
+  if (!find) return files;
+  do {
+    if (entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) continue;
+    files.emplace_back(entry.cFileName,
+                       (static_cast<uint64_t>(entry.nFileSizeHigh) << 32) | entry.nFileSizeLow,
+                       (static_cast<uint64_t>(entry.ftLastWriteTime.dwHighDateTime) << 32) |
+                           entry.ftLastWriteTime.dwLowDateTime);
+  } while (::FindNextFileW(find.get(), &entry));
+  std::sort(files.begin(), files.end());
+  return files;
+}
+
 int Watch(const ConfigArguments& arguments) {
   const std::wstring source = SourcePath(arguments);
   PrintLine(L"Watching %s", source);
@@ -131,12 +157,21 @@ int Watch(const ConfigArguments& arguments) {
     PrintLine(L"Could not watch '%s': %lu", folder, ::GetLastError());
     return 0;
   }
+  // Windows reports a change inside a subfolder as a write to the subfolder itself, so a
+  // menu.json kept beside the published folder would wake the loop with every publication the
+  // loop makes, for ever. A wake-up that changed none of the folder's files is not a change.
+  FolderListing files = ListFiles(folder);
   for (;;) {
+    // Whoever reads the pipe sees the report before the loop goes quiet.
+    FlushStandardOutput();
     if (::WaitForSingleObject(change.get(), INFINITE) != WAIT_OBJECT_0) break;
     // Editors save in bursts (truncate, write, rename, touch); let the burst settle into one
     // cycle before re-arming.
     ::Sleep(250);
     if (!::FindNextChangeNotification(change.get())) break;
+    FolderListing now = ListFiles(folder);
+    if (now == files) continue;
+    files = std::move(now);
     PrintLine(L"");
     PrintLine(L"Change detected.");
     PrintPublicationReport(Load(arguments, PublishMode::publish));
@@ -144,11 +179,13 @@ int Watch(const ConfigArguments& arguments) {
   return 0;
 }
 
-int Status(const ConfigArguments& arguments) {
+int ShowStatus(const ConfigArguments& arguments) {
   const std::wstring source = SourcePath(arguments);
   ControlReading control;
-  // A control file that only carries globals has announced no snapshot yet.
-  if (!ReadControl(ControlFilePath(), control) || control.version == 0) {
+  // A control file that only carries globals says version 0 and has no snapshot-0.bin beside
+  // it; version 0 with its snapshot is a real publication, reached when the count wraps.
+  if (!ReadControl(ControlFilePath(), control) ||
+      (control.version == 0 && !FileExists(SnapshotFilePath(0)))) {
     PrintLine(L"No configuration has been published yet.");
     PrintLine(L"File: %s (%s)", source, FileExists(source) ? L"exists" : L"not present");
     return 0;
@@ -165,8 +202,8 @@ struct ActionRow {
 };
 
 constexpr ActionRow kActions[] = {
-    {L"init", Init},       {L"path", Path},   {L"check", Check},   {L"validate", Validate},
-    {L"publish", Publish}, {L"watch", Watch}, {L"status", Status},
+    {L"init", Init},       {L"path", Path},   {L"check", Check},       {L"validate", Validate},
+    {L"publish", Publish}, {L"watch", Watch}, {L"status", ShowStatus},
 };
 
 }  // namespace

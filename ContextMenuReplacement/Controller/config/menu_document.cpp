@@ -8,6 +8,7 @@
 
 #include "common/file_io.h"
 #include "common/json_text.h"
+#include "common/unique_handle.h"
 #include "common/win32.h"
 // CLSIDFromString; not part of the lean windows.h.
 #include <objbase.h>
@@ -94,7 +95,10 @@ bool ParseItem(const rapidjson::Value& item, const ItemPath& where, MenuConfigur
     if (const rapidjson::Value* command = JsonMember(item, "command")) {
       const std::wstring text = ValueText(*command);
       CLSID clsid{};
-      if (!command->IsString() || FAILED(::CLSIDFromString(text.c_str(), &clsid))) {
+      // CLSIDFromString also resolves a ProgID through this machine's registry; only the
+      // braced form names the same command on every machine.
+      const bool braced = text.size() == 38 && text.front() == L'{' && text.back() == L'}';
+      if (!command->IsString() || !braced || FAILED(::CLSIDFromString(text.c_str(), &clsid))) {
         errors.push_back(
             fmt::format(L"{}: 'command' must be a CLSID in braces, for example "
                         L"\"{{A2877438-9A16-4629-912A-1223B4E3B025}}\". Got '{}'.",
@@ -124,11 +128,13 @@ bool ParseItem(const rapidjson::Value& item, const ItemPath& where, MenuConfigur
           L"and is never concatenated into a shell command.",
           where.Get()));
       ok = false;
-    } else if (arguments->Size() > kMaxUserArguments) {
-      errors.push_back(fmt::format(L"{}: {} arguments exceeds the limit of {}.", where.Get(),
-                                   arguments->Size(), kMaxUserArguments));
-      ok = false;
     } else {
+      // Too many and not a string are both reported: parsing collects what it can.
+      if (arguments->Size() > kMaxUserArguments) {
+        errors.push_back(fmt::format(L"{}: {} arguments exceeds the limit of {}.", where.Get(),
+                                     arguments->Size(), kMaxUserArguments));
+        ok = false;
+      }
       for (rapidjson::SizeType a = 0; a < arguments->Size(); ++a) {
         if (!(*arguments)[a].IsString()) {
           errors.push_back(

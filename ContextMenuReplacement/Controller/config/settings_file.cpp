@@ -188,8 +188,8 @@ bool ReadSettingsGlobals(const rapidjson::Value& root, MenuConfiguration& config
           JsonWide(*bypass)));
     }
   }
-  (void)ReadRangedNumber(*settings, "appearance.backgroundOpacityPercent", kDefaultOpacityPercent, 0, 100,
-                         configuration.opacityPercent, errors);
+  (void)ReadRangedNumber(*settings, "appearance.backgroundOpacityPercent", kDefaultOpacityPercent,
+                         0, 100, configuration.opacityPercent, errors);
 
   AppearanceGlobals& a = configuration.appearance;
   // Deliberately strict: the first number out of range fails the read, so a half-understood
@@ -213,7 +213,8 @@ bool ReadSettingsGlobals(const rapidjson::Value& root, MenuConfiguration& config
   (void)ReadBool(*settings, "appearance.showHotkeys", a.showHotkeys, errors);
   (void)ReadBool(*settings, "appearance.showSeparators", a.showSeparators, errors);
 
-  ReadBoundedText(*settings, "appearance.fontFamily", kFontFamilyMaxLength, L"a font name", a.fontFamily, errors);
+  ReadBoundedText(*settings, "appearance.fontFamily", kFontFamilyMaxLength, L"a font name",
+                  a.fontFamily, errors);
   ReadBoundedText(*settings, "appearance.backgroundImagePath", kImagePathMaxLength, L"a path",
                   a.backgroundImagePath, errors);
   static constexpr Choice kFills[] = {{"stretch", 0}, {"cover", 1}, {"tile", 2}, {"center", 3}};
@@ -259,7 +260,8 @@ bool ReadSettingsGlobals(const rapidjson::Value& root, MenuConfiguration& config
   }
   // The window organizer shares the taskbar menus; when it is off its surface is not ours.
   const rapidjson::Value* organizer = FindApp(*JsonMember(root, "apps"), "window-organizer");
-  if (organizer && JsonStringIs(JsonMember(*organizer, "status"), "disabled")) optOut |= kOptOutWindowOrganizer;
+  if (organizer && JsonStringIs(JsonMember(*organizer, "status"), "disabled"))
+    optOut |= kOptOutWindowOrganizer;
   a.surfaceOptOutMask = optOut;
   return true;
 }
@@ -282,6 +284,24 @@ bool ReadSettingsMenu(const rapidjson::Value& root, MenuConfiguration& configura
   return ParseMenuDocument(menu, configuration, errors, warnings);
 }
 
+bool ReadSettingsText(std::string_view text, MenuConfiguration& configuration, MessageList& errors,
+                      MessageList& warnings) {
+  rapidjson::Document document;
+  JsonParseFailure failure;
+  if (!ParseJsonText(text, true, document, failure)) {
+    errors.push_back(fmt::format(L"JSON parse error in the settings file at offset {}: {}",
+                                 failure.offset, failure.description));
+    return false;
+  }
+  MenuConfiguration fresh;
+  fresh.appearance = SettingsFileAppearance();
+  std::swap(configuration, fresh);
+  const size_t errorsBefore = errors.size();
+  if (!ReadSettingsGlobals(document, configuration, errors)) return false;
+  (void)ReadSettingsMenu(document, configuration, errors, warnings);
+  return errors.size() == errorsBefore;
+}
+
 bool ReadSettingsFile(const std::wstring& path, MenuConfiguration& configuration,
                       MessageList& errors, MessageList& warnings) {
   const Result<std::optional<std::string>> read = ReadFileIfPresent(path);
@@ -293,20 +313,7 @@ bool ReadSettingsFile(const std::wstring& path, MenuConfiguration& configuration
     errors.push_back(fmt::format(L"'{}' does not exist.", path));
     return false;
   }
-  const std::string& text = *read.value();
-  rapidjson::Document document;
-  JsonParseFailure failure;
-  if (!ParseJsonText(text, true, document, failure)) {
-    errors.push_back(fmt::format(L"JSON parse error in the settings file at offset {}: {}",
-                                 failure.offset, failure.description));
-    return false;
-  }
-  configuration = MenuConfiguration{};
-  configuration.appearance = SettingsFileAppearance();
-  const size_t errorsBefore = errors.size();
-  if (!ReadSettingsGlobals(document, configuration, errors)) return false;
-  (void)ReadSettingsMenu(document, configuration, errors, warnings);
-  return errors.size() == errorsBefore;
+  return ReadSettingsText(*read.value(), configuration, errors, warnings);
 }
 
 }  // namespace cmr

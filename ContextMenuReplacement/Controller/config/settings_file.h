@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 #include "common/status.h"
 #include "common/text.h"
@@ -41,6 +42,11 @@ inline constexpr char kSettingsAppId[] = "context-menu-replacement";
 [[nodiscard]] bool ReadSettingsMenu(const rapidjson::Value& root, MenuConfiguration& configuration,
                                     MessageList& errors, MessageList& warnings);
 
+// Parses the settings file's text and does both of the above (the menu only when the globals
+// were read to the end). `configuration` is reset to the settings defaults first. Returns true
+// when no error was added.
+[[nodiscard]] bool ReadSettingsText(std::string_view text, MenuConfiguration& configuration,
+                                    MessageList& errors, MessageList& warnings);
 // Reads the file and does both of the above (the menu only when the globals were read to the
 // end).
 // `configuration` is reset to the settings defaults first. Returns true when no error was added.

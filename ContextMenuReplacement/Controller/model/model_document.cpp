@@ -5,6 +5,7 @@
 #include <rapidjson/stringbuffer.h>
 
 #include <array>
+#include <cwctype>
 #include <unordered_map>
 #include <unordered_set>
 
@@ -486,6 +487,12 @@ class DocumentParser {
 }  // namespace
 
 Status SchemaViolation(const rapidjson::Document& schema, const Value& document) {
+  // The validator follows references without a guard: one that loops never returns, and one
+  // that does not resolve accepts everything.
+  if (std::wstring problem = SchemaReferenceProblem(schema); !problem.empty()) {
+    problem[0] = static_cast<wchar_t>(std::towlower(problem[0]));
+    return Status::Failure(std::move(problem));
+  }
   const rapidjson::SchemaDocument schemaDocument(schema);
   rapidjson::SchemaValidator validator(schemaDocument);
   if (document.Accept(validator)) return {};
@@ -519,16 +526,17 @@ Status ReadDocumentHeader(const Value& document, DocumentHeader& out) {
     return Status::Failure(L"The document's 'document_kind' must be 'baseline' or 'overlay'.");
   }
   if (const Value* version = JsonMember(document, "schema_version"); version != nullptr) {
-    if (!version->IsInt64()) {
+    // Whole numbers from 2^63 up are unsigned only; they are still whole, just far too new.
+    if (!version->IsInt64() && !version->IsUint64()) {
       return Status::Failure(L"The document's 'schema_version' is not a whole number.");
     }
-    const int64_t number = version->GetInt64();
-    if (number > static_cast<int64_t>(kNewestSchemaVersion)) {
+    if (version->IsUint64() && version->GetUint64() > kNewestSchemaVersion) {
       return Status::Failure(fmt::format(
           L"The document's 'schema_version' {} is newer than this program supports (at most "
           L"{}).",
-          number, kNewestSchemaVersion));
+          version->GetUint64(), kNewestSchemaVersion));
     }
+    const int64_t number = version->GetInt64();
     if (number < static_cast<int64_t>(kLegacySchemaVersion)) {
       return Status::Failure(
           fmt::format(L"The document's 'schema_version' {} is not a valid version.", number));

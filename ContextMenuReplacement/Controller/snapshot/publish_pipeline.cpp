@@ -37,9 +37,14 @@ ModelPipelineResult CompileBaseline(const std::wstring& schemaPath,
   }
   rapidjson::Document schema, baseline;
   JsonParseFailure failure;
-  if (!ParseJsonText(schemaText.value(), false, schema, failure) ||
-      !ParseJsonText(baselineText.value(), false, baseline, failure)) {
-    return Refused(L"The schema or baseline is not valid JSON.", false);
+  const bool schemaParsed = ParseJsonText(schemaText.value(), false, schema, failure);
+  if (!schemaParsed || !ParseJsonText(baselineText.value(), false, baseline, failure)) {
+    // The fixed sentence its callers know, then where the text went wrong.
+    ModelPipelineResult result = Refused(L"The schema or baseline is not valid JSON.", false);
+    result.errors.push_back(fmt::format(L"The {} has a JSON parse error at offset {}: {}",
+                                        schemaParsed ? L"baseline" : L"schema", failure.offset,
+                                        failure.description));
+    return result;
   }
   // The schema first: it states what a document must hold, so a baseline without
   // "document_kind" hears what the schema says about it. One refusal is one message: the
@@ -64,6 +69,10 @@ ModelPipelineResult CompileBaseline(const std::wstring& schemaPath,
     return Refused(error.message(), false);
   }
   compiled = CompileCustomModel(model);
+  if (compiled.layouts.empty()) {
+    return Refused(L"The baseline has no layouts, so the published model would claim no context.",
+                   false);
+  }
   ModelPipelineResult result;
   result.layoutCount = compiled.layouts.size();
   result.nodeCount = compiled.nodes.size();

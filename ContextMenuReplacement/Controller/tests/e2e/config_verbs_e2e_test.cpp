@@ -5,8 +5,8 @@
 #include <gtest/gtest.h>
 #include <sddl.h>
 
-#include "common/data_paths.h"
 #include "common/byte_image.h"
+#include "common/data_paths.h"
 #include "common/file_io.h"
 #include "common/text.h"
 #include "common/unique_handle.h"
@@ -132,6 +132,14 @@ TEST(ConfigVerbsE2e, InitPublishStatusWithTheStarterDocument) {
   second[8] = 2;
   EXPECT_EQ(ReadBytes(SnapshotFilePath(2)), second);
   EXPECT_EQ(ReadBytes(SnapshotFilePath(1)), snapshot);
+  // Version 0 with its snapshot, as the count reaches after it wraps, is a publication.
+  std::string wrapped = ReadBytes(ControlFilePath());
+  wrapped[8] = 0;
+  WriteBytes(ControlFilePath(), wrapped);
+  WriteBytes(SnapshotFilePath(0), snapshot);
+  run = RunController({L"config", L"status", menu});
+  EXPECT_EQ(run.output, "Published version 0 (layout 18)\nFile:     " + path +
+                            "\nSnapshot: " + U8(SnapshotFilePath(0)) + "\n");
 
   run = RunController({L"config", L"path", menu});
   EXPECT_EQ(run.output, path + "\n");
@@ -159,6 +167,20 @@ TEST(ConfigVerbsE2e, BadInputNeverChangesWhatIsPublished) {
              R"({"profiles":[{"match":{"context":["folder-item"]},"items":[{"source":"user",)"
              R"("executable":"x.exe","title":")" +
                  std::string(600000, 't') + "\"}]}]}");
+  // The hostile corpus, through the real reader: each is refused, saying where and why.
+  WriteBytes(file(L"trailing.json"), std::string("{\"profiles\":[]}\0GARBAGE", 22));
+  WriteBytes(file(L"duplicate.json"), R"({"profiles":[],"profiles":[]})");
+  const std::string item = R"({"profiles":[{"match":{"context":["folder-item"]},"items":[)";
+  WriteBytes(file(L"progid.json"),
+             item + R"({"source":"modern","command":"Shell.Application"}]}]})");
+  std::string arguments = R"({"source":"user","title":"T","executable":"x.exe","arguments":[1)";
+  for (int i = 0; i < 32; ++i) arguments += R"(,"a")";
+  WriteBytes(file(L"arguments.json"), item + arguments + "]}]}]}");
+  WriteBytes(file(L"deep.json"), item + std::string(21750, '[') + std::string(21750, ']') + "]}]}");
+  const std::string kNoUsableItems =
+      "  warning: profiles[0] has no usable items, so its contexts will show an empty menu.\n";
+  std::string deepPath;
+  for (int i = 0; i < 124; ++i) deepPath += "[0]";
   const std::wstring untrusted = file(L"untrusted.json");
   WriteBytes(untrusted, std::string(StarterDocumentText()));
   SetDacl(untrusted, kEveryoneWrites);
@@ -178,6 +200,26 @@ TEST(ConfigVerbsE2e, BadInputNeverChangesWhatIsPublished) {
       {file(L"huge.json"),
        "  error:   The configuration flattens to 1200128 bytes, over the 1048576 byte limit.\n"},
       {untrusted, "  error:   " + kEveryone + "\n"},
+      {file(L"trailing.json"),
+       "  error:   JSON parse error at offset 15: The document contains a NUL "
+       "byte.\n"},
+      {file(L"duplicate.json"),
+       "  error:   JSON parse error at offset 25: The key 'profiles' "
+       "appears more than once.\n"},
+      {file(L"progid.json"),
+       kNoUsableItems +
+           "  error:   profiles[0].items[0]: 'command' must be a CLSID in braces, for example "
+           "\"{A2877438-9A16-4629-912A-1223B4E3B025}\". Got 'Shell.Application'.\n"},
+      {file(L"arguments.json"),
+       kNoUsableItems + "  error:   profiles[0].items[0]: 33 arguments exceeds the limit of 32.\n"
+                        "  error:   profiles[0].items[0].arguments[0] must be a string.\n"},
+      {file(L"deep.json"),
+       "  error:   JSON parse error at offset 183: The value at "
+       "'profiles[0].items[0]" +
+           deepPath +
+           "' is nested deeper than 128 "
+           "levels.\n"},
+      {folder, "  error:   '" + U8(folder) + "' is a folder, not a menu file.\n"},
   };
   for (const auto& c : cases) {
     const RunResult run = RunController({L"config", L"publish", c.file});
@@ -288,6 +330,23 @@ TEST(ConfigVerbsE2e, SettingsFileGlobalsAreAppliedEvenWhenItsMenuIsRefused) {
   EXPECT_EQ(run.exitCode, 1u);
   EXPECT_EQ(ReadBytes(ControlFilePath()), control);
   EXPECT_EQ(ReadBytes(SnapshotFilePath(2)), "<unreadable>");
+
+  // A menu too large to publish: the globals go out first, then the size check refuses the menu.
+  WriteBytes(settings, SettingsText(R"("appearance.customHeaderColor":"#00ff00")",
+                                    R"({"source":"user","executable":"x.exe","title":")" +
+                                        std::string(600000, 't') + "\"}"));
+  run = RunController({L"config", L"publish"});
+  EXPECT_EQ(run.output, publishing +
+                            "  error:   The configuration flattens to 1200128 bytes, over the "
+                            "1048576 byte limit.\n" +
+                            kNothingPublished);
+  control = ReadBytes(ControlFilePath());
+  EXPECT_EQ(Words(control, 8, 1), Words32{1});
+  EXPECT_EQ(Words(control, 700, 1), Words32{0x00FF00});
+  EXPECT_EQ(ReadBytes(SnapshotFilePath(2)), "<unreadable>");
+  // Validation reports the version in force, not the one it did not publish.
+  run = RunController({L"config", L"validate", L"--json"});
+  EXPECT_NE(run.output.find(",\"publishedVersion\":1,"), std::string::npos) << run.output;
   (void)DeleteFileIfPresent(settings);
 }
 

@@ -227,21 +227,39 @@ TEST(CustomModelE2e, InvalidOrOversizedBaselineIsNeverPublished) {
                 kStillInEffect);
   EXPECT_EQ(run.exitCode, 1u);
   const std::string broken = "{\"document_kind\": \"baseline\",";
+  const std::string where =
+      "The baseline has a JSON parse error at offset 29: Missing a name for "
+      "object member.";
   run = publish("broken.json", broken);
-  EXPECT_EQ(run.output,
-            std::string("  error:   The schema or baseline is not valid JSON.\n") + kStillInEffect);
+  EXPECT_EQ(run.output, "  error:   The schema or baseline is not valid JSON.\n  error:   " +
+                            where + "\n" + kStillInEffect);
   run = publish("broken.json", broken, true);
   EXPECT_EQ(run.output,
             "{\"published\":false,\"version\":0,\"layoutCount\":0,\"nodeCount\":0,\"errors\":"
-            "[\"The schema or baseline is not valid JSON.\"]}\n");
+            "[\"The schema or baseline is not valid JSON.\",\"" +
+                where + "\"]}\n");
+  // Hostile documents: a model that serves nothing, and a schema that refers to itself.
+  run = publish("empty.json", R"({"document_kind":"baseline","schema_version":2,"layouts":[]})");
+  EXPECT_EQ(run.output,
+            "  error:   The baseline has no layouts, so the published model would "
+            "claim no context.\n" +
+                std::string(kStillInEffect));
+  WriteBytes(scratch + L"\\loop.schema.json",
+             R"({"definitions":{"a":{"$ref":"#/definitions/a"}}})");
+  run = RunController({L"custom-model", L"publish", scratch + L"\\loop.schema.json",
+                       scratch + L"\\duplicate.json"});
+  EXPECT_EQ(run.output,
+            "  error:   The baseline does not satisfy custom-menu.schema.json.\n  error:   The "
+            "schema at '#/definitions/a' refers back to itself without descending into the "
+            "document.\n" +
+                std::string(kStillInEffect));
   run = RunController({L"custom-model", L"publish", SchemaPath(), scratch + L"\\missing.json"});
   EXPECT_EQ(run.output, std::string("ERROR: The schema or baseline file could not be read.\n") +
                             kStillInEffect);
   EXPECT_EQ(run.exitCode, 1u);
   run = RunController({L"custom-model", L"validate", SchemaPath(), scratch + L"\\broken.json"});
-  EXPECT_EQ(
-      run.output,
-      "  error:   The schema or baseline is not valid JSON.\nNot valid; nothing was published.\n");
+  EXPECT_EQ(run.output, "  error:   The schema or baseline is not valid JSON.\n  error:   " +
+                            where + "\nNot valid; nothing was published.\n");
   EXPECT_EQ(run.exitCode, 1u);
 
   EXPECT_EQ(ReadBytes(Published(L"custom-model-control.bin")), control);
