@@ -13,11 +13,11 @@ namespace cmr {
 
 namespace {
 
-// Output bound for a pipe or file is gathered here and written in large blocks: one WriteFile
-// per line made 100,000 warnings through a pipe take tens of seconds. A console gets each text
-// at once, since a person is reading it.
+// Output bound for a pipe or file while an OutputBatch is open. A console gets each text at
+// once, since a person is reading it.
 struct PendingOutput {
   std::string bytes;
+  int batches = 0;
   bool registered = false;
 };
 
@@ -77,7 +77,15 @@ void WriteStandardOutput(std::wstring_view text) {
     std::atexit(FlushAtExit);
   }
   pending.bytes += ToUtf8(text);
-  if (pending.bytes.size() >= kFlushBytes) FlushStandardOutput();
+  if (pending.batches == 0 || pending.bytes.size() >= kFlushBytes) FlushStandardOutput();
+}
+
+OutputBatch::OutputBatch() {
+  ++Pending().batches;
+}
+
+OutputBatch::~OutputBatch() {
+  if (--Pending().batches == 0) FlushStandardOutput();
 }
 
 void PrintLineText(std::wstring line) {

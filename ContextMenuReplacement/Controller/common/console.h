@@ -23,12 +23,24 @@ template <typename... Args>
 }
 
 // Writes text to standard output as it is: UTF-16 to a console, UTF-8 to a pipe or file.
-// Nothing is written when the process has no standard output. Output to a pipe or file is
-// buffered until FlushStandardOutput, a full buffer or the process's exit.
+// Nothing is written when the process has no standard output. Each text goes out at once, so a
+// reader of the pipe sees a progress line before the wait that follows it, unless an
+// OutputBatch is open.
 void WriteStandardOutput(std::wstring_view text);
-// Writes out what is buffered. Call it before waiting on anything, so that a reader of the
-// pipe sees every line printed before the wait.
+// Writes out what a batch has gathered so far.
 void FlushStandardOutput();
+
+// While one is alive, output to a pipe or file is gathered and written in large blocks (one
+// write per line made 100,000 warnings through a pipe take tens of seconds under Wine); what is
+// gathered goes out when the last batch ends, when the block is full, or at exit. For loops
+// that print many lines and wait on nothing.
+class OutputBatch {
+ public:
+  OutputBatch();
+  ~OutputBatch();
+  OutputBatch(const OutputBatch&) = delete;
+  OutputBatch& operator=(const OutputBatch&) = delete;
+};
 
 // The longest line PrintLine prints, in UTF-16 units, before its line feed.
 inline constexpr size_t kPrintLineMaxUnits = 2047;

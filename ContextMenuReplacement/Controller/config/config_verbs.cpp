@@ -32,6 +32,7 @@ PublishResult Load(const ConfigArguments& arguments, PublishMode mode) {
 }
 
 void PrintMessages(const PublishResult& result) {
+  const OutputBatch batch;
   for (const std::wstring& warning : result.warnings) PrintLine(L"  warning: %s", warning);
   for (const std::wstring& error : result.errors) PrintLine(L"  error:   %s", error);
 }

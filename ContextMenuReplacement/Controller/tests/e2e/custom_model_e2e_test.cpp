@@ -249,9 +249,8 @@ TEST(CustomModelE2e, InvalidOrOversizedBaselineIsNeverPublished) {
   run = RunController({L"custom-model", L"publish", scratch + L"\\loop.schema.json",
                        scratch + L"\\duplicate.json"});
   EXPECT_EQ(run.output,
-            "  error:   The baseline does not satisfy custom-menu.schema.json.\n  error:   The "
-            "schema at '#/definitions/a' refers back to itself without descending into the "
-            "document.\n" +
+            "  error:   The baseline does not satisfy custom-menu.schema.json. The schema at "
+            "'#/definitions/a' refers back to itself without descending into the document.\n" +
                 std::string(kStillInEffect));
   run = RunController({L"custom-model", L"publish", SchemaPath(), scratch + L"\\missing.json"});
   EXPECT_EQ(run.output, std::string("ERROR: The schema or baseline file could not be read.\n") +

@@ -42,7 +42,7 @@ TEST_F(LifecycleE2e, EnableThenDisableGivesBackEachPriorExactly) {
        "Removed the override key; the user is back on the Windows 11 modern menu."},
       {kEmptyOverride, "true,\"priorValue\":\"\"", "Restored the prior override value ''."},
       {odd, "true,\"priorValue\":\"C:\\\\a \\\"b\\\"\\u0001.dll\"",
-       "Restored the prior override value 'C:\\a \"b\"\x01.dll'."},
+       "Restored the prior override value 'C:\\a \"b\"\\u0001.dll'."},
   };
   for (const auto& row : rows) {
     ResetLifecycle();
