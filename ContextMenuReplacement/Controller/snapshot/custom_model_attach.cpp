@@ -59,11 +59,10 @@ class Checker {
 // Identities are interned, and inheritance copies the same rows into every layout that
 // inherits them, so one pool string is classified many times. The memo classifies each
 // distinct (offset, length) once: open addressing with at least two slots per node row, so it
-// never fills. Its table is kept per thread and reused, because a fresh large block costs new
-// pages on every attach.
+// never fills.
 class IdentityMemo {
  public:
-  explicit IdentityMemo(uint32_t rows) : table_(Table()) {
+  explicit IdentityMemo(uint32_t rows) {
     while ((size_t{1} << bits_) < 2 * size_t{rows}) ++bits_;
     table_.assign(size_t{1} << bits_, Entry{});
   }
@@ -87,11 +86,7 @@ class IdentityMemo {
     uint32_t length = 0;
     IdentityKind kind = IdentityKind::invalid;
   };
-  static std::vector<Entry>& Table() {
-    thread_local std::vector<Entry> table;
-    return table;
-  }
-  std::vector<Entry>& table_;
+  std::vector<Entry> table_;
   uint32_t bits_ = 4;
 };
 

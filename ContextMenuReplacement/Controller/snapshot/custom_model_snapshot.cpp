@@ -82,7 +82,7 @@ class Compiler {
     AddDefinitionNodes();
     AddPolicyNodes();
     WriteDefinitions();
-    (void)out_.pool.Intern(out_.modelTag);
+    out_.modelTagRef = out_.pool.Intern(out_.modelTag);
     return std::move(out_);
   }
 
@@ -370,22 +370,6 @@ Offsets RegionOffsets(const CompiledCustomModel& model) {
   return o;
 }
 
-// The model tag as the pool holds it: found by walking the pool string by string.
-StringRef FindInPool(const std::vector<char16_t>& units, std::wstring_view text) {
-  size_t start = 0;
-  while (start < units.size()) {
-    size_t end = start;
-    while (end < units.size() && units[end] != 0) ++end;
-    if (end - start == text.size() &&
-        std::equal(text.begin(), text.end(), units.begin() + static_cast<ptrdiff_t>(start),
-                   [](wchar_t a, char16_t b) { return static_cast<char16_t>(a) == b; })) {
-      return {static_cast<uint32_t>(start), static_cast<uint32_t>(text.size())};
-    }
-    start = end + 1;
-  }
-  return {};
-}
-
 template <size_t N>
 void PutRows(ByteImageWriter& image, uint64_t offset,
              const std::vector<std::array<uint32_t, N>>& rows) {
@@ -409,7 +393,7 @@ std::string FlattenCustomModel(const CompiledCustomModel& model, uint32_t versio
   const Offsets o = RegionOffsets(model);
   if (o.total > kCustomModelMaxBytes) return {};
   ByteImageWriter image(static_cast<size_t>(o.total));
-  const StringRef tag = FindInPool(model.pool.units(), model.modelTag);
+  const StringRef tag = model.modelTagRef;
   const uint32_t header[18] = {kCustomModelMagic,
                                kCustomModelLayout,
                                version,

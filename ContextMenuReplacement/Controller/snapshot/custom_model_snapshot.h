@@ -212,6 +212,7 @@ using DefinitionWords = std::array<uint32_t, kDefinitionRecordWords>;
 struct CompiledCustomModel {
   uint32_t schemaVersion = 2;
   std::wstring modelTag;
+  StringRef modelTagRef;  // where the pool holds it
   std::vector<LayoutWords> layouts;
   std::vector<NodeWords> nodes;
   std::vector<StringRef> stringList;
