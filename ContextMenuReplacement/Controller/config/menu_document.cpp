@@ -281,7 +281,13 @@ bool ParseMenuDocument(const rapidjson::Value& document, MenuConfiguration& conf
       errors.push_back(L"'backgroundOpacityPercent' must be a whole number from 0 to 100.");
     }
   }
-  const rapidjson::Value* profiles = JsonMember(document, "profiles");
+  return ParseMenuProfiles(JsonMember(document, "profiles"), configuration, errors, warnings) &&
+         errors.size() == errorsBefore;
+}
+
+bool ParseMenuProfiles(const rapidjson::Value* profiles, MenuConfiguration& configuration,
+                       MessageList& errors, MessageList& warnings) {
+  const size_t errorsBefore = errors.size();
   if (!profiles || !profiles->IsArray()) {
     errors.push_back(L"'profiles' is required and must be an array.");
     return false;

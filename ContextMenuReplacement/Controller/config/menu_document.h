@@ -19,11 +19,15 @@ namespace cmr {
 // `mask` is then untouched.
 [[nodiscard]] bool ParseModifierMask(std::wstring_view text, uint32_t& mask);
 
-// Reads a menu document (the DOM of menu.json, or a document whose only member is the settings
-// file's profiles) into `configuration`, which already holds its defaults. Appends every error
+// Reads a menu document (the DOM of menu.json) into `configuration`, which already holds its defaults. Appends every error
 // and warning in document order and keeps going where it can; only a non-object top level and
 // a missing 'profiles' array stop it. Returns true exactly when no error was added.
 [[nodiscard]] bool ParseMenuDocument(const rapidjson::Value& document,
+                                     MenuConfiguration& configuration, MessageList& errors,
+                                     MessageList& warnings);
+// The 'profiles' array alone, with the same rules and "profiles[i]" message paths: the settings
+// file's "menu.profiles" is read with it, so no menu.json global can leak in.
+[[nodiscard]] bool ParseMenuProfiles(const rapidjson::Value* profiles,
                                      MenuConfiguration& configuration, MessageList& errors,
                                      MessageList& warnings);
 

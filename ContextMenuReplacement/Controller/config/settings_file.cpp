@@ -275,13 +275,7 @@ bool ReadSettingsMenu(const rapidjson::Value& root, MenuConfiguration& configura
     errors.push_back(L"The 'context-menu-replacement' settings have no 'menu.profiles'.");
     return false;
   }
-  // A document of its own whose only member is the profiles, so the menu.json rules (and their
-  // "profiles[i]" message paths) apply unchanged and no menu.json global can leak in.
-  rapidjson::Document menu;
-  menu.SetObject();
-  rapidjson::Value copy(*profiles, menu.GetAllocator());
-  menu.AddMember("profiles", copy, menu.GetAllocator());
-  return ParseMenuDocument(menu, configuration, errors, warnings);
+  return ParseMenuProfiles(profiles, configuration, errors, warnings);
 }
 
 bool ReadSettingsText(std::string_view text, MenuConfiguration& configuration, MessageList& errors,
