@@ -4,6 +4,7 @@
 #include <cstring>
 #include <vector>
 
+#include "common/text.h"
 #include "model/command_identity.h"
 #include "snapshot/custom_model_snapshot.h"
 
@@ -208,11 +209,11 @@ DefinitionRow CustomModelView::Definition(uint32_t index) const noexcept {
   return row;
 }
 
-bool AttachCustomModel(const void* data, size_t size, CustomModelView& view, std::string* why) {
+Status AttachCustomModel(const void* data, size_t size, CustomModelView& view) {
   view = CustomModelView{};
-  auto fail = [why](const char* reason) {
-    if (why) *why = reason;
-    return false;
+  auto fail = [](const char* reason) {
+    return Failure(L"The custom model snapshot fails the reader's check of its {}.",
+                   FromUtf8(reason));
   };
   const auto* bytes = static_cast<const unsigned char*>(data);
   // Pool text is handed out as wchar_t views, which needs an even start.
@@ -337,7 +338,7 @@ bool AttachCustomModel(const void* data, size_t size, CustomModelView& view, std
   view.definitionsOffset_ = definitionsOffset;
   view.poolOffset_ = poolOffset;
   view.poolUnits_ = poolBytes / 2;
-  return true;
+  return {};
 }
 
 }  // namespace cmr

@@ -134,6 +134,7 @@
 #include <string_view>
 #include <vector>
 
+#include "common/status.h"
 #include "common/string_pool.h"
 #include "model/model_types.h"
 
@@ -270,9 +271,8 @@ struct DefinitionRow {
 
 class CustomModelView;
 // Runs every reader check over the image. On success fills `view`; on failure `view` is
-// cleared (never half set) and, when given, `why` names the first failed check.
-[[nodiscard]] bool AttachCustomModel(const void* data, size_t size, CustomModelView& view,
-                                     std::string* why = nullptr);
+// cleared (never half set) and the message names the first failed check.
+[[nodiscard]] Status AttachCustomModel(const void* data, size_t size, CustomModelView& view);
 
 // A snapshot that passed every reader check; the view borrows the bytes it was attached to,
 // which must outlive it.
@@ -308,7 +308,7 @@ class CustomModelView {
   [[nodiscard]] std::wstring_view Text(StringRef ref) const noexcept;
 
  private:
-  friend bool AttachCustomModel(const void*, size_t, CustomModelView&, std::string*);
+  friend Status AttachCustomModel(const void*, size_t, CustomModelView&);
   [[nodiscard]] uint32_t Word(uint64_t byteOffset) const noexcept;
   [[nodiscard]] StringRef Ref(uint64_t byteOffset) const noexcept;
 

@@ -53,9 +53,9 @@ uint32_t GetWord(const std::string& image, size_t offset) {
   return value;
 }
 
-bool Attaches(const std::string& image, std::string* why = nullptr) {
+bool Attaches(const std::string& image) {
   CustomModelView view;
-  return AttachCustomModel(image.data(), image.size(), view, why);
+  return AttachCustomModel(image.data(), image.size(), view).ok();
 }
 
 TEST(CustomModelSnapshot, GoldenBytesOfASmallModel) {
