@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "common/unique_handle.h"
+#include "tests/support/quiet_process.h"
 
 namespace cmr::bench {
 
@@ -44,10 +45,7 @@ rapidjson::Document ParseOrAbort(const std::string& text);
 // (<build>\bench holds the benchmark, <build>\stage the controller, <build>\rig the stand-ins).
 std::wstring BuildFile(const wchar_t* folder, const wchar_t* file);
 std::wstring StagedController();
-// Starts `exe` with `arguments` and every standard handle on NUL, as the Settings application
-// starts the controller with its output redirected; an empty handle when it cannot start.
-UniqueHandle StartQuietly(const std::wstring& exe, const std::wstring& arguments = L"");
-// The same, then waits for the process to end.
+// StartQuietly (tests/support/quiet_process.h), then waits for the process to end.
 void RunToExit(const std::wstring& exe, const std::wstring& arguments = L"");
 
 // Keeps the optimiser from discarding a computed value.

@@ -7,6 +7,7 @@
 #include "bench/bench.h"
 #include "common/data_paths.h"
 #include "common/file_io.h"
+#include "tests/support/quiet_process.h"
 #include "tests/support/staged_install.h"
 #include "common/json_text.h"
 
@@ -70,25 +71,6 @@ std::wstring BuildFile(const wchar_t* folder, const wchar_t* file) {
 
 std::wstring StagedController() {
   return BuildFile(L"stage", L"ContextMenuReplacement.Controller.exe");
-}
-
-UniqueHandle StartQuietly(const std::wstring& exe, const std::wstring& arguments) {
-  SECURITY_ATTRIBUTES inherit{sizeof(inherit), nullptr, TRUE};
-  UniqueHandle nul(::CreateFileW(L"NUL", GENERIC_READ | GENERIC_WRITE,
-                                 FILE_SHARE_READ | FILE_SHARE_WRITE, &inherit, OPEN_EXISTING, 0,
-                                 nullptr));
-  STARTUPINFOW startup{};
-  startup.cb = sizeof(startup);
-  startup.dwFlags = STARTF_USESTDHANDLES;
-  startup.hStdInput = startup.hStdOutput = startup.hStdError = nul.get();
-  PROCESS_INFORMATION info{};
-  std::wstring line = L"\"" + exe + L"\" " + arguments;
-  if (!::CreateProcessW(nullptr, line.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup,
-                        &info)) {
-    return {};
-  }
-  ::CloseHandle(info.hThread);
-  return UniqueHandle(info.hProcess);
 }
 
 void RunToExit(const std::wstring& exe, const std::wstring& arguments) {

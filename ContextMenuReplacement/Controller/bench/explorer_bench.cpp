@@ -39,7 +39,7 @@ class StandIns {
   }
   // Starts one stand-in with `arguments` and waits until `folderWindows` folder windows exist.
   void Start(const std::wstring& exe, const std::wstring& arguments, size_t folderWindows) {
-    processes_.push_back(cmr::bench::StartQuietly(exe, arguments));
+    processes_.push_back(cmr::StartQuietly(exe, arguments));
     while (CountWindows(L"CabinetWClass") < folderWindows) ::Sleep(10);
   }
 

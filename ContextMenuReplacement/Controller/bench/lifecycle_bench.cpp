@@ -53,7 +53,7 @@ const bool enable = cmr::bench::Register(
     {"lifecycle: enable --yes --no-restart --strategy classic, one stand-in Explorer", 0, [] {
        const cmr::UniqueHandle shutdown(::CreateEventW(nullptr, TRUE, FALSE, L"CmrRig.Shutdown"));
        ::ResetEvent(shutdown.get());
-       const cmr::UniqueHandle explorer = cmr::bench::StartQuietly(cmr::bench::BuildFile(L"rig", L"explorer.exe"), L"--shell");
+       const cmr::UniqueHandle explorer = cmr::StartQuietly(cmr::bench::BuildFile(L"rig", L"explorer.exe"), L"--shell");
        ::Sleep(1000);  // its windows up; nothing here is timed against it
        std::vector<double> micros;
        for (int i = 0; i < 15; ++i) {

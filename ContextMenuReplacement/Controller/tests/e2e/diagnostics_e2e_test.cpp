@@ -5,6 +5,7 @@
 #include "common/text.h"
 #include "common/unique_handle.h"
 #include "tests/e2e/harness.h"
+#include "tests/support/quiet_process.h"
 
 namespace cmr::e2e {
 namespace {
@@ -227,20 +228,8 @@ TEST(DiagnosticsE2e, ClassicIconsAnswersEveryLineUntilTheEndOfInput) {
 // output pipe would then stay open after the controller exits. One probe run with NUL handles
 // starts the desktop first.
 void StartWineDesktopWithoutThePipe() {
-  SECURITY_ATTRIBUTES inherit{sizeof(inherit), nullptr, TRUE};
-  UniqueHandle nul(::CreateFileW(L"NUL", GENERIC_READ | GENERIC_WRITE,
-                                 FILE_SHARE_READ | FILE_SHARE_WRITE, &inherit, OPEN_EXISTING, 0,
-                                 nullptr));
-  STARTUPINFOW startup{};
-  startup.cb = sizeof(startup);
-  startup.dwFlags = STARTF_USESTDHANDLES;
-  startup.hStdInput = startup.hStdOutput = startup.hStdError = nul.get();
-  PROCESS_INFORMATION info{};
-  std::wstring line = L"\"" + ControllerPath() + L"\" inventory";
-  ASSERT_TRUE(::CreateProcessW(nullptr, line.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr,
-                               &startup, &info));
-  UniqueHandle process(info.hProcess);
-  UniqueHandle thread(info.hThread);
+  const UniqueHandle process = StartQuietly(ControllerPath(), L"inventory");
+  ASSERT_TRUE(process.valid());
   ASSERT_EQ(::WaitForSingleObject(process.get(), 60000), WAIT_OBJECT_0);
 }
 
