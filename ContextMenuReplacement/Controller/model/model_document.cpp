@@ -161,6 +161,8 @@ class DocumentParser {
       definition.executable = Text(entry, "executable");
       definition.arguments = TextList(entry, "arguments");
       definition.iconPath = Text(entry, "icon_path");
+      const Value* fromOverlay = JsonMember(entry, "_from_overlay");
+      definition.fromOverlay = fromOverlay != nullptr && fromOverlay->IsTrue();
       if (!seen.insert(definition.commandId).second) {
         return Status::Failure(L"Duplicate custom command definition identity.");
       }

@@ -137,6 +137,7 @@ struct CommandDefinition {
   std::vector<std::wstring> arguments;
   std::wstring iconPath;
   std::wstring cachedIcon;  // the ".ico" extracted from icon_path, when cached
+  bool fromOverlay = false;  // declared by the user's overlay
 };
 
 struct CommandPolicy {

@@ -111,8 +111,11 @@ class Placement {
     if (definitions.Size() + fresh.size() > kMaxCommandDefinitions) {
       return Status::Failure(L"Too many custom command definitions.");
     }
+    // Marked so that the snapshot can tell the user's own definitions from the shipped ones.
     for (const Value* definition : fresh) {
-      definitions.PushBack(Value(*definition, allocator_), allocator_);
+      Value copy(*definition, allocator_);
+      copy.AddMember("_from_overlay", true, allocator_);
+      definitions.PushBack(copy, allocator_);
     }
     return {};
   }

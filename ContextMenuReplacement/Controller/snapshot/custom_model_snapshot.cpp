@@ -114,7 +114,7 @@ class Compiler {
                                 &definition.iconPath,
                                 &definition.cachedIcon,
                                 fmt::format(L"definition-{}", number),
-                                0,
+                                definition.fromOverlay ? 1u : 0u,
                                 false};
       byIdentity_.emplace(definition.commandId, definitions_.size());
       definitions_.push_back(std::move(pending));

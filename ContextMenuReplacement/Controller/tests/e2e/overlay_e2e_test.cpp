@@ -231,6 +231,13 @@ TEST(OverlayE2e, PlacementOverlayWithEditsPoliciesAndDefinitions) {
                        "  - [pad] command user:{00000000-0000-0000-0000-0000000000bb}\n"))
       << run.output;
   EXPECT_FALSE(Contains(run.output, "pin-to-start"));
+  // The user's own definition is marked as declared by the overlay.
+  const std::string image = ReadBytes(CustomModelSnapshotPath(1));
+  CustomModelView view;
+  ASSERT_TRUE(AttachCustomModel(image.data(), image.size(), view).ok());
+  ASSERT_EQ(view.definitionCount(), 1u);
+  EXPECT_EQ(view.Text(view.Definition(0).identity), L"user:{00000000-0000-0000-0000-0000000000bb}");
+  EXPECT_EQ(view.Definition(0).declaredIn, 1u);
 
   const std::string invalid =
       R"({"document_kind":"overlay","schema_version":3,"baseline_version":"win11-shell-2026.11",)"
