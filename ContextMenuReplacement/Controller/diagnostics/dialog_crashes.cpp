@@ -81,27 +81,7 @@ int ClearCrash(const std::wstring& program) {
 }  // namespace
 
 int RunDialogCrashesVerb(const std::vector<std::wstring>& args) {
-  if (args.empty()) return ListCrashes(false);
-  if (args[0] == L"--json") {
-    if (args.size() > 1) {
-      PrintLine(L"Unexpected argument '%s'.", args[1]);
-      return 1;
-    }
-    return ListCrashes(true);
-  }
-  if (args[0] == L"clear") {
-    if (args.size() < 2 || args[1].empty()) {
-      PrintLine(L"dialog-crashes clear needs a program name.");
-      return 1;
-    }
-    if (args.size() > 2) {
-      PrintLine(L"Unexpected argument '%s'.", args[2]);
-      return 1;
-    }
-    return ClearCrash(args[1]);
-  }
-  PrintLine(L"Unknown dialog-crashes argument '%s'.", args[0]);
-  return 1;
+  return RunRecordVerb({L"dialog-crashes", L"dialog-crashes clear needs a program name.", true, ListCrashes, ClearCrash}, args);
 }
 
 }  // namespace cmr

@@ -152,27 +152,7 @@ int ClearStrikes(const std::wstring& clsid) {
 }  // namespace
 
 int RunProviderStrikesVerb(const std::vector<std::wstring>& args) {
-  if (args.empty()) return ListStrikes(false);
-  if (args[0] == L"--json") {
-    if (args.size() > 1) {
-      PrintLine(L"Unexpected argument '%s'.", args[1]);
-      return 1;
-    }
-    return ListStrikes(true);
-  }
-  if (args[0] == L"clear") {
-    if (args.size() < 2) {
-      PrintLine(L"provider-strikes clear needs a handler CLSID.");
-      return 1;
-    }
-    if (args.size() > 2) {
-      PrintLine(L"Unexpected argument '%s'.", args[2]);
-      return 1;
-    }
-    return ClearStrikes(args[1]);
-  }
-  PrintLine(L"Unknown provider-strikes argument '%s'.", args[0]);
-  return 1;
+  return RunRecordVerb({L"provider-strikes", L"provider-strikes clear needs a handler CLSID.", false, ListStrikes, ClearStrikes}, args);
 }
 
 }  // namespace cmr

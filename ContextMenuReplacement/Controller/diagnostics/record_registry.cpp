@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "common/console.h"
 #include "common/json_text.h"
 #include "common/system_error.h"
 
@@ -126,6 +127,30 @@ std::wstring FileTimeJson(uint64_t fileTime) {
   if (!t) return JsonQuote(L"(invalid time)");
   return fmt::format(L"\"{:04}-{:02}-{:02}T{:02}:{:02}:{:02}Z\"", t->wYear, t->wMonth, t->wDay,
                      t->wHour, t->wMinute, t->wSecond);
+}
+
+int RunRecordVerb(const RecordVerb& verb, const std::vector<std::wstring>& args) {
+  if (args.empty()) return verb.list(false);
+  if (args[0] == L"--json") {
+    if (args.size() > 1) {
+      PrintLine(L"Unexpected argument '%s'.", args[1]);
+      return 1;
+    }
+    return verb.list(true);
+  }
+  if (args[0] == L"clear") {
+    if (args.size() < 2 || (verb.emptyNameIsMissing && args[1].empty())) {
+      PrintLine(L"%s", verb.missingName);
+      return 1;
+    }
+    if (args.size() > 2) {
+      PrintLine(L"Unexpected argument '%s'.", args[2]);
+      return 1;
+    }
+    return verb.clear(args[1]);
+  }
+  PrintLine(L"Unknown %s argument '%s'.", verb.name, args[0]);
+  return 1;
 }
 
 }  // namespace cmr

@@ -45,4 +45,15 @@ struct RegistryValueEntry {
 [[nodiscard]] std::wstring FileTimeText(uint64_t fileTime);
 [[nodiscard]] std::wstring FileTimeJson(uint64_t fileTime);
 
+// The command line both record verbs share: no argument or "--json" lists the records, "clear
+// <name>" removes one. Argument errors print their line and give exit code 1.
+struct RecordVerb {
+  const wchar_t* name;          // "dialog-crashes"
+  const wchar_t* missingName;   // the line when "clear" has no name
+  bool emptyNameIsMissing;      // an empty name gets that line too
+  int (*list)(bool json);
+  int (*clear)(const std::wstring& name);
+};
+[[nodiscard]] int RunRecordVerb(const RecordVerb& verb, const std::vector<std::wstring>& args);
+
 }  // namespace cmr
