@@ -19,13 +19,21 @@ inline void RigJournal(const char* format, ...) {
   if (length < 0) return;
   if (length > static_cast<int>(sizeof(line)) - 2) length = sizeof(line) - 2;
   line[length++] = '\n';
-  // FILE_APPEND_DATA alone makes each WriteFile one atomic append, whatever other processes do.
+  // Wine does not make FILE_APPEND_DATA writes atomic between processes: two stand-ins starting
+  // together lost a line to each other. A named mutex serialises the appends.
+  HANDLE turn = ::CreateMutexW(nullptr, FALSE, L"CmrRig.JournalAppend");
+  if (turn) ::WaitForSingleObject(turn, 5000);
   HANDLE file = ::CreateFileW(path, FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
                               OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-  if (file == INVALID_HANDLE_VALUE) return;
-  DWORD written = 0;
-  ::WriteFile(file, line, static_cast<DWORD>(length), &written, nullptr);
-  ::CloseHandle(file);
+  if (file != INVALID_HANDLE_VALUE) {
+    DWORD written = 0;
+    ::WriteFile(file, line, static_cast<DWORD>(length), &written, nullptr);
+    ::CloseHandle(file);
+  }
+  if (turn) {
+    ::ReleaseMutex(turn);
+    ::CloseHandle(turn);
+  }
 }
 
 // Set by a test when every stand-in it caused to run should leave.
