@@ -47,6 +47,12 @@ std::wstring BuildFile(const wchar_t* folder, const wchar_t* file);
 std::wstring StagedController();
 // StartQuietly (tests/support/quiet_process.h), then waits for the process to end.
 void RunToExit(const std::wstring& exe, const std::wstring& arguments = L"");
+// Microseconds from starting the staged controller with `arguments` to its exit.
+double TimedControllerRun(const std::wstring& arguments);
+// Start-to-exit of the staged controller with `arguments` against the no-argument run, the two
+// alternated run by run so that a machine whose load drifts weighs on both alike; prints the
+// medians, the minimums and their ratios under `name`.
+void NoteRatioToNoArguments(const std::string& name, const std::wstring& arguments, int runs);
 
 // Keeps the optimiser from discarding a computed value.
 void Consume(const void* p);

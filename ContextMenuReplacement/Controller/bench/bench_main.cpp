@@ -1,3 +1,5 @@
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -7,9 +9,9 @@
 #include "bench/bench.h"
 #include "common/data_paths.h"
 #include "common/file_io.h"
+#include "common/json_text.h"
 #include "tests/support/quiet_process.h"
 #include "tests/support/staged_install.h"
-#include "common/json_text.h"
 
 namespace cmr::bench {
 
@@ -76,6 +78,28 @@ std::wstring StagedController() {
 void RunToExit(const std::wstring& exe, const std::wstring& arguments) {
   const UniqueHandle process = StartQuietly(exe, arguments);
   if (process) ::WaitForSingleObject(process.get(), INFINITE);
+}
+
+double TimedControllerRun(const std::wstring& arguments) {
+  const auto start = std::chrono::steady_clock::now();
+  RunToExit(StagedController(), arguments);
+  return std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() - start)
+      .count();
+}
+
+void NoteRatioToNoArguments(const std::string& name, const std::wstring& arguments, int runs) {
+  std::vector<double> verb, bare;
+  for (int i = 0; i < runs; ++i) {
+    verb.push_back(TimedControllerRun(arguments));
+    bare.push_back(TimedControllerRun(L""));
+  }
+  std::sort(verb.begin(), verb.end());
+  std::sort(bare.begin(), bare.end());
+  const double verbMedian = verb[verb.size() / 2], bareMedian = bare[bare.size() / 2];
+  Note(fmt::format("{}: median {:.0f} us (min {:.0f}); no arguments median {:.0f} us (min {:.0f})",
+                   name, verbMedian, verb.front(), bareMedian, bare.front()));
+  Note(fmt::format("{} / no arguments: medians {:.2f}x, minimums {:.2f}x ({} runs each)", name,
+                   verbMedian / bareMedian, verb.front() / bare.front(), runs));
 }
 
 void Consume(const void* p) {

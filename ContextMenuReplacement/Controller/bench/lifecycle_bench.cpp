@@ -14,51 +14,23 @@
 
 namespace {
 
-double TimedRun(const std::wstring& args) {
-  LARGE_INTEGER frequency{}, begin{}, end{};
-  ::QueryPerformanceFrequency(&frequency);
-  ::QueryPerformanceCounter(&begin);
-  cmr::bench::RunToExit(cmr::bench::StagedController(), args);
-  ::QueryPerformanceCounter(&end);
-  return 1e6 * static_cast<double>(end.QuadPart - begin.QuadPart) /
-         static_cast<double>(frequency.QuadPart);
-}
-
-double Median(std::vector<double> values) {
-  std::sort(values.begin(), values.end());
-  return values[values.size() / 2];
-}
-
-// Alternated run by run, so that a machine whose load drifts weighs on both alike.
 const bool status = cmr::bench::Register(
-    {"lifecycle: status --json vs no arguments (ratio)", 0, [] {
-       std::vector<double> json, bare;
-       for (int i = 0; i < 30; ++i) {
-         json.push_back(TimedRun(L"status --json"));
-         bare.push_back(TimedRun(L""));
-       }
-       cmr::bench::Note(
-           fmt::format("status --json median {:.0f} us (min {:.0f}); no arguments median {:.0f} us "
-                       "(min {:.0f})",
-                       Median(json), *std::min_element(json.begin(), json.end()), Median(bare),
-                       *std::min_element(bare.begin(), bare.end())));
-       cmr::bench::Note(fmt::format(
-           "status --json / no arguments: medians {:.2f}x, minimums {:.2f}x (goal < 1.3x)",
-           Median(json) / Median(bare),
-           *std::min_element(json.begin(), json.end()) /
-               *std::min_element(bare.begin(), bare.end())));
-     }});
+    {"lifecycle: status --json vs no arguments (ratio)", 0,
+     [] { cmr::bench::NoteRatioToNoArguments("status --json", L"status --json", 30); }});
 
 const bool enable = cmr::bench::Register(
     {"lifecycle: enable --yes --no-restart --strategy classic, one stand-in Explorer", 0, [] {
        const cmr::UniqueHandle shutdown(::CreateEventW(nullptr, TRUE, FALSE, L"CmrRig.Shutdown"));
        ::ResetEvent(shutdown.get());
-       const cmr::UniqueHandle explorer = cmr::StartQuietly(cmr::bench::BuildFile(L"rig", L"explorer.exe"), L"--shell");
+       const cmr::UniqueHandle explorer =
+           cmr::StartQuietly(cmr::bench::BuildFile(L"rig", L"explorer.exe"), L"--shell");
        ::Sleep(1000);  // its windows up; nothing here is timed against it
        std::vector<double> micros;
        for (int i = 0; i < 15; ++i) {
-         micros.push_back(TimedRun(L"enable --yes --no-restart --strategy classic"));
-         cmr::bench::RunToExit(cmr::bench::StagedController(), L"uninstall");  // back to a first enable, untimed
+         micros.push_back(
+             cmr::bench::TimedControllerRun(L"enable --yes --no-restart --strategy classic"));
+         cmr::bench::RunToExit(cmr::bench::StagedController(),
+                               L"uninstall");  // back to a first enable, untimed
        }
        std::sort(micros.begin(), micros.end());
        cmr::bench::Note(
