@@ -5,7 +5,6 @@
 #include "common/file_io.h"
 #include "common/json_text.h"
 #include "common/log.h"
-#include "common/system_error.h"
 #include "config/config_snapshot.h"
 #include "config/config_trust.h"
 #include "config/menu_document.h"
@@ -34,9 +33,8 @@ PublishResult LoadMenuFile(const std::wstring& path, PublishMode mode, ConfigPub
   }
   // One open handle serves the trust check and the read, so the file checked is the file read.
   ConfigurationFile file;
-  if (const DWORD error = file.Open(path); error != ERROR_SUCCESS) {
-    result.errors.push_back(
-        fmt::format(L"Could not read the security descriptor of '{}': {}", path, ErrorText(error)));
+  if (Status opened = file.Open(path); !opened) {
+    result.errors.push_back(opened.message());
     return result;
   }
   result.aclAccepted = file.CheckTrust(result.errors);
@@ -75,16 +73,16 @@ PublishResult LoadSettingsFile(const std::wstring& path, PublishMode mode,
   MenuConfiguration configuration;
   // Read and checked through one handle, so the file whose menu is trusted is the file read.
   ConfigurationFile file;
-  const DWORD openError = file.Open(path);
+  const Status open = file.Open(path);
+  const bool opened = open.ok();
   bool read = false;
-  if (openError == ERROR_FILE_NOT_FOUND || openError == ERROR_PATH_NOT_FOUND) {
+  if (open.systemError() == ERROR_FILE_NOT_FOUND || open.systemError() == ERROR_PATH_NOT_FOUND) {
     result.errors.push_back(fmt::format(L"'{}' does not exist.", path));
-  } else if (std::string text; openError != ERROR_SUCCESS || !file.Read(text)) {
+  } else if (std::string text; !opened || !file.Read(text)) {
     result.errors.push_back(fmt::format(L"Could not read '{}'.", path));
   } else {
     read = ReadSettingsText(text, configuration, result.errors, result.warnings);
   }
-  const bool opened = openError == ERROR_SUCCESS;
   if (mode == PublishMode::checkOnly) {
     // Validation reports the ACL verdict whatever the content, so both can be fixed at once.
     if (opened) result.aclAccepted = file.CheckTrust(result.errors);

@@ -64,12 +64,16 @@ std::wstring DescribeSid(PSID sid) {
   return text;
 }
 
-DWORD ConfigurationFile::Open(const std::wstring& path) {
+Status ConfigurationFile::Open(const std::wstring& path) {
   path_ = path;
   handle_.reset(::CreateFileW(path.c_str(), GENERIC_READ | READ_CONTROL,
                               FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
                               OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
-  return handle_ ? ERROR_SUCCESS : ::GetLastError();
+  if (handle_) return {};
+  const DWORD error = ::GetLastError();
+  return Status::Failure(
+      fmt::format(L"Could not read the security descriptor of '{}': {}", path, ErrorText(error)),
+      error);
 }
 
 bool ConfigurationFile::CheckTrust(MessageList& errors) const {
@@ -114,9 +118,8 @@ bool ConfigurationFile::Read(std::string& bytes) const {
 
 bool CheckConfigurationTrust(const std::wstring& path, MessageList& errors) {
   ConfigurationFile file;
-  if (const DWORD error = file.Open(path); error != ERROR_SUCCESS) {
-    errors.push_back(
-        fmt::format(L"Could not read the security descriptor of '{}': {}", path, ErrorText(error)));
+  if (Status opened = file.Open(path); !opened) {
+    errors.push_back(opened.message());
     return false;
   }
   return file.CheckTrust(errors);

@@ -22,9 +22,10 @@ inline constexpr DWORD kTrustWriteMask = FILE_WRITE_DATA | FILE_APPEND_DATA | FI
 // file whose bytes are read: a second open by path could reach a file swapped in between.
 class ConfigurationFile {
  public:
-  // Opens the file for reading (sharing read and write, as editors expect). Returns
-  // ERROR_SUCCESS or the Win32 error of the open.
-  [[nodiscard]] DWORD Open(const std::wstring& path);
+  // Opens the file for reading (sharing read and write, as editors expect). A failure says that
+  // the descriptor could not be read, since that is the first thing the open serves, and carries
+  // the Win32 code so that a caller can tell a missing file apart.
+  [[nodiscard]] Status Open(const std::wstring& path);
   // The trust check below, on the owner and DACL of the open handle.
   [[nodiscard]] bool CheckTrust(MessageList& errors) const;
   // The whole content through the open handle; false when it cannot be read.
