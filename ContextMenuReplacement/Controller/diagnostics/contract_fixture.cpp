@@ -89,8 +89,12 @@ Value Expanded(const Value& value, const Bindings& bindings, Allocator& allocato
     }
     Bindings inner = bindings;
     const std::string name(JsonMemberText(item, "as"));
+    const Value* width = JsonMember(item, "width");
+    const size_t digits = width != nullptr && width->IsUint() ? width->GetUint() : 0;
     for (unsigned i = 0; i < count->GetUint(); ++i) {
-      if (!name.empty()) inner[name] = std::to_string(i);
+      std::string number = std::to_string(i);
+      if (number.size() < digits) number.insert(0, digits - number.size(), '0');
+      if (!name.empty()) inner[name] = number;
       copy.PushBack(Expanded(*each, inner, allocator), allocator);
     }
   }

@@ -34,7 +34,8 @@
 //     "policies", "rules" (one line each, see the fixtures), "restamped" (bool).
 //
 // Inside any array, {"$repeat": n, "as": "i", "each": <value>} stands for n copies of the value
-// with "{i}" in its strings replaced by 0 .. n-1, so a fixture can reach a limit.
+// with "{i}" in its strings replaced by 0 .. n-1 (zero-padded to "width" digits when given), so
+// a fixture can reach a limit.
 
 #include <rapidjson/document.h>
 
