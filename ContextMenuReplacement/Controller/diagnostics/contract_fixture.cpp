@@ -43,7 +43,8 @@ Texts ExpectedTexts(const Value& value) {
   Texts texts;
   if (value.IsString()) texts.push_back(JsonWide(value));
   if (value.IsArray()) {
-    for (const Value& item : value.GetArray()) texts.push_back(item.IsString() ? JsonWide(item) : Compact(item));
+    for (const Value& item : value.GetArray())
+      texts.push_back(item.IsString() ? JsonWide(item) : Compact(item));
   }
   return texts;
 }
@@ -104,13 +105,13 @@ Value Expanded(const Value& value, const Bindings& bindings, Allocator& allocato
 // ---- Probes --------------------------------------------------------------------------------
 
 Texts IdentityKindProbe(const Value& input) {
-  static constexpr std::wstring_view kNames[] = {L"invalid", L"windows", L"com-canonical",
-                                                 L"com-catalog", L"product", L"user",
-                                                 L"ephemeral"};
+  static constexpr std::wstring_view kNames[] = {
+      L"invalid", L"windows", L"com-canonical", L"com-catalog", L"product", L"user", L"ephemeral"};
   const std::wstring text = JsonWide(input);
   const auto kind = static_cast<uint32_t>(ClassifyIdentity(text));
   std::wstring answer(kind < std::size(kNames) ? kNames[kind] : L"?");
-  if (IsProviderWideComIdentity(text)) answer = kind == 0 ? L"provider-wide" : answer + L"+provider-wide";
+  if (IsProviderWideComIdentity(text))
+    answer = kind == 0 ? L"provider-wide" : answer + L"+provider-wide";
   return {answer};
 }
 
@@ -120,9 +121,13 @@ Texts IdentityOrderProbe(const Value& input) {
   return identities;
 }
 
-Texts ReferenceKeyProbe(const Value& input) { return {MakeReferenceKey(input)}; }
+Texts ReferenceKeyProbe(const Value& input) {
+  return {MakeReferenceKey(input)};
+}
 
-Texts LegacyIdProbe(const Value& input) { return {NormaliseLegacyLayoutId(JsonWide(input))}; }
+Texts LegacyIdProbe(const Value& input) {
+  return {NormaliseLegacyLayoutId(JsonWide(input))};
+}
 
 Texts HeaderProbe(const Value& input) {
   DocumentHeader header;
@@ -186,9 +191,10 @@ Texts MatchProbe(const Value& input) {
   texts.reserve(rows->Size());
   for (const Value& row : rows->GetArray()) {
     texts.push_back({Text(row, "namespace_id"), Text(row, "extension"), Text(row, "file_class")});
-    layouts.push_back({static_cast<uint32_t>(ParseContextFamily(JsonMemberText(row, "family"))),
-                       texts.back()[0], texts.back()[1], texts.back()[2],
-                       static_cast<uint32_t>(ParseSelectionArity(JsonMemberText(row, "selection")))});
+    layouts.push_back(
+        {static_cast<uint32_t>(ParseContextFamily(JsonMemberText(row, "family"))), texts.back()[0],
+         texts.back()[1], texts.back()[2],
+         static_cast<uint32_t>(ParseSelectionArity(JsonMemberText(row, "selection")))});
   }
   return {MatchResultText(Scan(layouts, target, input))};
 }
@@ -201,7 +207,8 @@ Texts FileClassProbe(const Value& input) {
     return registered == nullptr ? std::wstring() : Text(*registered, ToUtf8(name).c_str());
   };
   std::wstring answer = ClassifyFile(Text(input, "perceived"), Text(input, "mime"), lookup);
-  for (size_t i = 0; i < asked.size(); ++i) answer += (i == 0 ? L" after reading " : L", ") + asked[i];
+  for (size_t i = 0; i < asked.size(); ++i)
+    answer += (i == 0 ? L" after reading " : L", ") + asked[i];
   return {answer};
 }
 
@@ -215,10 +222,14 @@ struct ProbeRow {
 };
 
 constexpr ProbeRow kProbes[] = {
-    {"identity", IdentityKindProbe},   {"identity-order", IdentityOrderProbe},
-    {"reference-key", ReferenceKeyProbe}, {"legacy-id", LegacyIdProbe},
-    {"header", HeaderProbe},           {"target", TargetProbe},
-    {"match", MatchProbe},             {"file-class", FileClassProbe},
+    {"identity", IdentityKindProbe},
+    {"identity-order", IdentityOrderProbe},
+    {"reference-key", ReferenceKeyProbe},
+    {"legacy-id", LegacyIdProbe},
+    {"header", HeaderProbe},
+    {"target", TargetProbe},
+    {"match", MatchProbe},
+    {"file-class", FileClassProbe},
     {"draft-id", DraftIdProbe},
 };
 
@@ -239,10 +250,10 @@ std::wstring CheckProbe(std::string_view name, const Value& pair) {
 
 std::wstring PolicyText(const CommandPolicy& policy) {
   std::wstring text = policy.commandId + L" ";
-  text += policy.scope ? MatchText(policy.scope->family, policy.scope->namespaceId,
-                                   policy.scope->extension, policy.scope->fileClass,
-                                   policy.scope->selection)
-                       : L"<global>";
+  text += policy.scope
+              ? MatchText(policy.scope->family, policy.scope->namespaceId, policy.scope->extension,
+                          policy.scope->fileClass, policy.scope->selection)
+              : L"<global>";
   if (policy.hidden) text += *policy.hidden ? L" hidden" : L" shown";
   if (!policy.titleOverride.empty()) text += L" titled " + policy.titleOverride;
   return text;
@@ -251,10 +262,10 @@ std::wstring PolicyText(const CommandPolicy& policy) {
 std::wstring RuleText(const ExtensionRule& rule) {
   static constexpr std::wstring_view kActions[] = {L"none", L"hide", L"move"};
   const auto action = static_cast<uint32_t>(rule.action);
-  std::wstring text = fmt::format(
-      L"{} {} {} {}", rule.id,
-      rule.family ? FromUtf8(ContextFamilyName(*rule.family)) : std::wstring(L"<any>"),
-      rule.targetKey, action < std::size(kActions) ? kActions[action] : L"?");
+  std::wstring text =
+      fmt::format(L"{} {} {} {}", rule.id,
+                  rule.family ? FromUtf8(ContextFamilyName(*rule.family)) : std::wstring(L"<any>"),
+                  rule.targetKey, action < std::size(kActions) ? kActions[action] : L"?");
   if (!rule.targetSubmenuId.empty()) text += L" to " + rule.targetSubmenuId;
   if (rule.fromOverlay) text += L" overlay";
   return text;
@@ -288,7 +299,8 @@ std::wstring CheckTarget(const CustomModelView& view, const Value& expected) {
   const std::wstring chosen = result.status == MatchStatus::matched
                                   ? std::wstring(view.Text(view.Layout(result.index).id))
                                   : MatchResultText(result);
-  const std::wstring wanted = layout == nullptr || !layout->IsString() ? L"none" : JsonWide(*layout);
+  const std::wstring wanted =
+      layout == nullptr || !layout->IsString() ? L"none" : JsonWide(*layout);
   if (chosen != wanted) {
     return fmt::format(L"target '{}' is served by {}, expected {}", where, chosen, wanted);
   }
@@ -315,7 +327,8 @@ Status LoadDocument(const Value& source, const ContractInputs& inputs, rapidjson
 std::wstring CheckDocuments(const Value& baselineSource, const Value* overlaySource,
                             const Value& expect, const ContractInputs& inputs) {
   rapidjson::Document merged, overlay;
-  if (Status status = LoadDocument(baselineSource, inputs, merged); !status) return status.message();
+  if (Status status = LoadDocument(baselineSource, inputs, merged); !status)
+    return status.message();
   if (overlaySource != nullptr) {
     if (Status status = LoadDocument(*overlaySource, inputs, overlay); !status) {
       return status.message();
@@ -338,14 +351,16 @@ std::wstring CheckDocuments(const Value& baselineSource, const Value* overlaySou
     return L"the compiled snapshot does not attach: " + status.message();
   }
   Texts layouts, definitions, policies, rules;
-  for (uint32_t i = 0; i < view.layoutCount(); ++i) layouts.emplace_back(view.Text(view.Layout(i).id));
+  for (uint32_t i = 0; i < view.layoutCount(); ++i)
+    layouts.emplace_back(view.Text(view.Layout(i).id));
   for (uint32_t i = 0; i < view.definitionCount(); ++i) {
     definitions.emplace_back(view.Text(view.Definition(i).identity));
   }
   for (const CommandPolicy& policy : model.policies) policies.push_back(PolicyText(policy));
   for (const ExtensionRule& rule : model.extensionRules) rules.push_back(RuleText(rule));
   std::wstring why = Compare(L"the layouts", layouts, JsonMember(expect, "layouts"));
-  if (why.empty()) why = Compare(L"the definitions", definitions, JsonMember(expect, "definitions"));
+  if (why.empty())
+    why = Compare(L"the definitions", definitions, JsonMember(expect, "definitions"));
   if (why.empty()) why = Compare(L"the policies", policies, JsonMember(expect, "policies"));
   if (why.empty()) why = Compare(L"the rules", rules, JsonMember(expect, "rules"));
   if (const Value* wanted = JsonMember(expect, "restamped"); why.empty() && wanted != nullptr) {
@@ -353,7 +368,8 @@ std::wstring CheckDocuments(const Value& baselineSource, const Value* overlaySou
       why = restamped ? L"the overlay was re-stamped" : L"the overlay was not re-stamped";
     }
   }
-  if (const Value* targets = JsonMember(expect, "targets"); targets != nullptr && targets->IsArray()) {
+  if (const Value* targets = JsonMember(expect, "targets");
+      targets != nullptr && targets->IsArray()) {
     for (const Value& target : targets->GetArray()) {
       if (why.empty()) why = CheckTarget(view, target);
     }

@@ -22,7 +22,8 @@ std::vector<std::wstring> FixtureNames(const std::wstring& folder) {
   UniqueFind find(::FindFirstFileW(JoinPath(folder, L"*.json").c_str(), &entry));
   if (!find) return names;
   do {
-    if ((entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) == 0) names.emplace_back(entry.cFileName);
+    if ((entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) == 0)
+      names.emplace_back(entry.cFileName);
   } while (::FindNextFileW(find.get(), &entry));
   std::sort(names.begin(), names.end());
   return names;

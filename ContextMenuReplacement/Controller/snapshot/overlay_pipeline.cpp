@@ -83,8 +83,8 @@ ModelPipelineResult Compile(const ModelSources& sources, bool publish, FileOpera
   }
   ModelDocument model;
   bool restamped = false;
-  if (Status status = MergeModelDocuments(schema, merged, withOverlay ? &overlay : nullptr,
-                                          model, restamped);
+  if (Status status =
+          MergeModelDocuments(schema, merged, withOverlay ? &overlay : nullptr, model, restamped);
       !status) {
     return Refused(status, false);
   }

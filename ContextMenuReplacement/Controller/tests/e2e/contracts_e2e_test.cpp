@@ -10,7 +10,9 @@
 namespace cmr::e2e {
 namespace {
 
-std::wstring Staged(const wchar_t* relative) { return JoinPath(InstallFolder(), relative); }
+std::wstring Staged(const wchar_t* relative) {
+  return JoinPath(InstallFolder(), relative);
+}
 
 const std::wstring kSchema = L"Schema\\custom-menu.schema.json";
 
@@ -33,9 +35,9 @@ void ExpectAllPassed(const RunResult& run, size_t atLeast) {
 
 TEST(ContractsE2e, ShippedFixturesPassAndNothingIsWritten) {
   ResetUserData();
-  const RunResult model = RunController(
-      {L"model-contracts", Staged(kSchema.c_str()), Staged(L"Content\\Contracts\\model"),
-       Staged(L"Content\\Menus\\create-organize.baseline.json")});
+  const RunResult model = RunController({L"model-contracts", Staged(kSchema.c_str()),
+                                         Staged(L"Content\\Contracts\\model"),
+                                         Staged(L"Content\\Menus\\create-organize.baseline.json")});
   EXPECT_NE(model.output.find("PASS  shipped create-organize.baseline.json\n"), std::string::npos);
   ExpectAllPassed(model, 16);
   ExpectAllPassed(RunController({L"placement-contracts", Staged(kSchema.c_str()),
@@ -46,8 +48,9 @@ TEST(ContractsE2e, ShippedFixturesPassAndNothingIsWritten) {
 
 TEST(ContractsE2e, AWrongExpectationFailsWithItsReason) {
   const std::wstring folder = ScratchFolder(L"contracts");
-  WriteBytes(JoinPath(folder, L"b-kind.json"),
-             R"({"probe": "identity", "cases": [["windows:open", "windows"], ["windows:", "windows"]]})");
+  WriteBytes(
+      JoinPath(folder, L"b-kind.json"),
+      R"({"probe": "identity", "cases": [["windows:open", "windows"], ["windows:", "windows"]]})");
   WriteBytes(JoinPath(folder, L"a-refusal.json"),
              R"({"baseline": {"document_kind": "baseline", "layouts": [{"id": "l", "items": []}]},)"
              R"( "expect": {"refusal": "Layout 'l' is fine."}})");
