@@ -10,6 +10,7 @@
 #include "common/log.h"
 #include "cli/usage_text.h"
 #include "cli/verb_table.h"
+#include "diagnostics/contract_suites.h"
 #include "common/win32.h"
 
 namespace cmr {
@@ -21,11 +22,6 @@ void ReopenOnConsole(FILE* stream, const wchar_t* mode, DWORD stdHandle) {
   if (_wfreopen_s(&reopened, L"CONOUT$", mode, stream) == 0 && reopened != nullptr) {
     ::SetStdHandle(stdHandle, reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(reopened))));
   }
-}
-
-// The self-check suites are not part of this build; they keep their argument rules.
-int RunSelfCheckUnavailable(const wchar_t* verb) {
-  return ReportUnavailable(verb);
 }
 
 }  // namespace
@@ -42,7 +38,7 @@ void AttachParentConsoleIfNeeded() {
 int RunController(int argc, wchar_t** argv) {
   // The two self-check verbs run before, and without, the log.
   if (argc == 4 && std::wstring(argv[1]) == L"placement-contracts") {
-    return RunSelfCheckUnavailable(L"placement-contracts");
+    return RunPlacementContracts(argv[2], argv[3]);
   }
   if (argc >= 2 && std::wstring(argv[1]) == L"model-contracts") {
     if (argc < 5) {
@@ -51,7 +47,7 @@ int RunController(int argc, wchar_t** argv) {
           L"baseline.\n");
       return 1;
     }
-    return RunSelfCheckUnavailable(L"model-contracts");
+    return RunModelContracts(argv[2], argv[3], std::vector<std::wstring>(argv + 4, argv + argc));
   }
 
   if (!OpenLog(L"Ravelin", L"Controller", L"")) {

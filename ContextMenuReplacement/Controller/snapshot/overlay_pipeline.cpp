@@ -21,6 +21,29 @@ std::string PrettyOverlayText(const rapidjson::Value& document) {
   return std::string(buffer.GetString(), buffer.GetSize()) + "\n";
 }
 
+Status MergeModelDocuments(const rapidjson::Document& schema, rapidjson::Document& merged,
+                           rapidjson::Document* overlay, ModelDocument& model, bool& restamped) {
+  restamped = false;
+  if (Status error = ValidateAgainstSchema(schema, merged, DocumentKind::baseline); !error) {
+    return error;
+  }
+  if (overlay != nullptr) {
+    if (Status error = ValidateAgainstSchema(schema, *overlay, DocumentKind::overlay); !error) {
+      return error;
+    }
+  }
+  DocumentHeader header;
+  if (Status error = ReadDocumentHeader(merged, header); !error) return error;
+  if (Status error = RequireBaselineDocument(header); !error) return error;
+  if (overlay != nullptr) {
+    if (Status status = VetOverlay(header, *overlay, restamped); !status) return status;
+    if (Status status = MergeOverlay(merged, *overlay); !status) return status;
+  } else if (Status error = FlattenLayouts(merged); !error) {
+    return error;
+  }
+  return ParseModelDocument(merged, model);
+}
+
 namespace {
 
 struct Compiled {
@@ -58,37 +81,16 @@ ModelPipelineResult Compile(const ModelSources& sources, bool publish, FileOpera
                                : L"The schema or baseline is not valid JSON.",
                    false);
   }
-  if (Status error = ValidateAgainstSchema(schema, merged, DocumentKind::baseline); !error) {
-    return Refused(error, false);
-  }
-  if (withOverlay) {
-    if (Status error = ValidateAgainstSchema(schema, overlay, DocumentKind::overlay); !error) {
-      return Refused(error, false);
-    }
-  }
-  DocumentHeader header;
-  if (Status error = ReadDocumentHeader(merged, header); !error) {
-    return Refused(error, false);
-  }
-  if (Status error = RequireBaselineDocument(header); !error) {
-    return Refused(error, false);
-  }
-  if (withOverlay) {
-    bool restamped = false;
-    if (Status status = VetOverlay(header, overlay, restamped); !status) {
-      return Refused(status, false);
-    }
-    if (restamped) {
-      out.restampedOverlay = PrettyOverlayText(overlay);
-      out.originalOverlay = overlayText;
-    }
-    if (Status status = MergeOverlay(merged, overlay); !status) return Refused(status, false);
-  } else if (Status error = FlattenLayouts(merged); !error) {
-    return Refused(error, false);
-  }
   ModelDocument model;
-  if (Status error = ParseModelDocument(merged, model); !error) {
-    return Refused(error, false);
+  bool restamped = false;
+  if (Status status =
+          MergeModelDocuments(schema, merged, withOverlay ? &overlay : nullptr, model, restamped);
+      !status) {
+    return Refused(status, false);
+  }
+  if (restamped) {
+    out.restampedOverlay = PrettyOverlayText(overlay);
+    out.originalOverlay = overlayText;
   }
   // The icon cache is written only for a publication: validation writes nothing.
   if (publish) CacheUserCommandIcons(model);

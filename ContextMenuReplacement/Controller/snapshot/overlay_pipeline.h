@@ -20,6 +20,7 @@
 #include <string>
 
 #include "common/file_operations.h"
+#include "model/model_types.h"
 #include "snapshot/publish_pipeline.h"
 
 namespace cmr {
@@ -29,6 +30,15 @@ struct ModelSources {
   std::wstring baselinePath;
   std::wstring overlayPath;  // empty: the baseline alone
 };
+
+// Validates both documents against `schema`, vets the overlay, merges it (or, with no overlay,
+// flattens the baseline alone) and parses the result into `model`: the steps between reading
+// the files and compiling the snapshot, which write nothing. `merged` holds the baseline on
+// entry; `overlay` is null for the baseline alone. `restamped` says the overlay was migrated
+// from the predecessor release and `*overlay` now holds the re-stamped document.
+[[nodiscard]] Status MergeModelDocuments(const rapidjson::Document& schema,
+                                         rapidjson::Document& merged, rapidjson::Document* overlay,
+                                         ModelDocument& model, bool& restamped);
 
 // Reads, validates, vets, merges, flattens, parses and compiles; with `publish` set also
 // writes a re-stamped overlay back and publishes. With it clear nothing is written and no

@@ -83,9 +83,6 @@ TEST(CliE2e, PlacementContractsIsStrictAboutItsArgumentCount) {
     EXPECT_EQ(run.exitCode, 1u);
     EXPECT_EQ(run.output, "Unknown verb 'placement-contracts'\n\n" + Usage());
   }
-  const RunResult two = RunController({L"placement-contracts", L"schema.json", L"fixtures"});
-  EXPECT_EQ(two.output, "The 'placement-contracts' verb is not available in this build.\n");
-  EXPECT_EQ(two.exitCode, 1u);
 }
 
 TEST(CliE2e, SelfCheckVerbsRunWithoutTheLog) {
