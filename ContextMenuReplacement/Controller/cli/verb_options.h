@@ -6,15 +6,11 @@
 #include <vector>
 
 #include "config/config_verbs.h"
-#include "snapshot/custom_model_verbs.h"
 #include "lifecycle/lifecycle_verbs.h"
+#include "lifecycle/reconcile.h"
+#include "snapshot/custom_model_verbs.h"
 
 namespace cmr {
-
-struct ReconcileOptions {
-  bool force = false;
-  bool allowRestart = false;
-};
 
 // Each returns the dispatcher's message for a bad command line, or an empty string when the
 // options were read. `args` are the arguments after the verb (argv[2..]).

@@ -14,6 +14,7 @@
 #include "lifecycle/boot_restore.h"
 #include "lifecycle/install_probe.h"
 #include "lifecycle/lifecycle_verbs.h"
+#include "lifecycle/reconcile.h"
 #include "lifecycle/status_report.h"
 #include "snapshot/custom_model_verbs.h"
 
@@ -53,7 +54,7 @@ int ReconcileVerb(const std::vector<std::wstring>& args) {
   if (std::wstring message = ParseReconcileOptions(args, options); !message.empty()) {
     return Refuse(message);
   }
-  return ReportUnavailable(L"reconcile");
+  return RunReconcileVerb(options);
 }
 
 int BootRestoreVerb(const std::vector<std::wstring>&) {

@@ -133,6 +133,15 @@ std::wstring ShippedSettingsPath() {
                   L"High Level Settings.json");
 }
 
+std::wstring InstalledSchemaPath() {
+  return JoinPath(JoinPath(ExecutableFolder(), L"Schema"), L"custom-menu.schema.json");
+}
+
+std::wstring InstalledBaselinePath() {
+  return JoinPath(JoinPath(JoinPath(ExecutableFolder(), L"Content"), L"Menus"),
+                  L"create-organize.baseline.json");
+}
+
 std::wstring SettingsFileWithShippedFallback() {
   const std::wstring user = SettingsFilePath();
   return FileExists(user) ? user : ShippedSettingsPath();

@@ -43,6 +43,9 @@ namespace cmr {
 // The folder holding this executable, and the settings file that ships beside it.
 [[nodiscard]] std::wstring ExecutableFolder();
 [[nodiscard]] std::wstring ShippedSettingsPath();
+// The custom menu schema and baseline installed beside this executable.
+[[nodiscard]] std::wstring InstalledSchemaPath();
+[[nodiscard]] std::wstring InstalledBaselinePath();
 // The user's settings file when it exists, otherwise the shipped defaults. Only the readers of
 // the on/off state and of the dialog settings use this; the config verbs never fall back.
 [[nodiscard]] std::wstring SettingsFileWithShippedFallback();

@@ -2,6 +2,7 @@
 
 #include <fmt/xchar.h>
 
+#include "common/data_paths.h"
 #include "common/file_io.h"
 #include "common/json_text.h"
 #include "config/menu_document.h"
@@ -169,6 +170,21 @@ bool ReadColour(const rapidjson::Value& settings, const char* key, uint32_t& out
   const uint32_t blue = digits[4] * 16 + digits[5];
   out = red | (green << 8) | (blue << 16);
   return true;
+}
+
+bool SettingsTextEnablesFeature(std::string_view text) {
+  rapidjson::Document root;
+  JsonParseFailure failure;
+  if (!ParseJsonText(text, true, root, failure)) return false;
+  const rapidjson::Value* apps = JsonMember(root, "apps");
+  if (!apps || !apps->IsArray()) return false;
+  const rapidjson::Value* entry = FindApp(*apps, kSettingsAppId);
+  return entry && JsonStringIs(JsonMember(*entry, "status"), "enabled");
+}
+
+bool FeatureEnabledInSettings() {
+  const Result<std::string> text = ReadWholeFile(SettingsFileWithShippedFallback());
+  return text && SettingsTextEnablesFeature(text.value());
 }
 
 bool ReadSettingsGlobals(const rapidjson::Value& root, MenuConfiguration& configuration,

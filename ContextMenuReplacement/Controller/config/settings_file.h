@@ -31,6 +31,12 @@ inline constexpr char kSettingsAppId[] = "context-menu-replacement";
 [[nodiscard]] bool ReadColour(const rapidjson::Value& settings, const char* key, uint32_t& out,
                               MessageList& errors);
 
+// Whether the settings text switches this feature on: its entry's `status` is exactly "enabled".
+// Text that is not JSON, or has no such entry, switches nothing on.
+[[nodiscard]] bool SettingsTextEnablesFeature(std::string_view text);
+// The same for the user's settings file, or the shipped defaults when the user has none.
+[[nodiscard]] bool FeatureEnabledInSettings();
+
 // Fills the enabled flag, bypass mask, opacity and display globals of `configuration` from the
 // parsed file. A missing entry, or a ranged number out of range, stops the read at once and
 // returns false; other bad keys are reported and the read goes on to the end (true). The

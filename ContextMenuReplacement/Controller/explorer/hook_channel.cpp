@@ -125,6 +125,10 @@ bool IsEarlierBuildHookName(std::wstring_view name) noexcept {
          !EqualsIgnoreCase(name, kHookModuleFileName);
 }
 
+bool EarlierBuildHookLoaded() {
+  return AnyEarlierBuildLoaded(EnumerateExplorer());
+}
+
 int SendCommand(uint32_t code, std::wstring_view label, intptr_t argument, DWORD processId) {
   const UINT message = ::RegisterWindowMessageW(kCommandMessageName);
   if (message == 0) {

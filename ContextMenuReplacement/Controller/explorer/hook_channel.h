@@ -54,6 +54,10 @@ struct HookModule {
 // ASCII letters compared case-insensitively) that is not this build's Hook.
 [[nodiscard]] bool IsEarlierBuildHookName(std::wstring_view moduleFileName) noexcept;
 
+// Whether a module of an earlier Hook build is loaded in any discovered Explorer process: this
+// build's Hook stays inert beside it until Explorer restarts.
+[[nodiscard]] bool EarlierBuildHookLoaded();
+
 // Sends one command to every initialised Hook of `processId` (0: of every process). Prints one
 // line per timed-out Hook; 0 when at least one Hook took it, else 1.
 int SendCommand(uint32_t code, std::wstring_view label, intptr_t argument, DWORD processId);

@@ -3,6 +3,7 @@
 #include "explorer/explorer_discovery.h"
 #include "explorer/explorer_restart.h"
 #include "explorer/hook_channel.h"
+#include "explorer/mode_verbs.h"
 
 namespace cmr {
 
@@ -20,6 +21,14 @@ bool RestartExplorerShell() {
 
 int InjectHook() {
   return Inject();
+}
+
+bool EarlierBuildHookInExplorer() {
+  return EarlierBuildHookLoaded();
+}
+
+int SendModernReplacementMode() {
+  return RunReplacementVerb(L"modern");
 }
 
 int SendHookCommand(const HookCommand& command) {

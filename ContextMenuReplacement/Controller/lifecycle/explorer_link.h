@@ -24,6 +24,11 @@ inline constexpr HookCommand kHookShutdownCommand{3, L"shutdown", 0};
 [[nodiscard]] bool RestartExplorerShell();
 // Loads the Hook into every Explorer UI thread; 0 or the enrolment's non-zero result.
 [[nodiscard]] int InjectHook();
+// An earlier build's Hook is loaded in Explorer.
+[[nodiscard]] bool EarlierBuildHookInExplorer();
+// Switches every Hook to the native adapter plus first-party modern commands and records that
+// mode for later repairs, as the replacement verb does for "modern"; its result.
+[[nodiscard]] int SendModernReplacementMode();
 // To every Hook process: 0 delivered to at least one, 1 otherwise.
 [[nodiscard]] int SendHookCommand(const HookCommand& command);
 
