@@ -91,8 +91,7 @@ TEST(CustomModelE2e, ShippedBaselinePublishedAndReadBackPerTarget) {
       {L"taskbar-start", "taskbar-start-default"},
       {L"taskbar-app", "taskbar-app-default"},
       {L"file:.JPG", "file-item-default"},
-      {L"class:image", "file-item-default"},
-  };
+      {L"class:image", "file-item-default"}};
   for (const auto& [target, layout] : shipped) {
     SCOPED_TRACE(ToUtf8(target));
     const std::string text = Model({L"effective", target}).output;
