@@ -1,15 +1,16 @@
-// custom-model as the Settings application and an operator use it: publishing the shipped
-// baseline, then asking which layout and tree a right-click on each target gets.
+// custom-model through the real controller, as the Settings application and an operator use it:
+// the shipped baseline published and read back per target, the user's overlay validated,
+// published, migrated and reset, and every refusal leaving the published model as it was.
 
 #include <gtest/gtest.h>
-#include <rapidjson/document.h>
 
 #include <cstring>
-#include <regex>
 
 #include "common/data_paths.h"
 #include "common/file_io.h"
 #include "common/text.h"
+#include "snapshot/custom_model_publisher.h"
+#include "snapshot/user_icons.h"
 #include "tests/e2e/harness.h"
 
 namespace cmr::e2e {
@@ -17,167 +18,126 @@ namespace {
 
 using namespace std::string_literals;
 
-std::wstring SchemaPath() {
+std::wstring Schema() {
   return InstallFolder() + L"\\Schema\\custom-menu.schema.json";
 }
-std::wstring BaselinePath() {
+std::wstring Baseline() {
   return InstallFolder() + L"\\Content\\Menus\\create-organize.baseline.json";
 }
-std::wstring Published(const std::wstring& name) {
-  return JoinPath(PublishedFolder(), name);
-}
-std::wstring SnapshotName(uint32_t version) {
-  return L"custom-model-snapshot-" + std::to_wstring(version) + L".bin";
+
+RunResult Model(std::vector<std::wstring> args) {
+  args.insert(args.begin(), L"custom-model");
+  return RunController(args);
 }
 
-struct ShippedTarget {
-  const wchar_t* target;
-  const char* layout;
-};
-constexpr ShippedTarget kShipped[] = {
-    {L"desktop", "desktop-default"},
-    {L"folder-background", "folder-background-default"},
-    {L"folder-item", "folder-item-default"},
-    {L"drive", "drive-default"},
-    {L"file-item", "file-item-default"},
-    {L"taskbar-background", "taskbar-background-default"},
-    {L"taskbar-clock", "taskbar-clock-default"},
-    {L"taskbar-start", "taskbar-start-default"},
-    {L"taskbar-app", "taskbar-app-default"},
-    {L"file:.txt", "file-item-default"},
-    {L"file:.JPG", "file-item-default"},
-    {L"class:image", "file-item-default"},
-};
-constexpr const char* kNothingPublished = "No compatible custom model has been published yet.\n";
-constexpr const char* kStillInEffect =
+bool Has(const std::string& text, const std::string& part) {
+  return text.find(part) != std::string::npos;
+}
+bool Lacks(const std::string& text, const std::string& part) {
+  return !Has(text, part);
+}
+size_t Count(const std::string& text, const std::string& part) {
+  size_t n = 0;
+  for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++n;
+  return n;
+}
+
+const std::string kNothingPublished = "No compatible custom model has been published yet.\n";
+const std::string kStillInEffect =
     "Nothing was published. The previously published custom model is still in effect.\n";
+const std::string kHeader =
+    R"({"document_kind":"overlay","schema_version":2,"baseline_version":"win11-shell-2026.11",)";
 
-uint32_t PublishShipped() {
-  const RunResult run = RunController({L"custom-model", L"publish", SchemaPath(), BaselinePath()});
-  std::smatch match;
-  static const std::regex published(
-      "Published custom model version ([0-9]+): 9 layout\\(s\\), [0-9]+ node\\(s\\)\\.\n");
-  EXPECT_TRUE(std::regex_match(run.output, match, published)) << run.output;
+void PublishShipped(uint32_t version) {
+  const RunResult run = Model({L"publish", Schema(), Baseline()});
+  EXPECT_EQ(run.output, "Published custom model version " + std::to_string(version) +
+                            ": 9 layout(s), 177 node(s).\n");
   EXPECT_EQ(run.exitCode, 0u);
-  return match.empty() ? 0 : static_cast<uint32_t>(std::stoul(match[1]));
 }
 
-std::string ControlRecord(uint32_t version) {
-  std::string bytes(12, '\0');
-  const uint32_t words[3] = {0x424E43D6, 18, version};
-  std::memcpy(bytes.data(), words, 12);
-  return bytes;
-}
-
-// Counts the nodes of a JSON tree, checking the shape documented for it on the way.
-size_t CountJsonNodes(const rapidjson::Value& items) {
-  size_t count = 0;
-  for (const rapidjson::Value& node : items.GetArray()) {
-    EXPECT_TRUE(node.IsObject() && node.HasMember("id") && node["id"].IsString());
-    EXPECT_TRUE(node.HasMember("kind") && node["kind"].IsString());
-    ++count;
-    if (node.HasMember("items")) count += CountJsonNodes(node["items"]);
-  }
-  return count;
-}
-
-TEST(CustomModelE2e, EveryShippedTargetBeforeAndAfterPublication) {
+TEST(CustomModelE2e, ShippedBaselinePublishedAndReadBackPerTarget) {
   ResetUserData();
-  const RunResult validate =
-      RunController({L"custom-model", L"validate", SchemaPath(), BaselinePath()});
-  static const std::regex valid(
-      "Valid\\. 9 layout\\(s\\), [0-9]+ node\\(s\\)\\. Nothing was published\\.\n");
-  EXPECT_TRUE(std::regex_match(validate.output, valid)) << validate.output;
-  EXPECT_EQ(validate.exitCode, 0u);
-  EXPECT_FALSE(FileExists(Published(L"custom-model-control.bin")));
-  EXPECT_FALSE(FileExists(Published(SnapshotName(1))));
-  for (const ShippedTarget& shipped : kShipped) {
-    for (const RunResult& run :
-         {RunController({L"custom-model", L"effective", shipped.target}),
-          RunController({L"custom-model", L"effective", shipped.target, L"--json"})}) {
-      EXPECT_EQ(run.output, kNothingPublished);
-      EXPECT_EQ(run.exitCode, 1u);
-    }
-  }
-
-  ASSERT_EQ(PublishShipped(), 1u);
-  EXPECT_EQ(ReadBytes(Published(L"custom-model-control.bin")), ControlRecord(1));
-  static const std::regex line(
-      "  (  )*- (\\(separator\\)|\\[[^\\]]+\\] (command \\S*|\\(.*\\)|.+ >))");
-  for (const ShippedTarget& shipped : kShipped) {
-    const std::string target = ToUtf8(shipped.target);
-    const RunResult text = RunController({L"custom-model", L"effective", shipped.target});
-    EXPECT_EQ(text.exitCode, 0u) << target;
-    const std::string heading =
-        "Layout '" + std::string(shipped.layout) + "' for target '" + target + "':\n";
-    ASSERT_EQ(text.output.substr(0, heading.size()), heading) << text.output;
-    size_t lines = 0;
-    for (size_t at = heading.size(); at < text.output.size(); ++lines) {
-      const size_t end = text.output.find('\n', at);
-      ASSERT_NE(end, std::string::npos);
-      const std::string row = text.output.substr(at, end - at);
-      EXPECT_TRUE(std::regex_match(row, line)) << target << ": " << row;
-      at = end + 1;
-    }
-    EXPECT_GT(lines, 0u) << target;
-
-    const RunResult json =
-        RunController({L"custom-model", L"effective", shipped.target, L"--json"});
-    EXPECT_EQ(json.exitCode, 0u);
-    ASSERT_EQ(json.output.back(), '\n');
-    rapidjson::Document parsed;
-    ASSERT_FALSE(parsed.Parse(json.output.c_str()).HasParseError()) << json.output;
-    EXPECT_EQ(std::string(parsed["target"].GetString()), target);
-    EXPECT_TRUE(parsed["matched"].GetBool());
-    EXPECT_EQ(std::string(parsed["layoutId"].GetString()), shipped.layout);
-    ASSERT_TRUE(parsed["tree"].IsArray());
-    EXPECT_EQ(CountJsonNodes(parsed["tree"]), lines) << target;
-  }
-
-  // The shipped model has no namespace layouts, and the verb reports the raw scan.
-  const std::wstring computer = L"namespace:{20d04fe0-3aea-1069-a2d8-08002b30309d}";
-  RunResult run = RunController({L"custom-model", L"effective", computer});
-  EXPECT_EQ(run.output, "No layout matches target '" + ToUtf8(computer) + "'.\n");
+  RunResult run = Model({L"validate", Schema(), Baseline()});
+  EXPECT_EQ(run.output, "Valid. 9 layout(s), 177 node(s). Nothing was published.\n");
   EXPECT_EQ(run.exitCode, 0u);
-  run = RunController({L"custom-model", L"effective", computer + L":none", L"--json"});
-  EXPECT_EQ(run.output, "{\"target\":\"" + ToUtf8(computer) + ":none\",\"matched\":false}\n");
-}
-
-TEST(CustomModelE2e, RepublishingMovesForwardAndKeepsTwoSnapshots) {
-  ResetUserData();
-  ASSERT_EQ(PublishShipped(), 1u);
-  ASSERT_EQ(PublishShipped(), 2u);
-  const std::string second = ReadBytes(Published(SnapshotName(2)));
-  const RunResult json =
-      RunController({L"custom-model", L"publish", SchemaPath(), BaselinePath(), L"--json"});
-  EXPECT_EQ(json.exitCode, 0u);
-  static const std::regex shape(
-      "\\{\"published\":true,\"version\":3,\"layoutCount\":9,\"nodeCount\":[0-9]+,\"errors\":\\[\\]"
-      "\\}\n");
-  EXPECT_TRUE(std::regex_match(json.output, shape)) << json.output;
-  EXPECT_FALSE(FileExists(Published(SnapshotName(1))));
-  EXPECT_EQ(ReadBytes(Published(SnapshotName(2))), second);
-  // Only the version word differs between two publications of the same model.
-  std::string third = ReadBytes(Published(SnapshotName(3)));
-  ASSERT_EQ(third.size(), second.size());
-  EXPECT_EQ(third[8], 3);
+  for (const RunResult& before :
+       {Model({L"effective", L"desktop"}), Model({L"effective", L"desktop", L"--json"})}) {
+    EXPECT_EQ(before.output, kNothingPublished);
+    EXPECT_EQ(before.exitCode, 1u);
+  }
+  PublishShipped(1);
+  PublishShipped(2);
+  const std::string second = ReadBytes(CustomModelSnapshotPath(2));
+  run = Model({L"publish", Schema(), Baseline(), L"--json"});
+  EXPECT_EQ(run.output, R"({"published":true,"version":3,"layoutCount":9,"nodeCount":177,)"
+                        R"("errors":[]})"
+                        "\n");
+  EXPECT_EQ(ReadBytes(CustomModelControlPath()), CustomModelControlRecord(3));
+  // The current and the previous snapshot stay; only the version word tells them apart.
+  EXPECT_FALSE(FileExists(CustomModelSnapshotPath(1)));
+  EXPECT_EQ(ReadBytes(CustomModelSnapshotPath(2)), second);
+  std::string third = ReadBytes(CustomModelSnapshotPath(3));
   third[8] = 2;
   EXPECT_EQ(third, second);
+
+  // One target per way of matching: a family, an extension in another case, a perceived type.
+  const std::pair<const wchar_t*, const char*> shipped[] = {
+      {L"desktop", "desktop-default"},
+      {L"folder-background", "folder-background-default"},
+      {L"taskbar-app", "taskbar-app-default"},
+      {L"file:.JPG", "file-item-default"},
+      {L"class:image", "file-item-default"}};
+  for (const auto& [target, layout] : shipped) {
+    SCOPED_TRACE(ToUtf8(target));
+    const std::string text = Model({L"effective", target}).output;
+    const std::string heading = "Layout '"s + layout + "' for target '" + ToUtf8(target) + "':\n";
+    ASSERT_TRUE(text.starts_with(heading)) << text;
+    // The JSON tree has a node for every line of the text one.
+    const std::string json = Model({L"effective", target, L"--json"}).output;
+    EXPECT_TRUE(json.starts_with("{\"target\":\"" + ToUtf8(target) +
+                                 "\",\"matched\":true,\"layoutId\":\"" + layout + "\",\"tree\":["))
+        << json;
+    EXPECT_TRUE(json.ends_with("]}\n")) << json;
+    EXPECT_EQ(Count(json, "\"kind\":"), Count(text, "\n") - 1);
+  }
+  // The shipped model has no namespace layouts.
+  const std::wstring computer = L"namespace:{20d04fe0-3aea-1069-a2d8-08002b30309d}";
+  EXPECT_EQ(Model({L"effective", computer}).output,
+            "No layout matches target '" + ToUtf8(computer) + "'.\n");
+  EXPECT_EQ(Model({L"effective", computer + L":none", L"--json"}).output,
+            "{\"target\":\"" + ToUtf8(computer) + ":none\",\"matched\":false}\n");
+
+  // A control record naming a snapshot that is corrupt or missing, or naming none.
+  std::string corrupt = second;
+  uint32_t nodes;
+  std::memcpy(&nodes, second.data() + 40, 4);
+  corrupt[nodes + 8] = 11;  // the first node's kind
+  WriteBytes(CustomModelSnapshotPath(4), corrupt);
+  const std::string unreadable = "The published custom model snapshot is not readable.\n";
+  for (const auto& [version, output] :
+       {std::pair{4u, unreadable}, std::pair{9u, unreadable}, std::pair{0u, kNothingPublished}}) {
+    WriteBytes(CustomModelControlPath(), CustomModelControlRecord(version));
+    run = Model({L"effective", L"desktop"});
+    EXPECT_EQ(run.output, output);
+    EXPECT_EQ(run.exitCode, 1u);
+  }
+  // The next publication continues from the record as it stands: a fresh start at 1.
+  PublishShipped(1);
 }
 
 // Eight file-item layouts of 4,100 rows each compile to an image past 4 MiB.
 std::string OversizedBaseline() {
-  const auto n = [](int value) { return std::to_string(value); };
-  std::string text =
-      R"({"document_kind":"baseline","schema_version":2,"baseline_version":"big","layouts":[)";
-  for (int layout = 0; layout < 8; ++layout) {
-    text += (layout ? R"(,{"id":"big-)" : R"({"id":"big-)") + n(layout) +
-            R"(","match":{"family":"file-item","extension":".big)" + n(layout) + R"("},"items":[)";
-    for (int menu = 0; menu < 100; ++menu) {
-      text += (menu ? "," : "") + R"({"type":"submenu","id":"m)"s + n(menu) + R"(","items":[)";
-      for (int command = 0; command < 40; ++command) {
-        const std::string id = n(menu) + "-" + n(command);
-        text += (command ? "," : "") + R"({"type":"command","id":"c)"s + id +
+  std::string text = R"({"document_kind":"baseline","schema_version":2,"layouts":[)";
+  for (int l = 0; l < 8; ++l) {
+    text += (l ? "," : "") + R"({"id":"big-)"s + std::to_string(l) +
+            R"(","match":{"family":"file-item","extension":".big)" + std::to_string(l) +
+            R"("},"items":[)";
+    for (int m = 0; m < 100; ++m) {
+      text +=
+          (m ? "," : "") + R"({"type":"submenu","id":"m)"s + std::to_string(m) + R"(","items":[)";
+      for (int c = 0; c < 40; ++c) {
+        const std::string id = std::to_string(m) + "-" + std::to_string(c);
+        text += (c ? "," : "") + R"({"type":"command","id":"c)"s + id +
                 R"(","command_id":"windows:c)" + id + R"("})";
       }
       text += "]}";
@@ -187,152 +147,269 @@ std::string OversizedBaseline() {
   return text + "]}";
 }
 
-TEST(CustomModelE2e, InvalidOrOversizedBaselineIsNeverPublished) {
+// Each refusal prints its errors, then the sentence of its verb, and publishes nothing.
+TEST(CustomModelE2e, RefusalsLeaveThePublishedModelAsItWas) {
   ResetUserData();
-  ASSERT_EQ(PublishShipped(), 1u);
-  const std::string control = ReadBytes(Published(L"custom-model-control.bin"));
-  const std::wstring scratch = ScratchFolder(L"custom-model-invalid");
-  const auto publish = [&](const char* name, const std::string& bytes, bool json = false) {
-    WriteBytes(scratch + L"\\" + FromUtf8(name), bytes);
-    std::vector<std::wstring> args = {L"custom-model", L"publish", SchemaPath(),
-                                      scratch + L"\\" + FromUtf8(name)};
-    if (json) args.push_back(L"--json");
-    return RunController(args);
-  };
-
-  // Two layouts with one id: a refusal whatever else the document gets right.
-  const std::string layout =
-      R"({"id":"d","match":{"family":"drive"},"items":[{"type":"separator","id":"s"}]})";
-  RunResult run = publish("duplicate.json", R"({"document_kind":"baseline","schema_version":2,)"
-                                            R"("layouts":[)" +
-                                                layout + "," + layout + "]}");
-  EXPECT_EQ(run.output, std::string("  error:   Duplicate layout id 'd'.\n") + kStillInEffect);
-  EXPECT_EQ(run.exitCode, 1u);
-  // A process-local field is the schema's to refuse, in one message; so is a missing kind.
-  run = publish("handle.json", R"({"document_kind":"baseline","schema_version":2,"layouts":[)"
-                               R"({"id":"d","hwnd":1,"match":{"family":"drive"},"items":[]}]})");
-  EXPECT_EQ(run.output,
-            "  error:   The baseline does not satisfy custom-menu.schema.json. The "
-            "'additionalProperties' rule at schema location '#/definitions/layout' rejects "
-            "'#/layouts/0/hwnd'.\n" +
-                std::string(kStillInEffect));
-  run = publish("kindless.json", R"({"schema_version":2,"layouts":[]})");
-  EXPECT_EQ(run.output,
-            "  error:   The baseline does not satisfy custom-menu.schema.json. The 'required' "
-            "rule at schema location '#' rejects '#'.\n" +
-                std::string(kStillInEffect));
-  run = publish("big.json", OversizedBaseline());
-  EXPECT_EQ(run.output,
-            std::string("  error:   The custom model snapshot exceeded its size limit.\n") +
-                kStillInEffect);
-  EXPECT_EQ(run.exitCode, 1u);
+  PublishShipped(1);
+  const std::string control = ReadBytes(CustomModelControlPath());
+  const std::wstring scratch = ScratchFolder(L"custom-model-refused");
   const std::string broken = "{\"document_kind\": \"baseline\",";
-  const std::string where =
-      "The baseline has a JSON parse error at offset 29: Missing a name for "
-      "object member.";
-  run = publish("broken.json", broken);
-  EXPECT_EQ(run.output, "  error:   The schema or baseline is not valid JSON.\n  error:   " +
-                            where + "\n" + kStillInEffect);
-  run = publish("broken.json", broken, true);
-  EXPECT_EQ(run.output,
-            "{\"published\":false,\"version\":0,\"layoutCount\":0,\"nodeCount\":0,\"errors\":"
-            "[\"The schema or baseline is not valid JSON.\",\"" +
-                where + "\"]}\n");
-  // Hostile documents: a model that serves nothing, and a schema that refers to itself.
-  run = publish("empty.json", R"({"document_kind":"baseline","schema_version":2,"layouts":[]})");
-  EXPECT_EQ(run.output,
-            "  error:   The baseline has no layouts, so the published model would "
-            "claim no context.\n" +
-                std::string(kStillInEffect));
-  WriteBytes(scratch + L"\\loop.schema.json",
-             R"({"definitions":{"a":{"$ref":"#/definitions/a"}}})");
-  run = RunController({L"custom-model", L"publish", scratch + L"\\loop.schema.json",
-                       scratch + L"\\duplicate.json"});
-  EXPECT_EQ(run.output,
-            "  error:   The baseline does not satisfy custom-menu.schema.json. The schema at "
-            "'#/definitions/a' refers back to itself without descending into the document.\n" +
-                std::string(kStillInEffect));
-  run = RunController({L"custom-model", L"publish", SchemaPath(), scratch + L"\\missing.json"});
-  EXPECT_EQ(run.output, std::string("ERROR: The schema or baseline file could not be read.\n") +
-                            kStillInEffect);
+  const std::string notJson =
+      "The schema or baseline is not valid JSON.\n  error:   The baseline has a JSON parse error "
+      "at offset 29: Missing a name for object member.";
+  const std::string schemaRule = "The baseline does not satisfy custom-menu.schema.json. The ";
+  const std::string unknownNode =
+      kHeader + R"("node_overrides":[{"layout_id":"drive-default","node_id":"nope"}]})";
+  const std::string nope =
+      "node_override references unknown node 'nope' in layout 'drive-default'.";
+  const struct {
+    const wchar_t* verb;
+    int slot;  // the file the document stands in for: 1 schema, 2 baseline, 3 overlay
+    std::string document, error;
+  } rows[] = {
+      {L"publish", 1, R"({"definitions":{"a":{"$ref":"#/definitions/a"}}})",
+       schemaRule + "schema at '#/definitions/a' refers back to itself without descending into "
+                    "the document."},
+      {L"publish", 2, R"({"document_kind":"baseline","schema_version":2,"layouts":[]})",
+       "The baseline has no layouts, so the published model would claim no context."},
+      {L"publish", 2, OversizedBaseline(), "The custom model snapshot exceeded its size limit."},
+      {L"publish", 2, broken, notJson},
+      {L"validate", 2, broken, notJson},
+      {L"publish-user", 3, unknownNode, nope},
+      {L"validate-user", 3, unknownNode, nope},
+      {L"publish-user", 3, kHeader + R"("command_defaults":[{"command_id":"windows:open"}]})",
+       "command_defaults names 'windows:open', which has no shared settings."},
+      {L"publish-user", 3,
+       R"({"document_kind":"overlay","schema_version":2,"baseline_version":"other"})",
+       "The overlay was authored against baseline version 'other' but the current baseline is "
+       "'win11-shell-2026.11'."},
+      {L"publish-user", 3,
+       R"({"document_kind":"overlay","schema_version":2,"base_id":"compact",)"
+       R"("baseline_version":"win11-shell-2026.08-slice2"})",
+       "These customizations were made for the 'compact' menu style, but the 'create-organize' "
+       "style is in use."},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.error);
+    std::vector<std::wstring> args = {row.verb, Schema(), Baseline(), scratch + L"\\doc.json"};
+    WriteBytes(args.back(), row.document);
+    if (row.slot < 3) {
+      std::swap(args[row.slot], args.back());
+      args.pop_back();
+    }
+    const RunResult run = Model(args);
+    EXPECT_EQ(run.output, "  error:   " + row.error + "\n" +
+                              (std::wstring_view(row.verb).starts_with(L"validate")
+                                   ? "Not valid; nothing was published.\n"
+                                   : kStillInEffect));
+    EXPECT_EQ(run.exitCode, 1u);
+  }
+  // The same as JSON; and a file that cannot be read is a fatal refusal.
+  const std::string refused =
+      "{\"published\":false,\"version\":0,\"layoutCount\":0,\"nodeCount\":0,\"errors\":[";
+  WriteBytes(scratch + L"\\broken.json", broken);
+  EXPECT_EQ(Model({L"publish", Schema(), scratch + L"\\broken.json", L"--json"}).output,
+            refused +
+                "\"The schema or baseline is not valid JSON.\",\"The baseline has a JSON "
+                "parse error at offset 29: Missing a name for object member.\"]}\n");
+  const std::wstring missing = scratch + L"\\missing.json";
+  EXPECT_EQ(Model({L"publish-user", Schema(), Baseline(), missing, L"--json"}).output,
+            refused + "\"The schema, baseline or overlay file could not be read.\"]}\n");
+  const RunResult run = Model({L"publish", Schema(), missing});
+  EXPECT_EQ(run.output, "ERROR: The schema or baseline file could not be read.\n" + kStillInEffect);
   EXPECT_EQ(run.exitCode, 1u);
-  run = RunController({L"custom-model", L"validate", SchemaPath(), scratch + L"\\broken.json"});
-  EXPECT_EQ(run.output, "  error:   The schema or baseline is not valid JSON.\n  error:   " +
-                            where + "\nNot valid; nothing was published.\n");
-  EXPECT_EQ(run.exitCode, 1u);
-
-  EXPECT_EQ(ReadBytes(Published(L"custom-model-control.bin")), control);
-  EXPECT_FALSE(FileExists(Published(SnapshotName(2))));
-  EXPECT_EQ(RunController({L"custom-model", L"effective", L"desktop"}).output.substr(0, 33),
-            "Layout 'desktop-default' for targ");
+  EXPECT_EQ(ReadBytes(CustomModelControlPath()), control);
+  EXPECT_FALSE(FileExists(CustomModelSnapshotPath(2)));
 }
 
-TEST(CustomModelE2e, UnreadableSnapshotIsReported) {
-  ResetUserData();
-  ASSERT_EQ(PublishShipped(), 1u);
-  std::string image = ReadBytes(Published(SnapshotName(1)));
-  uint32_t nodesOffset;
-  std::memcpy(&nodesOffset, image.data() + 40, 4);
-  const uint32_t kind = 11;
-  std::memcpy(image.data() + nodesOffset + 8, &kind, 4);
-  WriteBytes(Published(SnapshotName(2)), image);
-  WriteBytes(Published(L"custom-model-control.bin"), ControlRecord(2));
-  RunResult run = RunController({L"custom-model", L"effective", L"desktop"});
-  EXPECT_EQ(run.output, "The published custom model snapshot is not readable.\n");
-  EXPECT_EQ(run.exitCode, 1u);
+// Reparent + insertion + hides: "new" (with its slot) on the desktop, a one-row submenu the
+// overlay inserted into the drive menu, and "sort" on the abstract parent of both background
+// layouts; the Quick pins shared setting; a title on the parent's "view".
+const std::string kOverlay =
+    kHeader +
+    R"("insertions":[{"layout_id":"folder-background-default","parent_id":"view","node":)"
+    R"({"type":"command","id":"my-tool","command_id":"user:{00000000-0000-0000-0000-0000000000aa}",)"
+    R"("title":"My tool","executable":"C:\\tools\\tool.exe","arguments":["--here"],"order":99,)"
+    R"("icon_path":"C:\\windows\\notepad.exe"}},)"
+    R"({"layout_id":"drive-default","node":{"type":"submenu","id":"more","items":[)"
+    R"({"type":"command","id":"more-open","command_id":"windows:open-more"}]}},)"
+    R"({"layout_id":"drive-default","node":{"type":"command","id":"own-pins",)"
+    R"("command_id":"product:quick-pins","quick_pins":{"list":"Mine","path":"C:\\mine"}}}],)"
+    R"("node_overrides":[{"layout_id":"folder-background-default","node_id":"paste-shortcut",)"
+    R"("parent_id":"new"},{"layout_id":"desktop-default","node_id":"new","visibility":"hidden"},)"
+    R"({"layout_id":"drive-default","node_id":"more","visibility":"hidden"},)"
+    R"({"layout_id":"background-base","node_id":"sort","visibility":"hidden"},)"
+    R"({"layout_id":"desktop-default","node_id":"sort","title_override":"Order"}],)"
+    R"("command_defaults":[{"command_id":"product:quick-pins","quick_pins":{"list":"Work"}}]})";
 
-  // A control record naming a snapshot that does not exist reads the same way.
-  WriteBytes(Published(L"custom-model-control.bin"), ControlRecord(9));
-  EXPECT_EQ(RunController({L"custom-model", L"effective", L"desktop"}).output,
-            "The published custom model snapshot is not readable.\n");
-  // Version 0 in the control record means nothing was published.
-  WriteBytes(Published(L"custom-model-control.bin"), ControlRecord(0));
-  EXPECT_EQ(RunController({L"custom-model", L"effective", L"desktop"}).output, kNothingPublished);
-  // The next publication continues from the record as it stands: a fresh start at 1.
-  EXPECT_EQ(PublishShipped(), 1u);
+TEST(CustomModelE2e, OverlayValidatedPublishedAndMigrated) {
+  ResetUserData();
+  const std::wstring overlay = ScratchFolder(L"overlay-publish") + L"\\overlay.json";
+  WriteBytes(overlay, kOverlay);
+  // The shipped baseline alone has 177 rows. The overlay adds my-tool (+1); hides "new" on
+  // the desktop (-5) but keeps its slot in a withheld group (+2); inserts "more" with its row
+  // and hides it again (+2 -2), and adds own-pins (+1); hides "sort" on both background
+  // layouts' parent, which reaches the desktop's inherited copy (-5) but not the folder
+  // background's own "sort" (it redefined the row). Validation publishes and caches nothing.
+  RunResult run = Model({L"validate-user", Schema(), Baseline(), overlay});
+  EXPECT_EQ(run.output, "Valid. 9 layout(s), 171 node(s). Nothing was published.\n");
+  EXPECT_EQ(run.exitCode, 0u);
+  EXPECT_EQ(Model({L"validate-user", Schema(), Baseline(), overlay, L"--json"}).output,
+            "{\"published\":false,\"version\":0,\"layoutCount\":9,\"nodeCount\":171,"
+            "\"errors\":[]}\n");
+  EXPECT_FALSE(FileExists(CustomModelControlPath()));
+  EXPECT_FALSE(DirectoryExists(ProductFolder() + L"\\user-icons"));
+  EXPECT_EQ(Model({L"publish-user", Schema(), Baseline(), overlay}).output,
+            "Published custom model version 1: 9 layout(s), 171 node(s).\n");
+  // The icon was extracted once into the cache, and the published rows name the cached file.
+  const std::wstring icon = UserIconCachePath(L"C:\\windows\\notepad.exe");
+  EXPECT_EQ(ReadBytes(icon).substr(0, 4), std::string("\0\0\1\0", 4));  // an icon file
+  EXPECT_PRED2(Has, ReadBytes(CustomModelSnapshotPath(1)),
+               std::string(reinterpret_cast<const char*>(icon.data()), 2 * icon.size()));
+  run = Model({L"effective", L"desktop"});
+  EXPECT_PRED2(Has, run.output,
+               "  - [withheld-slots-new] (withheld - slots kept from a hidden subtree)\n"
+               "    - [new-item-types] (windows extension slot)\n");
+  EXPECT_PRED2(Lacks, run.output, "[sort]");
+  run = Model({L"effective", L"folder-background"});
+  EXPECT_PRED2(Has, run.output,
+               "    - [paste-shortcut] command windows:paste-shortcut\n  - (separator)\n");
+  EXPECT_PRED2(Has, run.output,
+               "    - [my-tool] command user:{00000000-0000-0000-0000-0000000000aa}\n  - [sort]");
+  EXPECT_PRED2(Lacks, Model({L"effective", L"drive", L"--json"}).output, "\"more-open\"");
+
+  // An overlay saved by the predecessor release: its prefixed ids are migrated and the
+  // re-stamped overlay is saved back before the publication; validation saves nothing.
+  const std::string legacy =
+      R"({"document_kind":"overlay","schema_version":2,"baseline_version":)"
+      R"("win11-shell-2026.08-slice2","node_overrides":[{"layout_id":)"
+      R"("folder-background-default","node_id":"fb-group","visibility":"hidden"}]})";
+  WriteBytes(overlay, legacy);
+  EXPECT_EQ(Model({L"validate-user", Schema(), Baseline(), overlay}).exitCode, 0u);
+  EXPECT_EQ(ReadBytes(overlay), legacy);
+  EXPECT_EQ(Model({L"publish-user", Schema(), Baseline(), overlay}).output,
+            "Published custom model version 2: 9 layout(s), 169 node(s).\n");
+  const std::string saved = ReadBytes(overlay);
+  EXPECT_PRED2(Has, saved, "\"baseline_version\": \"win11-shell-2026.11\"");
+  EXPECT_PRED2(Has, saved, "\"node_id\": \"group\"");
+}
+
+TEST(CustomModelE2e, OverlayResetWholeAndByTarget) {
+  ResetUserData();
+  const std::wstring overlay = OverlayPath(L"");
+  const auto reset = [](const wchar_t* verb, std::vector<std::wstring> target,
+                        const std::string& output, DWORD exitCode = 0) {
+    target.insert(target.begin(), {verb, Schema(), Baseline()});
+    const RunResult run = Model(target);
+    EXPECT_EQ(run.output, output);
+    EXPECT_EQ(run.exitCode, exitCode);
+  };
+  reset(L"reset", {},
+        "No overlay existed; the overlay and republished the baseline: version 1, 9 layout(s), "
+        "177 node(s).\n");
+  reset(L"reset", {L"desktop"}, "No customizations exist for target 'desktop'.\n");
+  const std::string hides = R"("node_overrides":[{"layout_id":"desktop-default","node_id":)"
+                            R"("refresh","visibility":"hidden"})";
+  const std::string text =
+      kHeader + hides +
+      R"(,{"layout_id":"drive-default","node_id":"eject","visibility":"hidden"}],)"
+      R"("extension_rules":[{"id":"r","command_id":"classic:verb:x","match":{"family":)"
+      R"(["drive"]},"action":{"kind":"hide"}}]})";
+  WriteBytes(overlay, text);
+  reset(L"prepare-reset", {L"drive"},
+        "{\"overlay\":" + kHeader + hides + "],\"extension_rules\":[]}}\n");
+  reset(L"prepare-reset", {L"taskbar-clock"}, "{\"unchanged\":true}\n");
+  reset(L"reset", {L"taskbar-clock"},
+        "No customizations reference target 'taskbar-clock'; nothing to reset.\n");
+  EXPECT_EQ(ReadBytes(overlay), text);
+  reset(L"reset", {L"drive"},
+        "Reset target 'drive' and republished: version 2, 9 layout(s), 176 node(s).\n");
+  EXPECT_PRED2(Lacks, ReadBytes(overlay), "eject");
+  EXPECT_PRED2(Has, ReadBytes(overlay), "refresh");
+  reset(L"reset", {},
+        "Removed the overlay and republished the baseline: version 3, 9 layout(s), 177 "
+        "node(s).\n");
+  EXPECT_FALSE(FileExists(overlay));
+  WriteBytes(overlay, "{not json");
+  reset(L"reset", {L"drive"},
+        "The overlay file is not valid JSON; cannot perform a target-scoped reset.\n", 1);
+  // A full reset refuses an invalid baseline before it touches the overlay.
+  EXPECT_EQ(Model({L"reset", Schema(), Schema()}).exitCode, 1u);
+  EXPECT_EQ(ReadBytes(overlay), "{not json");
+}
+
+TEST(CustomModelE2e, PlacementOverlayWithEditsPoliciesAndDefinitions) {
+  ResetUserData();
+  const std::wstring scratch = ScratchFolder(L"overlay-placement");
+  std::string baseline = ReadBytes(Baseline());
+  baseline.replace(baseline.find("\"schema_version\": 2"), 19, "\"schema_version\": 3");
+  WriteBytes(scratch + L"\\baseline.json", baseline);
+  const std::string pad = "user:{00000000-0000-0000-0000-0000000000bb}";
+  WriteBytes(
+      scratch + L"\\overlay.json",
+      R"({"document_kind":"overlay","schema_version":3,"baseline_version":"win11-shell-2026.11",)"
+      R"("command_definitions":[{"command_id":")" +
+          pad +
+          R"(","title":"Edit with Pad",)"
+          R"("executable":"C:\\pad.exe","arguments":["%1"]}],)"
+          R"("command_policies":[{"command_id":"windows:properties","hidden":true},)"
+          R"({"command_id":"windows:properties","match":{"family":"file-item","extension":".txt"},)"
+          R"("title_override":"Details"}],"layout_edits":[{"id":"file-item-default","edits":[)"
+          R"({"action":"insert","node":{"type":"command","id":"pad","command_id":")" +
+          pad + R"(","commands_plus_ref":")" + pad +
+          R"("},"anchor_id":"open-with","after":true},)"
+          R"({"action":"move","node":{"id":"properties"},"position":"end","parent_id":"open-with"},)"
+          R"({"action":"remove","node":{"id":"pin-to-start"}}]}]})");
+  EXPECT_EQ(
+      Model({L"publish-user", Schema(), scratch + L"\\baseline.json", scratch + L"\\overlay.json"})
+          .output,
+      "Published custom model version 1: 9 layout(s), 180 node(s).\n");
+  const std::string text = Model({L"effective", L"file-item"}).output;
+  EXPECT_TRUE(
+      text.starts_with("Layout 'file-item-default' for target 'file-item':\n  - [clipboard]"))
+      << text;
+  EXPECT_PRED2(Has, text,
+               "    - [properties] command windows:properties\n  - [pad] command " + pad);
+  EXPECT_PRED2(Lacks, text, "pin-to-start");
+  // The user's own definition is marked as declared by the overlay.
+  const std::string image = ReadBytes(CustomModelSnapshotPath(1));
+  CustomModelView view;
+  ASSERT_TRUE(AttachCustomModel(image.data(), image.size(), view).ok());
+  ASSERT_EQ(view.definitionCount(), 1u);
+  EXPECT_EQ(ToUtf8(std::wstring(view.Text(view.Definition(0).identity))), pad);
+  EXPECT_EQ(view.Definition(0).declaredIn, 1u);
 }
 
 TEST(CustomModelE2e, ArgumentErrorsAndStubs) {
   const std::string unknownTarget =
       "Unknown target 'bogus'. Use desktop, folder-background, folder-item, drive, file-item, "
       "class:<perceived-type>, file:<ext>, or namespace:<guid>[:none|single|multi].\n";
-  struct Case {
-    std::vector<std::wstring> args;
-    std::string output;
-  };
-  const Case cases[] = {
+  const std::string resetUsage =
+      "custom-model reset usage: custom-model reset [<schema> <baseline> [target]]\n";
+  const std::pair<std::vector<std::wstring>, std::string> rows[] = {
       {{L"publish", L"schema.json"}, "custom-model publish needs <schema> <baseline>.\n"},
-      {{L"publish", L"--json"}, "custom-model publish needs <schema> <baseline>.\n"},
+      {{L"publish", L"a", L"--json"}, "custom-model publish needs <schema> <baseline>.\n"},
       {{L"publish-user", L"a", L"b"},
        "custom-model publish-user needs <schema> <baseline> <overlay>.\n"},
       {{L"validate-user"}, "custom-model validate-user needs <schema> <baseline> <overlay>.\n"},
-      {{L"publish-user", L"a", L"b", L"c", L"--json"},
-       "{\"published\":false,\"version\":0,\"layoutCount\":0,\"nodeCount\":0,\"errors\":"
-       "[\"The schema, baseline or overlay file could not be read.\"]}\n"},
       {{L"effective"}, "custom-model effective needs <target>.\n"},
       {{L"effective", L"bogus"}, unknownTarget},
       {{L"reset"}, "custom-model reset needs <schema> <baseline> [target] in this pass.\n"},
-      {{L"reset", L"a"},
-       "custom-model reset usage: custom-model reset [<schema> <baseline> [target]]\n"},
-      {{L"prepare-reset", L"a", L"b", L"c", L"d"},
-       "custom-model reset usage: custom-model reset [<schema> <baseline> [target]]\n"},
+      {{L"reset", L"a"}, resetUsage},
+      {{L"prepare-reset", L"a", L"b", L"c", L"d"}, resetUsage},
       {{L"reset", L"a", L"b"}, "ERROR: The schema or baseline file could not be read.\n"},
       {{L"preview"}, "custom-model preview needs <target>.\n"},
-      {{L"preview", L"bogus"}, unknownTarget},
       {{L"preview", L"desktop"},
        "Synthetic live preview is not implemented. Use the editor preview or an actual Explorer "
        "context menu.\n"},
       {{L"Publish"},
        "Unknown custom-model action 'Publish'. Use publish, publish-user, validate-user, "
-       "effective, "
-       "reset, or preview.\n"},
+       "effective, reset, or preview.\n"},
   };
-  for (const Case& c : cases) {
-    std::vector<std::wstring> args = {L"custom-model"};
-    args.insert(args.end(), c.args.begin(), c.args.end());
-    const RunResult run = RunController(args);
-    EXPECT_EQ(run.output, c.output) << ToUtf8(c.args[0]);
-    EXPECT_EQ(run.exitCode, 1u) << ToUtf8(c.args[0]);
+  for (const auto& [args, output] : rows) {
+    const RunResult run = Model(args);
+    EXPECT_EQ(run.output, output) << ToUtf8(args[0]);
+    EXPECT_EQ(run.exitCode, 1u) << ToUtf8(args[0]);
   }
 }
 
