@@ -53,6 +53,8 @@ struct HookModule {
 // True for a module file name of any Hook build ("Brenlow.ContextMenuReplacement.Hook*.dll",
 // ASCII letters compared case-insensitively) that is not this build's Hook.
 [[nodiscard]] bool IsEarlierBuildHookName(std::wstring_view moduleFileName) noexcept;
+// Whether that process has such a module loaded; false when its module list is unreadable.
+[[nodiscard]] bool EarlierBuildHookLoaded(DWORD processId);
 
 // Sends one command to every initialised Hook of `processId` (0: of every process). Prints one
 // line per timed-out Hook; 0 when at least one Hook took it, else 1.

@@ -175,6 +175,14 @@ size_t ExplorerRig::Count(const std::string& text) const {
   return count;
 }
 
+std::string ExplorerRig::LineAfter(const std::string& prefix) const {
+  const std::string journal = "\n" + Journal();
+  const size_t at = journal.find("\n" + prefix);
+  if (at == std::string::npos) return {};
+  const size_t start = at + 1 + prefix.size();
+  return journal.substr(start, journal.find('\n', start) - start);
+}
+
 bool ExplorerRig::WaitFor(const std::string& text, size_t count, unsigned timeoutMs) const {
   const ULONGLONG deadline = ::GetTickCount64() + timeoutMs;
   while (Count(text) < count) {

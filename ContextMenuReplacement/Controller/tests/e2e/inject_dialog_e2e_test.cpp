@@ -1,0 +1,142 @@
+// The file-dialog enrolment against a stand-in program showing a dialog: each rule's line and
+// exit code, the late shell view, the bootstrap and the resend reaching the dialog's process
+// only, and the enrolment log.
+#include <gtest/gtest.h>
+
+#include "common/data_paths.h"
+#include "common/text.h"
+#include "diagnostics/dialog_crashes.h"
+#include "explorer/dialog_enrolment_log.h"
+#include "state/lifecycle_state.h"
+#include "tests/e2e/explorer_rig.h"
+#include "tests/e2e/harness.h"
+
+namespace cmr::e2e {
+namespace {
+
+void WriteSettings(const std::string& status, const std::string& dialogs) {
+  WriteBytes(SettingsFilePath(), R"({"apps":[{"app_id":"context-menu-replacement","status":")" +
+                                     status + R"(","settings":{)" + dialogs + "}}]}");
+}
+
+struct StandInDialog {
+  DWORD processId = 0;
+  std::string handle;  // "0x..." as the stand-in journals it
+};
+
+StandInDialog StartDialog(ExplorerRig& rig, const std::vector<std::wstring>& args) {
+  const std::wstring image = JoinPath(ExplorerRig::Folder(), L"stand_in_dialog.exe");
+  StandInDialog dialog;
+  dialog.processId = rig.Start(args, image);
+  dialog.handle = rig.LineAfter("ready " + Pid(dialog.processId) + " hwnd=");
+  EXPECT_FALSE(dialog.handle.empty()) << rig.Journal();
+  return dialog;
+}
+
+RunResult InjectDialog(const std::string& handle) {
+  return RunController({L"inject-dialog", FromUtf8(handle)});
+}
+
+TEST(InjectDialog, EnrolsADialogWhoseShellViewAppearsLate) {
+  ResetUserData();
+  (void)DeleteStateKey();
+  ASSERT_EQ(WriteLastReplacementMode(3), static_cast<DWORD>(ERROR_SUCCESS));
+  WriteSettings("enabled", "");
+  ExplorerRig rig;
+  const DWORD explorer = rig.Start({L"--shell"});
+  const StandInDialog dialog = StartDialog(rig, {L"--view-after", L"400"});
+  RunResult run = InjectDialog(dialog.handle);
+  // The resend (an empty line before it) reaches the dialog's process only.
+  EXPECT_EQ(run.output, "\n");
+  EXPECT_EQ(run.exitCode, 0u);
+  EXPECT_EQ(rig.Count("bootstrap " + Pid(dialog.processId) + " "), 1u) << rig.Journal();
+  EXPECT_EQ(rig.Count("command " + Pid(dialog.processId) + " code=8 arg=3\n"), 1u);
+  EXPECT_EQ(rig.Count("command " + Pid(explorer)), 0u) << rig.Journal();
+
+  // The same window named in decimal; the log gains a line and keeps the first.
+  run = InjectDialog(std::to_string(std::stoull(dialog.handle, nullptr, 16)));
+  EXPECT_EQ(run.exitCode, 0u) << run.output;
+  const std::string log = ReadBytes(DialogEnrolmentLogPath());
+  const size_t time = std::string("YYYY-MM-DD HH:MM:SS").size();
+  const std::string line =
+      " " + Pid(dialog.processId) + " hwnd=" + dialog.handle + " program=stand_in_dialog.exe\n";
+  ASSERT_EQ(log.size(), 2 * (time + line.size())) << log;
+  EXPECT_EQ(log.substr(time, line.size()), line);
+  EXPECT_EQ(log.substr(2 * time + line.size()), line);
+  (void)DeleteStateKey();
+}
+
+TEST(InjectDialog, EachRuleRefusesWithItsLine) {
+  ResetUserData();
+  (void)DeleteStateKey();
+  ExplorerRig rig;
+  const StandInDialog dialog = StartDialog(rig, {L"--view-after", L"0"});
+  const std::string program = "stand_in_dialog.exe (pid " + std::to_string(dialog.processId) + ")";
+  const struct {
+    const char* status;
+    std::string dialogs;
+    bool crashed;
+    std::string output;  // after "inject-dialog: "; empty when enrolled
+  } rows[] = {
+      {"disabled", "", false, "Ravelin is not enabled in Settings; nothing to do."},
+      {"enabled", R"("dialogs.mode":"off","dialogs.allowedProcessNames":["stand_in_dialog.exe"])",
+       false, program + " is not eligible under the 'off' dialog setting."},
+      {"enabled", R"("dialogs.mode":"allowlist","dialogs.allowedProcessNames":["notepad.exe"])",
+       false, program + " is not eligible under the 'allowlist' dialog setting."},
+      {"enabled",
+       R"("dialogs.mode":"allowlist","dialogs.allowedProcessNames":["STAND_IN_DIALOG.EXE"])", false,
+       ""},
+      {"enabled", R"("dialogs.excludedProcessNames":["Stand_In_Dialog.exe"])", false,
+       program + " is not eligible under the 'all-except' dialog setting."},
+      {"enabled",
+       R"("dialogs.mode":"allowlist","dialogs.allowedProcessNames":["stand_in_dialog.exe"])", true,
+       "stand_in_dialog.exe crashed while the hook was loaded in it and stays off until it is "
+       "allowed again in Settings."},
+  };
+  for (const auto& row : rows) {
+    WriteSettings(row.status, row.dialogs);
+    const FILETIME crashedAt{1, 1};
+    if (row.crashed) {
+      ASSERT_EQ(::RegSetKeyValueW(HKEY_CURRENT_USER, kDialogCrashExclusionsKey,
+                                  L"stand_in_dialog.exe", REG_QWORD, &crashedAt, 8),
+                ERROR_SUCCESS);
+    }
+    const RunResult run = InjectDialog(dialog.handle);
+    ::RegDeleteTreeW(HKEY_CURRENT_USER, kDialogCrashExclusionsKey);
+    EXPECT_EQ(run.output, row.output.empty() ? "" : "inject-dialog: " + row.output + "\n")
+        << row.dialogs;
+    EXPECT_EQ(run.exitCode, 0u) << row.dialogs;
+  }
+  EXPECT_EQ(rig.Count("bootstrap " + Pid(dialog.processId) + " "), 1u) << rig.Journal();
+}
+
+TEST(InjectDialog, RefusesWhatIsNotAFileDialog) {
+  ResetUserData();
+  WriteSettings("enabled", "");
+  ExplorerRig rig;
+  const StandInDialog plain = StartDialog(rig, {L"--plain"});
+  const StandInDialog viewless = StartDialog(rig, {});
+  const struct {
+    std::string handle;
+    std::string output;
+    DWORD exitCode;
+  } rows[] = {
+      {plain.handle, "window " + plain.handle + " is not a dialog.", 0},
+      {viewless.handle,
+       "window " + viewless.handle +
+           " in stand_in_dialog.exe has no Shell view; not a file dialog.",
+       0},
+      {"1", "'1' is not a window.", 1},
+      {"0x1", "'0x1' is not a window.", 1},
+      {"0x", "'0x' is not a window.", 1},
+  };
+  for (const auto& row : rows) {
+    const RunResult run = InjectDialog(row.handle);
+    EXPECT_EQ(run.output, "inject-dialog: " + row.output + "\n");
+    EXPECT_EQ(run.exitCode, row.exitCode) << row.handle;
+  }
+  EXPECT_EQ(rig.Count("bootstrap"), 0u) << rig.Journal();
+}
+
+}  // namespace
+}  // namespace cmr::e2e
