@@ -10,6 +10,7 @@
 // lower-cased, as the eligibility rules compared it; it runs to the end of the line, so a name
 // with spaces needs no quoting.
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 

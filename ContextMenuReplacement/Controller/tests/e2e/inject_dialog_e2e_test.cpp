@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "common/data_paths.h"
+#include "common/file_io.h"
 #include "common/text.h"
 #include "diagnostics/dialog_crashes.h"
 #include "explorer/dialog_enrolment_log.h"
@@ -44,14 +45,16 @@ TEST(InjectDialog, EnrolsADialogWhoseShellViewAppearsLate) {
   WriteSettings("enabled", "");
   ExplorerRig rig;
   const DWORD explorer = rig.Start({L"--shell"});
+  ASSERT_EQ(RunController({L"inject"}).exitCode, 0u);
   const StandInDialog dialog = StartDialog(rig, {L"--view-after", L"400"});
   RunResult run = InjectDialog(dialog.handle);
   // The resend (an empty line before it) reaches the dialog's process only.
   EXPECT_EQ(run.output, "\n");
   EXPECT_EQ(run.exitCode, 0u);
   EXPECT_EQ(rig.Count("bootstrap " + Pid(dialog.processId) + " "), 1u) << rig.Journal();
-  EXPECT_EQ(rig.Count("command " + Pid(dialog.processId) + " code=8 arg=3\n"), 1u);
-  EXPECT_EQ(rig.Count("command " + Pid(explorer)), 0u) << rig.Journal();
+  for (const DWORD processId : {dialog.processId, explorer}) {
+    EXPECT_EQ(rig.Count("command " + Pid(processId) + " code=8 arg=3\n"), 1u) << rig.Journal();
+  }
 
   // The same window named in decimal; the log gains a line and keeps the first.
   run = InjectDialog(std::to_string(std::stoull(dialog.handle, nullptr, 16)));
@@ -66,76 +69,59 @@ TEST(InjectDialog, EnrolsADialogWhoseShellViewAppearsLate) {
   (void)DeleteStateKey();
 }
 
-TEST(InjectDialog, EachRuleRefusesWithItsLine) {
+// One row per rule, in the order the rules apply; settings, crash record and window vary.
+TEST(InjectDialog, EachRuleAnswersWithItsLineAndExitCode) {
   ResetUserData();
   (void)DeleteStateKey();
   ExplorerRig rig;
   const StandInDialog dialog = StartDialog(rig, {L"--view-after", L"0"});
+  const StandInDialog plain = StartDialog(rig, {L"--plain"});
+  const StandInDialog viewless = StartDialog(rig, {});
   const std::string program = "stand_in_dialog.exe (pid " + std::to_string(dialog.processId) + ")";
+  const std::string allowed = R"("dialogs.mode":"allowlist","dialogs.allowedProcessNames":)";
   const struct {
-    const char* status;
+    std::string handle;
+    bool enabled;
     std::string dialogs;
     bool crashed;
     std::string output;  // after "inject-dialog: "; empty when enrolled
+    DWORD exitCode;
   } rows[] = {
-      {"disabled", "", false, "Ravelin is not enabled in Settings; nothing to do."},
-      {"enabled", R"("dialogs.mode":"off","dialogs.allowedProcessNames":["stand_in_dialog.exe"])",
-       false, program + " is not eligible under the 'off' dialog setting."},
-      {"enabled", R"("dialogs.mode":"allowlist","dialogs.allowedProcessNames":["notepad.exe"])",
-       false, program + " is not eligible under the 'allowlist' dialog setting."},
-      {"enabled",
-       R"("dialogs.mode":"allowlist","dialogs.allowedProcessNames":["STAND_IN_DIALOG.EXE"])", false,
-       ""},
-      {"enabled", R"("dialogs.excludedProcessNames":["Stand_In_Dialog.exe"])", false,
-       program + " is not eligible under the 'all-except' dialog setting."},
-      {"enabled",
-       R"("dialogs.mode":"allowlist","dialogs.allowedProcessNames":["stand_in_dialog.exe"])", true,
+      {"0x1", false, "", false, "'0x1' is not a window.", 1},
+      {"1", true, "", false, "'1' is not a window.", 1},
+      {plain.handle, false, "", false, "Ravelin is not enabled in Settings; nothing to do.", 0},
+      {plain.handle, true, "", false, "window " + plain.handle + " is not a dialog.", 0},
+      {dialog.handle, true, R"("dialogs.mode":"off")", false,
+       program + " is not eligible under the 'off' dialog setting.", 0},
+      {dialog.handle, true, allowed + R"(["notepad.exe"])", false,
+       program + " is not eligible under the 'allowlist' dialog setting.", 0},
+      {dialog.handle, true, R"("dialogs.excludedProcessNames":["Stand_In_Dialog.exe"])", false,
+       program + " is not eligible under the 'all-except' dialog setting.", 0},
+      {dialog.handle, true, allowed + R"(["STAND_IN_DIALOG.EXE"])", true,
        "stand_in_dialog.exe crashed while the hook was loaded in it and stays off until it is "
-       "allowed again in Settings."},
+       "allowed again in Settings.",
+       0},
+      {viewless.handle, true, "", false,
+       "window " + viewless.handle +
+           " in stand_in_dialog.exe has no Shell view; not a file dialog.",
+       0},
+      {dialog.handle, true, allowed + R"(["STAND_IN_DIALOG.EXE"])", false, "", 0},
   };
   for (const auto& row : rows) {
-    WriteSettings(row.status, row.dialogs);
+    WriteSettings(row.enabled ? "enabled" : "disabled", row.dialogs);
     const FILETIME crashedAt{1, 1};
     if (row.crashed) {
       ASSERT_EQ(::RegSetKeyValueW(HKEY_CURRENT_USER, kDialogCrashExclusionsKey,
                                   L"stand_in_dialog.exe", REG_QWORD, &crashedAt, 8),
                 ERROR_SUCCESS);
     }
-    const RunResult run = InjectDialog(dialog.handle);
-    ::RegDeleteTreeW(HKEY_CURRENT_USER, kDialogCrashExclusionsKey);
-    EXPECT_EQ(run.output, row.output.empty() ? "" : "inject-dialog: " + row.output + "\n")
-        << row.dialogs;
-    EXPECT_EQ(run.exitCode, 0u) << row.dialogs;
-  }
-  EXPECT_EQ(rig.Count("bootstrap " + Pid(dialog.processId) + " "), 1u) << rig.Journal();
-}
-
-TEST(InjectDialog, RefusesWhatIsNotAFileDialog) {
-  ResetUserData();
-  WriteSettings("enabled", "");
-  ExplorerRig rig;
-  const StandInDialog plain = StartDialog(rig, {L"--plain"});
-  const StandInDialog viewless = StartDialog(rig, {});
-  const struct {
-    std::string handle;
-    std::string output;
-    DWORD exitCode;
-  } rows[] = {
-      {plain.handle, "window " + plain.handle + " is not a dialog.", 0},
-      {viewless.handle,
-       "window " + viewless.handle +
-           " in stand_in_dialog.exe has no Shell view; not a file dialog.",
-       0},
-      {"1", "'1' is not a window.", 1},
-      {"0x1", "'0x1' is not a window.", 1},
-      {"0x", "'0x' is not a window.", 1},
-  };
-  for (const auto& row : rows) {
     const RunResult run = InjectDialog(row.handle);
-    EXPECT_EQ(run.output, "inject-dialog: " + row.output + "\n");
-    EXPECT_EQ(run.exitCode, row.exitCode) << row.handle;
+    ::RegDeleteTreeW(HKEY_CURRENT_USER, kDialogCrashExclusionsKey);
+    EXPECT_EQ(run.output, row.output.empty() ? "" : "inject-dialog: " + row.output + "\n");
+    EXPECT_EQ(run.exitCode, row.exitCode) << row.output;
   }
-  EXPECT_EQ(rig.Count("bootstrap"), 0u) << rig.Journal();
+  // Only the last row enrols.
+  EXPECT_EQ(rig.Count("bootstrap"), 1u) << rig.Journal();
 }
 
 }  // namespace
