@@ -311,6 +311,7 @@ bool ReadSettingsMenu(const rapidjson::Value& root, MenuConfiguration& configura
 
 bool ReadSettingsText(std::string_view text, MenuConfiguration& configuration, MessageList& errors,
                       MessageList& warnings) {
+  ResetToSettingsDefaults(configuration);
   rapidjson::Document document;
   JsonParseFailure failure;
   if (!ParseJsonText(text, true, document, failure)) {
@@ -318,7 +319,6 @@ bool ReadSettingsText(std::string_view text, MenuConfiguration& configuration, M
                                  failure.offset, failure.description));
     return false;
   }
-  ResetToSettingsDefaults(configuration);
   const size_t errorsBefore = errors.size();
   if (!ReadSettingsGlobals(document, configuration, errors)) return false;
   (void)ReadSettingsMenu(document, configuration, errors, warnings);

@@ -176,10 +176,14 @@ size_t ExplorerRig::Count(const std::string& text) const {
 }
 
 std::string ExplorerRig::LineAfter(const std::string& prefix) const {
-  const std::string journal = "\n" + Journal();
-  const size_t at = journal.find("\n" + prefix);
+  // Built up rather than "\n" + text, which GCC 12 takes for an overlapping copy.
+  std::string journal(1, '\n');
+  journal += Journal();
+  std::string line(1, '\n');
+  line += prefix;
+  const size_t at = journal.find(line);
   if (at == std::string::npos) return {};
-  const size_t start = at + 1 + prefix.size();
+  const size_t start = at + line.size();
   return journal.substr(start, journal.find('\n', start) - start);
 }
 
