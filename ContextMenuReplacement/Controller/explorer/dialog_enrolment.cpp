@@ -223,6 +223,9 @@ int RunInjectDialogVerb(const std::wstring& handleText) {
     PrintLine(L"%s", refusal);
     return 0;
   }
+  WriteLogLine(LogLevel::info,
+               fmt::format(L"[dialogs] Waiting for the shell view of window 0x{:X} in {} (pid {})",
+                           dialog.window, dialog.program, dialog.processId));
   if (!WaitForShellView(window)) {
     PrintLine(L"inject-dialog: window 0x%llX in %s has no Shell view; not a file dialog.",
               HandleText(dialog.window), dialog.program);

@@ -11,6 +11,7 @@
 #include "state/lifecycle_state.h"
 #include "tests/e2e/explorer_rig.h"
 #include "tests/e2e/harness.h"
+#include "tests/support/todays_log.h"
 
 namespace cmr::e2e {
 namespace {
@@ -46,23 +47,35 @@ TEST(InjectDialog, EnrolsADialogWhoseShellViewAppearsLate) {
   ExplorerRig rig;
   const DWORD explorer = rig.Start({L"--shell"});
   ASSERT_EQ(RunController({L"inject"}).exitCode, 0u);
-  const StandInDialog dialog = StartDialog(rig, {L"--view-after", L"400"});
-  RunResult run = InjectDialog(dialog.handle);
-  // The resend (an empty line before it) reaches the dialog's process only.
-  EXPECT_EQ(run.output, "\n");
-  EXPECT_EQ(run.exitCode, 0u);
+  UniqueHandle viewSignal(::CreateEventW(nullptr, TRUE, FALSE, L"CmrRig.DialogView"));
+  ::ResetEvent(viewSignal.get());
+  const StandInDialog dialog = StartDialog(rig, {L"--view-after", L"400", L"--view-on-signal"});
+  {
+    // The view appears 400 ms after the controller has begun to wait for it.
+    RunningController running({L"inject-dialog", FromUtf8(dialog.handle)});
+    const std::string waiting = "[dialogs] Waiting for the shell view of window " + dialog.handle;
+    const ULONGLONG deadline = ::GetTickCount64() + 20000;
+    while (TodaysLog().find(waiting) == std::string::npos && ::GetTickCount64() < deadline) {
+      ::Sleep(10);
+    }
+    ::SetEvent(viewSignal.get());
+    EXPECT_EQ(running.Wait(60000), 0u);
+    // The resend (an empty line before it) reaches the dialog's process only.
+    EXPECT_TRUE(running.WaitForOutput("\n", 20000));
+    EXPECT_EQ(running.Output(), "\n");
+  }
   EXPECT_EQ(rig.Count("bootstrap " + Pid(dialog.processId) + " "), 1u) << rig.Journal();
   for (const DWORD processId : {dialog.processId, explorer}) {
     EXPECT_EQ(rig.Count("command " + Pid(processId) + " code=8 arg=3\n"), 1u) << rig.Journal();
   }
 
   // The same window named in decimal; the log gains a line and keeps the first.
-  run = InjectDialog(std::to_string(std::stoull(dialog.handle, nullptr, 16)));
+  const RunResult run = InjectDialog(std::to_string(std::stoull(dialog.handle, nullptr, 16)));
   EXPECT_EQ(run.exitCode, 0u) << run.output;
   const std::string log = ReadBytes(DialogEnrolmentLogPath());
-  const size_t time = std::string("YYYY-MM-DD HH:MM:SS").size();
+  const size_t time = std::string("YYYY-MM-DD HH:MM:SS ").size();
   const std::string line =
-      " " + Pid(dialog.processId) + " hwnd=" + dialog.handle + " program=stand_in_dialog.exe\n";
+      Pid(dialog.processId) + " hwnd=" + dialog.handle + " program=stand_in_dialog.exe\n";
   ASSERT_EQ(log.size(), 2 * (time + line.size())) << log;
   EXPECT_EQ(log.substr(time, line.size()), line);
   EXPECT_EQ(log.substr(2 * time + line.size()), line);

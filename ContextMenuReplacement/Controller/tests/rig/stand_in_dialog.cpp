@@ -1,6 +1,7 @@
 // Stand-in for a program showing a File Open dialog: a "#32770" dialog whose shell view
 // (SHELLDLL_DefView, nested one window deep as in a real file dialog) appears after a delay.
 //   --view-after <ms>   create the shell view that long after the dialog (default: never)
+//   --view-on-signal    ... counting from when the named event CmrRig.DialogView is set
 //   --plain             a plain top-level window instead of a dialog
 // Journals "ready pid=<pid> hwnd=0x<window>" and "view pid=<pid>"; leaves on the rig's
 // shutdown event.
@@ -11,8 +12,6 @@
 #include "tests/rig/rig_journal.h"
 
 namespace {
-
-int g_viewAfterMs = -1;
 
 INT_PTR CALLBACK DialogProc(HWND dialog, UINT message, WPARAM, LPARAM) {
   if (message != WM_TIMER) return message == WM_INITDIALOG;
@@ -42,9 +41,7 @@ HWND CreateStandInWindow(HINSTANCE instance, bool plain) {
   header->style = WS_POPUP | WS_CAPTION;
   header->cx = 200;
   header->cy = 100;
-  HWND dialog = ::CreateDialogIndirectParamW(instance, header, nullptr, DialogProc, 0);
-  if (dialog && g_viewAfterMs >= 0) ::SetTimer(dialog, 1, g_viewAfterMs, nullptr);
-  return dialog;
+  return ::CreateDialogIndirectParamW(instance, header, nullptr, DialogProc, 0);
 }
 
 }  // namespace
@@ -53,20 +50,32 @@ int WINAPI wWinMain(HINSTANCE instance, HINSTANCE, PWSTR, int) {
   int count = 0;
   wchar_t** argv = ::CommandLineToArgvW(::GetCommandLineW(), &count);
   bool plain = false;
+  bool onSignal = false;
+  int viewAfterMs = -1;
   for (int i = 1; i < count; ++i) {
     const std::wstring word = argv[i];
     if (word == L"--plain") plain = true;
-    if (word == L"--view-after" && i + 1 < count) g_viewAfterMs = std::stoi(argv[++i]);
+    if (word == L"--view-on-signal") onSignal = true;
+    if (word == L"--view-after" && i + 1 < count) viewAfterMs = std::stoi(argv[++i]);
   }
   ::LocalFree(argv);
   HWND window = CreateStandInWindow(instance, plain);
+  if (viewAfterMs >= 0 && !onSignal) ::SetTimer(window, 1, viewAfterMs, nullptr);
   RigJournal("ready pid=%lu hwnd=0x%llX", ::GetCurrentProcessId(),
              static_cast<unsigned long long>(reinterpret_cast<uintptr_t>(window)));
-  HANDLE shutdown = RigShutdownEvent();
-  while (::MsgWaitForMultipleObjects(1, &shutdown, FALSE, INFINITE, QS_ALLINPUT) != WAIT_OBJECT_0) {
+  HANDLE events[2] = {RigShutdownEvent(),
+                      ::CreateEventW(nullptr, TRUE, FALSE, L"CmrRig.DialogView")};
+  DWORD waitingFor = onSignal ? 2 : 1;
+  for (DWORD woken; (woken = ::MsgWaitForMultipleObjects(waitingFor, events, FALSE, INFINITE,
+                                                         QS_ALLINPUT)) != WAIT_OBJECT_0;) {
+    if (waitingFor == 2 && woken == WAIT_OBJECT_0 + 1) {
+      ::SetTimer(window, 1, viewAfterMs, nullptr);
+      waitingFor = 1;
+    }
     MSG message;
     while (::PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE)) ::DispatchMessageW(&message);
   }
-  ::CloseHandle(shutdown);
+  ::CloseHandle(events[0]);
+  ::CloseHandle(events[1]);
   return 0;
 }
