@@ -51,15 +51,14 @@ TEST(DialogEnrolment, DialogSettingsAdmitByModeAndListIgnoringCase) {
     const wchar_t* program;
     bool eligible;
   } rows[] = {
-      {L"all-except", {}, {L"Other.exe"}, L"app.exe", true},
-      {L"all-except", {}, {L"APP.EXE"}, L"app.exe", false},
-      {L"whatever", {L"app.exe"}, {L"app.exe"}, L"app.exe", false},
-      {L"allowlist", {L"App.Exe"}, {}, L"app.exe", true},
-      {L"allowlist", {L"app.ex"}, {}, L"app.exe", false},
+      {L"all-except", {}, {L"Other.exe", L"APP.EXE"}, L"app.exe", false},
+      {L"whatever", {L"app.exe"}, {}, L"app.exe", true},
+      {L"allowlist", {L"other.exe", L"App.Exe"}, {}, L"app.exe", true},
+      {L"allowlist", {L"app.ex"}, {L"other.exe"}, L"other.exe", false},
       {L"off", {L"app.exe"}, {}, L"app.exe", false},
-      {L"Off", {}, {}, L"app.exe", true},
       {L"all-except", {}, {}, L"", false},
-      {L"allowlist", {L"explorer.exe"}, {}, L"explorer.exe", false},
+      {L"Off", {}, {}, L"app.exe", true},
+      {L"all-except", {}, {}, L"explorer.exe", false},
   };
   for (const auto& row : rows) {
     EXPECT_EQ(IsEligibleProgram(row.program, {row.mode, row.allowed, row.excluded}), row.eligible)

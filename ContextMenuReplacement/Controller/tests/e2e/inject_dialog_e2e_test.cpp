@@ -90,6 +90,9 @@ TEST(InjectDialog, EachRuleAnswersWithItsLineAndExitCode) {
   const StandInDialog dialog = StartDialog(rig, {L"--view-after", L"0"});
   const StandInDialog plain = StartDialog(rig, {L"--plain"});
   const StandInDialog viewless = StartDialog(rig, {});
+  const StandInDialog earlier = StartDialog(
+      rig, {L"--view-after", L"0", L"--load",
+            JoinPath(ExplorerRig::Folder(), L"Brenlow.ContextMenuReplacement.Hook.1.0.9.0.dll")});
   const std::string program = "stand_in_dialog.exe (pid " + std::to_string(dialog.processId) + ")";
   const std::string allowed = R"("dialogs.mode":"allowlist","dialogs.allowedProcessNames":)";
   const struct {
@@ -119,6 +122,11 @@ TEST(InjectDialog, EachRuleAnswersWithItsLineAndExitCode) {
            " in stand_in_dialog.exe has no Shell view; not a file dialog.",
        0},
       {dialog.handle, true, allowed + R"(["STAND_IN_DIALOG.EXE"])", false, "", 0},
+      {earlier.handle, true, "", false,
+       "stand_in_dialog.exe (pid " + std::to_string(earlier.processId) +
+           ") still holds the hook from an earlier build; this build stays inert there until "
+           "the application restarts.",
+       0},
   };
   for (const auto& row : rows) {
     WriteSettings(row.enabled ? "enabled" : "disabled", row.dialogs);
@@ -133,8 +141,8 @@ TEST(InjectDialog, EachRuleAnswersWithItsLineAndExitCode) {
     EXPECT_EQ(run.output, row.output.empty() ? "" : "inject-dialog: " + row.output + "\n");
     EXPECT_EQ(run.exitCode, row.exitCode) << row.output;
   }
-  // Only the last row enrols.
-  EXPECT_EQ(rig.Count("bootstrap"), 1u) << rig.Journal();
+  // Only the last two rows enrol.
+  EXPECT_EQ(rig.Count("bootstrap"), 2u) << rig.Journal();
 }
 
 }  // namespace

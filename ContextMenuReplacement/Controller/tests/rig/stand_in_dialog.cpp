@@ -3,6 +3,7 @@
 //   --view-after <ms>   create the shell view that long after the dialog (default: never)
 //   --view-on-signal    ... counting from when the named event CmrRig.DialogView is set
 //   --plain             a plain top-level window instead of a dialog
+//   --load <dll>        load a module (an earlier Hook build) at start
 // Journals "ready pid=<pid> hwnd=0x<window>" and "view pid=<pid>"; leaves on the rig's
 // shutdown event.
 #include <windows.h>
@@ -56,6 +57,7 @@ int WINAPI wWinMain(HINSTANCE instance, HINSTANCE, PWSTR, int) {
     const std::wstring word = argv[i];
     if (word == L"--plain") plain = true;
     if (word == L"--view-on-signal") onSignal = true;
+    if (word == L"--load" && i + 1 < count) ::LoadLibraryW(argv[++i]);
     if (word == L"--view-after" && i + 1 < count) viewAfterMs = std::stoi(argv[++i]);
   }
   ::LocalFree(argv);
