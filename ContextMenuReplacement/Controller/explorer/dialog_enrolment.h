@@ -20,9 +20,9 @@
 //   a shell view appears within 20 x 50 ms  "inject-dialog: window 0x<hwnd> in <program> has no
 //                                         Shell view; not a file dialog."
 // The wait for the shell view begins with the daily log line "[dialogs] Waiting for the shell
-// view of window 0x<hwnd> in <program> (pid <pid>)". A handle text that names no window exits 1, and so does a Hook that cannot be loaded or
-// enrolled. An enrolled dialog is written to the dialog enrolment log
-// (explorer/dialog_enrolment_log.h); the exit code is then the post-enrolment step's.
+// view of window 0x<hwnd> in <program> (pid <pid>)". A handle text that names no window exits 1,
+// and so does a Hook that cannot be loaded or enrolled. An enrolled dialog is written to the dialog
+// enrolment log (explorer/dialog_enrolment_log.h); the exit code is then the post-enrolment step's.
 
 #include <cstdint>
 #include <optional>
