@@ -10,7 +10,7 @@
 #include "common/log.h"
 #include "cli/usage_text.h"
 #include "cli/verb_table.h"
-#include "diagnostics/contract_suites.h"
+#include "snapshot/contract_suites.h"
 #include "common/win32.h"
 
 namespace cmr {

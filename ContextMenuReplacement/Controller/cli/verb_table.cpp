@@ -7,6 +7,7 @@
 #include "diagnostics/command_inventory.h"
 #include "diagnostics/dialog_crashes.h"
 #include "diagnostics/provider_strikes.h"
+#include "explorer/dialog_enrolment.h"
 #include "explorer/explorer_discovery.h"
 #include "explorer/explorer_restart.h"
 #include "explorer/hook_channel.h"
@@ -46,7 +47,7 @@ int EnableVerb(const std::vector<std::wstring>& args) {
 
 int InjectDialogVerb(const std::vector<std::wstring>& args) {
   if (args.empty()) return Refuse(L"inject-dialog needs the dialog's window handle.\n");
-  return ReportUnavailable(L"inject-dialog");
+  return RunInjectDialogVerb(args[0]);
 }
 
 int ReconcileVerb(const std::vector<std::wstring>& args) {

@@ -135,6 +135,18 @@ Status WriteNewFile(const std::wstring& path, std::string_view bytes) {
   return {};
 }
 
+Status AppendToFile(const std::wstring& path, std::string_view bytes) {
+  (void)EnsureDirectories(ParentFolder(path));  // a failure there surfaces as the open failure
+  UniqueHandle file(::CreateFileW(path.c_str(), FILE_APPEND_DATA | SYNCHRONIZE,
+                                  FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                                  OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+  if (!file) return Win32Failure(fmt::format(L"Could not open '{}'", path), ::GetLastError());
+  if (!WriteAll(file.get(), bytes)) {
+    return Win32Failure(fmt::format(L"Could not write '{}'", path), ::GetLastError());
+  }
+  return {};
+}
+
 std::wstring TemporaryPathFor(const std::wstring& target) {
   return fmt::format(L"{}.{}.tmp", target, ::GetCurrentProcessId());
 }

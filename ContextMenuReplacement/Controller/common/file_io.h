@@ -32,6 +32,11 @@ namespace cmr {
 // folders are created. On failure a partly written file is removed again.
 [[nodiscard]] Status WriteNewFile(const std::wstring& path, std::string_view bytes);
 
+// Appends `bytes` at the end of the file, creating it and its folders when missing; never
+// truncates. Through append-only access, so another process's append lands whole before or
+// after it.
+[[nodiscard]] Status AppendToFile(const std::wstring& path, std::string_view bytes);
+
 // Writes `bytes` to target + ".<pid>.tmp" (created new), flushes it, and renames it over the
 // target with replace-existing and write-through, so readers see the old file or the new one,
 // never a part. On failure ("Could not create '{}'.", "Could not write '{}'.", "Could not

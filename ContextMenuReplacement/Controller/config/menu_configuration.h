@@ -91,11 +91,20 @@ inline constexpr size_t kImagePathMaxLength = kImagePathUnits - 1;
 // Surface opt-out bit of a switched-off window organizer.
 inline constexpr uint32_t kOptOutWindowOrganizer = 0x20;
 
+// Which programs may have their file dialogs enrolled. Only the settings file carries these,
+// and they are never published: the dialog enrolment reads them when a dialog appears.
+struct DialogSettings {
+  std::wstring mode = L"all-except";  // "off", "allowlist", anything else: all except the deny list
+  std::vector<std::wstring> allowedProcessNames;
+  std::vector<std::wstring> excludedProcessNames;
+};
+
 struct MenuConfiguration {
   bool enabled = true;
   uint32_t bypassMask = kModifierControl | kModifierShift;
   uint32_t opacityPercent = kDefaultOpacityPercent;
   AppearanceGlobals appearance;
+  DialogSettings dialogs;
 
   // A profile's items are contiguous: each item is appended as it is accepted.
   std::vector<ProfileRecord> profiles;

@@ -99,6 +99,27 @@ void ReadChoice(const rapidjson::Value& settings, const char* key, const Choice 
   errors.push_back(unknownMessage);
 }
 
+// The dialog settings never stop a read: a value of the wrong type reads as its default and a
+// list keeps only its strings, so a stray value here cannot hold back a menu publication.
+void ReadDialogSettings(const rapidjson::Value& settings, DialogSettings& dialogs) {
+  if (const rapidjson::Value* mode = JsonMember(settings, "dialogs.mode");
+      mode && mode->IsString()) {
+    dialogs.mode = JsonWide(*mode);
+  }
+  const struct {
+    const char* key;
+    std::vector<std::wstring> DialogSettings::*list;
+  } lists[] = {{"dialogs.allowedProcessNames", &DialogSettings::allowedProcessNames},
+               {"dialogs.excludedProcessNames", &DialogSettings::excludedProcessNames}};
+  for (const auto& l : lists) {
+    const rapidjson::Value* names = JsonMember(settings, l.key);
+    if (!names || !names->IsArray()) continue;
+    for (const rapidjson::Value& name : names->GetArray()) {
+      if (name.IsString()) (dialogs.*(l.list)).push_back(JsonWide(name));
+    }
+  }
+}
+
 int HexDigit(char c) {
   if (c >= '0' && c <= '9') return c - '0';
   if (c >= 'a' && c <= 'f') return c - 'a' + 10;
@@ -124,6 +145,15 @@ bool ReadRangedKeys(const rapidjson::Value& settings, const RangedKey (&keys)[N]
     }
   }
   return true;
+}
+
+// The feature stays off until this feature's entry says otherwise: a file that cannot be read,
+// or has no entry, never switches anything on.
+void ResetToSettingsDefaults(MenuConfiguration& configuration) {
+  MenuConfiguration fresh;
+  fresh.enabled = false;
+  fresh.appearance = SettingsFileAppearance();
+  std::swap(configuration, fresh);
 }
 
 }  // namespace
@@ -172,19 +202,11 @@ bool ReadColour(const rapidjson::Value& settings, const char* key, uint32_t& out
   return true;
 }
 
-bool SettingsTextEnablesFeature(std::string_view text) {
-  rapidjson::Document root;
-  JsonParseFailure failure;
-  if (!ParseJsonText(text, true, root, failure)) return false;
-  const rapidjson::Value* apps = JsonMember(root, "apps");
-  if (!apps || !apps->IsArray()) return false;
-  const rapidjson::Value* entry = FindApp(*apps, kSettingsAppId);
-  return entry && JsonStringIs(JsonMember(*entry, "status"), "enabled");
-}
-
 bool FeatureEnabledInSettings() {
-  const Result<std::string> text = ReadWholeFile(SettingsFileWithShippedFallback());
-  return text && SettingsTextEnablesFeature(text.value());
+  MenuConfiguration configuration;
+  MessageList errors, warnings;
+  (void)ReadSettingsFile(SettingsFileWithShippedFallback(), configuration, errors, warnings);
+  return configuration.enabled;
 }
 
 bool ReadSettingsGlobals(const rapidjson::Value& root, MenuConfiguration& configuration,
@@ -193,6 +215,7 @@ bool ReadSettingsGlobals(const rapidjson::Value& root, MenuConfiguration& config
   if (!settings) return false;
   const rapidjson::Value* entry = FindApp(*JsonMember(root, "apps"), kSettingsAppId);
   configuration.enabled = JsonStringIs(JsonMember(*entry, "status"), "enabled");
+  ReadDialogSettings(*settings, configuration.dialogs);
 
   if (const rapidjson::Value* bypass = JsonMember(*settings, "general.nativeMenuBypass")) {
     if (!bypass->IsString()) {
@@ -296,6 +319,7 @@ bool ReadSettingsMenu(const rapidjson::Value& root, MenuConfiguration& configura
 
 bool ReadSettingsText(std::string_view text, MenuConfiguration& configuration, MessageList& errors,
                       MessageList& warnings) {
+  ResetToSettingsDefaults(configuration);
   rapidjson::Document document;
   JsonParseFailure failure;
   if (!ParseJsonText(text, true, document, failure)) {
@@ -303,9 +327,6 @@ bool ReadSettingsText(std::string_view text, MenuConfiguration& configuration, M
                                  failure.offset, failure.description));
     return false;
   }
-  MenuConfiguration fresh;
-  fresh.appearance = SettingsFileAppearance();
-  std::swap(configuration, fresh);
   const size_t errorsBefore = errors.size();
   if (!ReadSettingsGlobals(document, configuration, errors)) return false;
   (void)ReadSettingsMenu(document, configuration, errors, warnings);
@@ -314,6 +335,7 @@ bool ReadSettingsText(std::string_view text, MenuConfiguration& configuration, M
 
 bool ReadSettingsFile(const std::wstring& path, MenuConfiguration& configuration,
                       MessageList& errors, MessageList& warnings) {
+  ResetToSettingsDefaults(configuration);
   const Result<std::optional<std::string>> read = ReadFileIfPresent(path);
   if (!read) {
     errors.push_back(fmt::format(L"Could not read '{}'.", path));

@@ -31,15 +31,15 @@ inline constexpr char kSettingsAppId[] = "context-menu-replacement";
 [[nodiscard]] bool ReadColour(const rapidjson::Value& settings, const char* key, uint32_t& out,
                               MessageList& errors);
 
-// Whether the settings text switches this feature on: its entry's `status` is exactly "enabled".
-// Text that is not JSON, or has no such entry, switches nothing on.
-[[nodiscard]] bool SettingsTextEnablesFeature(std::string_view text);
-// The same for the user's settings file, or the shipped defaults when the user has none.
+// Whether the user's settings file, or the shipped defaults when the user has none, switches this
+// feature on (its entry's `status` is exactly "enabled"), read as every other setting is read. A
+// file that cannot be read, or has no entry for this feature, switches nothing on.
 [[nodiscard]] bool FeatureEnabledInSettings();
 
-// Fills the enabled flag, bypass mask, opacity and display globals of `configuration` from the
-// parsed file. A missing entry, or a ranged number out of range, stops the read at once and
-// returns false; other bad keys are reported and the read goes on to the end (true). The
+// Fills the enabled flag, dialog settings, bypass mask, opacity and display globals of
+// `configuration` from the parsed file; the enabled flag and the dialog settings are read before
+// anything can stop the read. A missing entry, or a ranged number out of range, stops the read at
+// once and returns false; other bad keys are reported and the read goes on to the end (true). The
 // globals are valid only when no error was added.
 [[nodiscard]] bool ReadSettingsGlobals(const rapidjson::Value& root,
                                        MenuConfiguration& configuration, MessageList& errors);
@@ -54,8 +54,8 @@ inline constexpr char kSettingsAppId[] = "context-menu-replacement";
 [[nodiscard]] bool ReadSettingsText(std::string_view text, MenuConfiguration& configuration,
                                     MessageList& errors, MessageList& warnings);
 // Reads the file and does both of the above (the menu only when the globals were read to the
-// end).
-// `configuration` is reset to the settings defaults first. Returns true when no error was added.
+// end). `configuration` is reset to the settings defaults first, with the feature off, so a file
+// that is missing or has no entry reads as off. Returns true when no error was added.
 [[nodiscard]] bool ReadSettingsFile(const std::wstring& path, MenuConfiguration& configuration,
                                     MessageList& errors, MessageList& warnings);
 

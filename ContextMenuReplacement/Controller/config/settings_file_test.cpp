@@ -136,11 +136,35 @@ TEST(SettingsFile, EntryAndFileMessages) {
     MessageList errors, warnings;
     EXPECT_FALSE(ReadSettingsText(c.text, config, errors, warnings));
     EXPECT_EQ(errors, MessageList{c.error});
+    // Off unless the entry was found and says so, whatever else failed.
+    EXPECT_EQ(config.enabled, c.text.find(R"("status":"enabled")") != std::string::npos) << c.text;
   }
   MenuConfiguration config;
   MessageList errors, warnings;
   EXPECT_FALSE(ReadSettingsFile(L"C:\\no\\such.json", config, errors, warnings));
   EXPECT_EQ(errors, MessageList{L"'C:\\no\\such.json' does not exist."});
+  EXPECT_FALSE(config.enabled);
+}
+
+// The dialog settings are read before anything can stop the read, and never add an error: a
+// value of the wrong type reads as its default.
+TEST(SettingsFile, DialogSettingsNeverFailTheRead) {
+  const Read stopped = Globals(SettingsText(
+      R"("appearance.fontSizeDip":7,"dialogs.mode":"allowlist",)"
+      R"("dialogs.allowedProcessNames":["a.exe",1,"B.exe"],"dialogs.excludedProcessNames":["c.exe"])"));
+  EXPECT_EQ(stopped.errors,
+            MessageList{L"'appearance.fontSizeDip' must be a whole number from 8 to 32."});
+  EXPECT_TRUE(stopped.config.enabled);
+  EXPECT_EQ(stopped.config.dialogs.mode, L"allowlist");
+  EXPECT_EQ(stopped.config.dialogs.allowedProcessNames,
+            (std::vector<std::wstring>{L"a.exe", L"B.exe"}));
+  EXPECT_EQ(stopped.config.dialogs.excludedProcessNames, std::vector<std::wstring>{L"c.exe"});
+  const Read wrong = Globals(SettingsText(
+      R"("dialogs.mode":3,"dialogs.allowedProcessNames":"a.exe","dialogs.excludedProcessNames":{})"));
+  EXPECT_EQ(wrong.errors, MessageList{});
+  EXPECT_EQ(wrong.config.dialogs.mode, L"all-except");
+  EXPECT_TRUE(wrong.config.dialogs.allowedProcessNames.empty());
+  EXPECT_TRUE(wrong.config.dialogs.excludedProcessNames.empty());
 }
 
 // The settings file that ships beside the exe is what the on/off and dialog readers fall back

@@ -80,6 +80,17 @@ int ClearCrash(const std::wstring& program) {
 
 }  // namespace
 
+std::vector<std::wstring> DialogCrashExcludedPrograms() {
+  std::vector<std::wstring> programs;
+  Result<UniqueHkey> key = OpenRecordKey(kDialogCrashExclusionsKey);
+  if (!key) return programs;
+  Result<std::vector<RegistryValueEntry>> values =
+      ListValues(key.value().get(), kDialogCrashExclusionsKey);
+  if (!values) return programs;
+  for (RegistryValueEntry& entry : values.value()) programs.push_back(std::move(entry.name));
+  return programs;
+}
+
 int RunDialogCrashesVerb(const std::vector<std::wstring>& args) {
   return RunRecordVerb({L"dialog-crashes", L"dialog-crashes clear needs a program name.", true, ListCrashes, ClearCrash}, args);
 }

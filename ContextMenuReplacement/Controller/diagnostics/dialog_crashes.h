@@ -29,6 +29,10 @@ namespace cmr {
 inline constexpr wchar_t kDialogCrashExclusionsKey[] =
     L"Software\\Orvanta\\Brenlowpack\\Ravelin\\DialogCrashExclusions";
 
+// The programs whose records exclude them, names as stored; empty when the key is missing or
+// cannot be read (the enrolment then has nothing to exclude).
+[[nodiscard]] std::vector<std::wstring> DialogCrashExcludedPrograms();
+
 // `args` are the arguments after the verb. Returns the exit code.
 [[nodiscard]] int RunDialogCrashesVerb(const std::vector<std::wstring>& args);
 

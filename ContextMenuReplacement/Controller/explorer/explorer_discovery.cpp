@@ -75,6 +75,12 @@ std::wstring ProcessImagePath(DWORD processId) {
   return std::wstring(path, size);
 }
 
+std::wstring LowerCaseImageName(DWORD processId) {
+  std::wstring name(FileNameOf(ProcessImagePath(processId)));
+  for (wchar_t& unit : name) unit = static_cast<wchar_t>(::towlower(unit));
+  return name;
+}
+
 std::vector<ExplorerThread> EnumerateExplorer() {
   WalkState state;
   ::EnumWindows(VisitTopLevelWindow, reinterpret_cast<LPARAM>(&state));

@@ -27,6 +27,10 @@ struct ExplorerThread {
 // process cannot be opened or read.
 [[nodiscard]] std::wstring ProcessImagePath(DWORD processId);
 
+// The file name of a process's image, lower-cased unit by unit; empty when the process cannot
+// be opened or read.
+[[nodiscard]] std::wstring LowerCaseImageName(DWORD processId);
+
 // Walks every top-level window and keeps the first qualifying window of each Explorer thread.
 // Never fails: no Explorer gives an empty list.
 [[nodiscard]] std::vector<ExplorerThread> EnumerateExplorer();

@@ -48,9 +48,7 @@ bool AnyEarlierBuildLoaded(const std::vector<ExplorerThread>& threads) {
   std::set<DWORD> processes;
   for (const ExplorerThread& t : threads) processes.insert(t.processId);
   for (const DWORD processId : processes) {
-    for (const std::wstring& name : ModuleNames(processId)) {
-      if (IsEarlierBuildHookName(name)) return true;
-    }
+    if (EarlierBuildHookLoaded(processId)) return true;
   }
   return false;
 }
@@ -127,6 +125,13 @@ bool IsEarlierBuildHookName(std::wstring_view name) noexcept {
 
 bool EarlierBuildHookLoaded() {
   return AnyEarlierBuildLoaded(EnumerateExplorer());
+}
+
+bool EarlierBuildHookLoaded(DWORD processId) {
+  for (const std::wstring& name : ModuleNames(processId)) {
+    if (IsEarlierBuildHookName(name)) return true;
+  }
+  return false;
 }
 
 int SendCommand(uint32_t code, std::wstring_view label, intptr_t argument, DWORD processId) {

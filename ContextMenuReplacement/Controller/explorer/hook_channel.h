@@ -53,6 +53,8 @@ struct HookModule {
 // True for a module file name of any Hook build ("Brenlow.ContextMenuReplacement.Hook*.dll",
 // ASCII letters compared case-insensitively) that is not this build's Hook.
 [[nodiscard]] bool IsEarlierBuildHookName(std::wstring_view moduleFileName) noexcept;
+// Whether that process has such a module loaded; false when its module list is unreadable.
+[[nodiscard]] bool EarlierBuildHookLoaded(DWORD processId);
 
 // Whether a module of an earlier Hook build is loaded in any discovered Explorer process: this
 // build's Hook stays inert beside it until Explorer restarts.

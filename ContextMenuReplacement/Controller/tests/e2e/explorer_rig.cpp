@@ -175,6 +175,18 @@ size_t ExplorerRig::Count(const std::string& text) const {
   return count;
 }
 
+std::string ExplorerRig::LineAfter(const std::string& prefix) const {
+  // Built up rather than "\n" + text, which GCC 12 takes for an overlapping copy.
+  std::string journal(1, '\n');
+  journal += Journal();
+  std::string line(1, '\n');
+  line += prefix;
+  const size_t at = journal.find(line);
+  if (at == std::string::npos) return {};
+  const size_t start = at + line.size();
+  return journal.substr(start, journal.find('\n', start) - start);
+}
+
 bool ExplorerRig::WaitFor(const std::string& text, size_t count, unsigned timeoutMs) const {
   const ULONGLONG deadline = ::GetTickCount64() + timeoutMs;
   while (Count(text) < count) {

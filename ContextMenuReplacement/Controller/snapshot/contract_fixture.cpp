@@ -1,4 +1,4 @@
-#include "diagnostics/contract_fixture.h"
+#include "snapshot/contract_fixture.h"
 
 #include <fmt/xchar.h>
 #include <rapidjson/stringbuffer.h>

@@ -1,4 +1,4 @@
-#include "diagnostics/contract_suites.h"
+#include "snapshot/contract_suites.h"
 
 #include <algorithm>
 #include <memory>
@@ -8,7 +8,7 @@
 #include "common/json_text.h"
 #include "common/unique_handle.h"
 #include "common/win32.h"
-#include "diagnostics/contract_fixture.h"
+#include "snapshot/contract_fixture.h"
 #include "model/model_document.h"
 #include "snapshot/overlay_pipeline.h"
 
