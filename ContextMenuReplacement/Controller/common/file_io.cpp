@@ -107,11 +107,13 @@ bool RenameOver(const std::wstring& from, const std::wstring& to) {
   constexpr int kAttempts = 40;
   constexpr DWORD kRetryMs = 25;
   for (int attempt = 1;; ++attempt) {
-    if (::MoveFileExW(from.c_str(), to.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)) {
+    if (::MoveFileExW(from.c_str(), to.c_str(),
+                      MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)) {
       return true;
     }
     const DWORD error = ::GetLastError();
-    if (attempt == kAttempts || (error != ERROR_ACCESS_DENIED && error != ERROR_SHARING_VIOLATION)) {
+    if (attempt == kAttempts ||
+        (error != ERROR_ACCESS_DENIED && error != ERROR_SHARING_VIOLATION)) {
       ::SetLastError(error);
       return false;
     }
@@ -135,12 +137,23 @@ Status WriteNewFile(const std::wstring& path, std::string_view bytes) {
   return {};
 }
 
+AppendTurn::AppendTurn() : mutex_(::CreateMutexW(nullptr, FALSE, L"Local\\BnlxCmrFileAppend")) {
+  if (!mutex_) return;
+  const DWORD wait = ::WaitForSingleObject(mutex_.get(), 1000);
+  held_ = wait == WAIT_OBJECT_0 || wait == WAIT_ABANDONED;
+}
+
+AppendTurn::~AppendTurn() {
+  if (held_) ::ReleaseMutex(mutex_.get());
+}
+
 Status AppendToFile(const std::wstring& path, std::string_view bytes) {
   (void)EnsureDirectories(ParentFolder(path));  // a failure there surfaces as the open failure
   UniqueHandle file(::CreateFileW(path.c_str(), FILE_APPEND_DATA | SYNCHRONIZE,
                                   FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
                                   OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
   if (!file) return Win32Failure(fmt::format(L"Could not open '{}'", path), ::GetLastError());
+  const AppendTurn turn;
   if (!WriteAll(file.get(), bytes)) {
     return Win32Failure(fmt::format(L"Could not write '{}'", path), ::GetLastError());
   }
@@ -159,8 +172,8 @@ Status AtomicWriteFile(const std::wstring& target, std::string_view bytes) {
     (void)::DeleteFileW(temporary.c_str());
     UniqueHandle file(::CreateFileW(temporary.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW,
                                     FILE_ATTRIBUTE_NORMAL, nullptr));
-    if (!file) return Status::Failure(fmt::format(L"Could not create '{}'.", temporary),
-                                      ::GetLastError());
+    if (!file)
+      return Status::Failure(fmt::format(L"Could not create '{}'.", temporary), ::GetLastError());
     // Flushed before the rename: after a power loss the name must not point at missing data.
     if (!WriteAll(file.get(), bytes) || !::FlushFileBuffers(file.get())) {
       const DWORD error = ::GetLastError();

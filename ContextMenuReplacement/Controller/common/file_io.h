@@ -7,6 +7,7 @@
 
 #include "common/status.h"
 #include "common/text.h"
+#include "common/unique_handle.h"
 #include "common/win32.h"
 
 namespace cmr {
@@ -32,9 +33,25 @@ namespace cmr {
 // folders are created. On failure a partly written file is removed again.
 [[nodiscard]] Status WriteNewFile(const std::wstring& path, std::string_view bytes);
 
+// A turn at the end of an append-only file, held by every appender of this program around its
+// write. Windows lands each append-only WriteFile whole by itself, but Wine does not: two
+// processes appending at once lost lines there. The turn is one mutex for the session; when it
+// cannot be had within a second, the write goes ahead all the same.
+class AppendTurn {
+ public:
+  AppendTurn();
+  ~AppendTurn();
+  AppendTurn(const AppendTurn&) = delete;
+  AppendTurn& operator=(const AppendTurn&) = delete;
+
+ private:
+  UniqueHandle mutex_;
+  bool held_ = false;
+};
+
 // Appends `bytes` at the end of the file, creating it and its folders when missing; never
-// truncates. Through append-only access, so another process's append lands whole before or
-// after it.
+// truncates. Through append-only access and in its AppendTurn, so another process's append
+// lands whole before or after it.
 [[nodiscard]] Status AppendToFile(const std::wstring& path, std::string_view bytes);
 
 // Writes `bytes` to target + ".<pid>.tmp" (created new), flushes it, and renames it over the

@@ -67,8 +67,8 @@ bool OpenLog(std::wstring_view product, std::wstring_view component, std::wstrin
 
   PlainTextLogger& logger = Logger();
   std::lock_guard lock(logger.mutex);
-  // Append-only access makes every WriteFile land whole at the end of the file, also when
-  // another Controller process appends to the same day's log.
+  // Append-only access, with the write in its AppendTurn, lands every line whole at the end of
+  // the file, also when another Controller process appends to the same day's log.
   logger.file.reset(::CreateFileW(path.c_str(), FILE_APPEND_DATA | SYNCHRONIZE,
                                   FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
                                   OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
@@ -105,6 +105,7 @@ void WriteLogLine(LogLevel level, std::wstring_view text) {
 
   std::lock_guard lock(logger.mutex);
   if (!logger.file) return;
+  const AppendTurn turn;
   DWORD written = 0;
   ::WriteFile(logger.file.get(), bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr);
 }
