@@ -3,6 +3,7 @@
 # stand-in Explorer of the Explorer part, with the installed Content and Schema beside it.
 settings="$localappdata/Orvanta/Brenlowpack/Settings/High Level Settings.json"
 install="$WINEPREFIX/drive_c/demo-install"
+mkdir -p "$install"
 cp -r "$root/dist/Content" "$root/dist/Schema" "$install/"
 demo_exe="$exe"
 exe="$install/ContextMenuReplacement.Controller.exe"

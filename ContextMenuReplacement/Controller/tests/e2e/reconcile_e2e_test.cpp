@@ -131,5 +131,31 @@ TEST_F(ReconcileE2e, AFreshAccountIsEnabledAndAnEnabledOneReinjected) {
   EXPECT_TRUE(FileExists(JoinPath(PublishedFolder(), L"custom-model-snapshot-2.bin")));
 }
 
+TEST_F(ReconcileE2e, WithRestartAllowedAnExplorerOlderThanTheOverrideIsRestarted) {
+  EnableInSettings();
+  LifecycleState state;
+  state.featureEnabled = true;
+  ASSERT_TRUE(WriteState(state).ok());
+  SetPreference(kEmptyOverride);  // after Wine's own desktop process started
+  ExplorerRig rig;
+  ExplorerRig::InstallShell();
+  rig.RegisterShellWindowList();
+  rig.SetShellOptions(L"--shell");
+  wchar_t windows[MAX_PATH] = {};
+  ::GetWindowsDirectoryW(windows, MAX_PATH);
+  rig.Start({L"--shell", L"--respawn", L"500"}, std::wstring(windows) + L"\\explorer.exe");
+  const RunResult run = RunController({L"reconcile", L"--allow-restart"}, 120000);
+  EXPECT_EQ(run.exitCode, 0u) << run.output;
+  EXPECT_TRUE(run.output.starts_with(
+      "Explorer has been running since before this account was switched to classic menus,\n"
+      "so it is still serving the modern menu. Restarting it...\n"
+      "Captured folder locations; restarting Explorer.\n"))
+      << run.output;
+  EXPECT_EQ(rig.Count("respawned"), 1u) << rig.Journal();
+  // Every Hook the reinjection bootstrapped, in the new shell included, was switched to modern.
+  EXPECT_GE(rig.Count("bootstrap "), 1u) << rig.Journal();
+  EXPECT_EQ(rig.Count(" code=8 arg=4\n"), rig.Count("bootstrap ")) << rig.Journal();
+}
+
 }  // namespace
 }  // namespace cmr::e2e
