@@ -1,18 +1,13 @@
 // The user's own menu preference is never lost, whichever persistent step a verb is stopped at.
-//
-// Every persistent change runs as a numbered step. For each verb and each step N, two kinds of
-// interruption are tried on the real registry of the prefix:
-//   - step N fails with error 5 (in this process, through the step observer), and the verb
-//     goes on with its own failure handling;
-//   - a test build of the controller dies right after step N (a real child process).
-// After each one: if the override key holds anything but the user's preference, the state
-// records SuppressionApplied with that preference as the prior and the boot restore is armed.
-// Then boot-restore runs, the same holds, and once whatever it left enabled is disabled the
-// user's preference is back exactly.
+// Each verb is stopped at every step N in two ways on the prefix's real registry: step N fails
+// with error 5 (in this process, through the step observer) and the verb handles it; or a test
+// build of the controller dies right after step N. Whenever the override key then holds anything
+// but the user's preference, the state must record SuppressionApplied with that preference as
+// the prior and the boot restore must be armed; the same after boot-restore runs; and once what
+// it left enabled is disabled, the user's preference is back exactly.
 
 #include <gtest/gtest.h>
 
-#include <iostream>
 #include <string>
 #include <vector>
 
@@ -41,9 +36,28 @@ struct Scenario {
   Preference prior;
   bool enabledFirst = false;  // an uninterrupted classic enable runs first
   bool featureOff = false;    // ...and the feature is then recorded off, SuppressionApplied kept
-  // An enable and a disable ran earlier, without an override, so the state already holds a
-  // prior preference that is no longer the user's.
+  // An enable and a disable ran earlier without an override, so the state already holds a prior
+  // preference that is no longer the user's.
   bool earlierCycle = false;
+};
+
+const Scenario kScenarios[] = {
+    {"enable_classic_no_key", kEnableClassic, kNoOverride},
+    {"enable_classic_empty", kEnableClassic, kEmptyOverride},
+    {"enable_classic_dll", kEnableClassic, kDllOverride},
+    {"enable_classic_again", kEnableClassic, kDllOverride, true},
+    {"enable_classic_after_a_disable", kEnableClassic, kEmptyOverride, false, false, true},
+    {"enable_refusal",
+     {L"enable", L"--yes", L"--no-restart", L"--strategy", L"refusal"},
+     kDllOverride},
+    {"disable_no_key", {L"disable"}, kNoOverride, true},
+    {"disable_empty", {L"disable"}, kEmptyOverride, true},
+    {"disable_dll", {L"disable"}, kDllOverride, true},
+    {"uninstall_no_key", {L"uninstall"}, kNoOverride, true},
+    {"uninstall_dll", {L"uninstall"}, kDllOverride, true},
+    {"boot_restore_feature_off_no_key", {L"boot-restore"}, kNoOverride, true, true},
+    {"boot_restore_feature_off_dll", {L"boot-restore"}, kDllOverride, true, true},
+    {"boot_restore_feature_on", {L"boot-restore"}, kDllOverride, true},
 };
 
 int RunInProcess(const Args& args) {
@@ -115,14 +129,13 @@ void ExpectRecovers(const Preference& prior, const std::string& where) {
   EXPECT_EQ(ReadPreference(), prior) << where << ": " << Describe(ReadPreference());
 }
 
-// Returns the number of steps the verb took.
-unsigned g_restoreRefusals = 0;
+class LifecycleInterruption : public ::testing::TestWithParam<Scenario> {
+ protected:
+  void TearDown() override { ResetLifecycle(); }
+};
 
-std::string Name(const Scenario& s) {
-  return std::string(s.name) + " (" + Describe(s.prior) + ")";
-}
-
-unsigned InterruptAtEveryStep(const Scenario& s) {
+TEST_P(LifecycleInterruption, AtEveryStep) {
+  const Scenario& s = GetParam();
   const std::wstring stepController = JoinPath(ExecutableFolder(), L"step_controller.exe");
   unsigned steps = 0;
   for (unsigned n = 1;; ++n) {
@@ -132,67 +145,27 @@ unsigned InterruptAtEveryStep(const Scenario& s) {
     ::SetEnvironmentVariableW(L"CMR_STEP_EXIT", nullptr);
     if (run.exitCode != kDiedAtStep) break;  // the verb finished before step n
     steps = n;
-    ExpectRecovers(s.prior, Name(s) + ", died after step " + std::to_string(n));
+    ExpectRecovers(s.prior, "died after step " + std::to_string(n));
   }
+  EXPECT_GT(steps, 0u);
   for (unsigned n = 1; n <= steps; ++n) {
     Prepare(s);
     FailOneStep observer(n);
     SetStepObserver(&observer);
     (void)RunInProcess(s.verb);
     SetStepObserver(nullptr);
-    const std::string where = Name(s) + ", step " + std::to_string(n) + " failed";
-    if (IsRestoreWrite(s, observer.failed)) {
-      ++g_restoreRefusals;
-      EXPECT_FALSE(ReadState().suppressionApplied) << where;
-      EXPECT_FALSE(is_boot_restore_armed()) << where;
+    const std::string where = "step " + std::to_string(n) + " failed";
+    if (!IsRestoreWrite(s, observer.failed)) {
+      ExpectRecovers(s.prior, where);
       continue;
     }
-    ExpectRecovers(s.prior, where);
-  }
-  std::cout << "[interruption] " << s.name << ": " << steps << " steps, " << 2 * steps << " cases, "
-            << g_restoreRefusals << " failed restore writes so far\n";
-  EXPECT_GT(steps, 0u) << s.name;
-  return steps;
-}
-
-class LifecycleInterruption : public ::testing::Test {
- protected:
-  void TearDown() override { ResetLifecycle(); }
-};
-
-TEST_F(LifecycleInterruption, EnableClassic) {
-  for (const Preference& prior : {kNoOverride, kEmptyOverride, kDllOverride}) {
-    (void)InterruptAtEveryStep({"enable classic", kEnableClassic, prior});
-  }
-  (void)InterruptAtEveryStep({"enable classic again", kEnableClassic, kDllOverride, true});
-  (void)InterruptAtEveryStep(
-      {"enable classic after a disable", kEnableClassic, kEmptyOverride, false, false, true});
-}
-
-TEST_F(LifecycleInterruption, EnableRefusal) {
-  (void)InterruptAtEveryStep({"enable refusal",
-                              {L"enable", L"--yes", L"--no-restart", L"--strategy", L"refusal"},
-                              kDllOverride});
-}
-
-TEST_F(LifecycleInterruption, Disable) {
-  for (const Preference& prior : {kNoOverride, kEmptyOverride, kDllOverride}) {
-    (void)InterruptAtEveryStep({"disable", {L"disable"}, prior, true});
+    EXPECT_FALSE(ReadState().suppressionApplied) << where;
+    EXPECT_FALSE(is_boot_restore_armed()) << where;
   }
 }
 
-TEST_F(LifecycleInterruption, Uninstall) {
-  for (const Preference& prior : {kNoOverride, kDllOverride}) {
-    (void)InterruptAtEveryStep({"uninstall", {L"uninstall"}, prior, true});
-  }
-}
-
-TEST_F(LifecycleInterruption, BootRestore) {
-  for (const Preference& prior : {kNoOverride, kDllOverride}) {
-    (void)InterruptAtEveryStep({"boot-restore, feature off", {L"boot-restore"}, prior, true, true});
-  }
-  (void)InterruptAtEveryStep({"boot-restore, feature on", {L"boot-restore"}, kDllOverride, true});
-}
+INSTANTIATE_TEST_SUITE_P(Verbs, LifecycleInterruption, ::testing::ValuesIn(kScenarios),
+                         [](const auto& info) { return std::string(info.param.name); });
 
 }  // namespace
 }  // namespace cmr::e2e
