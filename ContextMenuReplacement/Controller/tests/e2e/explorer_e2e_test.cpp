@@ -1,7 +1,5 @@
-// The controller against stand-in Explorers under the virtual display: discovery and the probe,
-// the Hook channel (enrolment, the earlier-build check, every command verb, with what reached
-// each Hook read from the rig's journal), and the Explorer restart against the stand-in shell at
-// <Windows directory>\explorer.exe, whose journal shows what was ended, started and reopened.
+// The controller against stand-in Explorers under the virtual display: probe, Hook channel and
+// restart, with what reached each stand-in read from the rig's journal.
 #include <gtest/gtest.h>
 
 #include "common/data_paths.h"
@@ -77,7 +75,6 @@ const char kFallbackNote[] =
 const ModeRow kModeRows[] = {
     {{L"suppress", L"off"}, 5, 0, "", 0},
     {{L"suppress", L"classnotreg"}, 5, 1, kRefusalNote, 0},
-    {{L"suppress", L"efail"}, 5, 2, kRefusalNote, 0},
     {{L"suppress", L"Off"},
      5,
      -1,
@@ -85,14 +82,11 @@ const ModeRow kModeRows[] = {
      1},
     {{L"context", L"off"}, 7, 0, "", 0},
     {{L"context", L"log"}, 7, 1, "", 0},
-    {{L"context", L"overlay"}, 7, 3, "", 0},
     {{L"context", L"log", L"fallback"}, 7, 5, kFallbackNote, 0},
     {{L"context", L"off", L"fallback"}, 7, 0, kFallbackNote, 0},
     {{L"context", L"log", L"Fallback"}, 7, 1, "", 0},
     {{L"context", L"logs"}, 7, -1, "Unknown capture mode 'logs'. Use off, log, or overlay.\n", 1},
     {{L"replacement", L"off"}, 8, 0, "", 0},
-    {{L"replacement", L"fail"}, 8, 2, "", 0},
-    {{L"replacement", L"native"}, 8, 3, "", 0},
     {{L"replacement", L"modern"}, 8, 4, "", 0},
     {{L"replacement", L"moder"},
      8,

@@ -1,10 +1,8 @@
-// The user's own menu preference is never lost, whichever persistent step a verb is stopped at.
-// Each verb is stopped at every step N in two ways on the prefix's real registry: step N fails
-// with error 5 (in this process, through the step observer) and the verb handles it; or a test
-// build of the controller dies right after step N. Whenever the override key then holds anything
-// but the user's preference, the state must record SuppressionApplied with that preference as
-// the prior and the boot restore must be armed; the same after boot-restore runs; and once what
-// it left enabled is disabled, the user's preference is back exactly.
+// The user's own menu preference is never lost, whichever persistent step a verb is stopped at:
+// step N fails with error 5 (in process, through the step observer), or a test build of the
+// controller dies right after it. While the override is not the user's preference, the state
+// holds that preference as the prior with the boot restore armed, through boot-restore, and a
+// disable then gives it back exactly.
 
 #include <gtest/gtest.h>
 
@@ -40,6 +38,10 @@ struct Scenario {
   // preference that is no longer the user's.
   bool earlierCycle = false;
 };
+
+void PrintTo(const Scenario& s, std::ostream* out) {
+  *out << s.name;
+}
 
 const Scenario kScenarios[] = {
     {"enable_classic_no_key", kEnableClassic, kNoOverride},
