@@ -5,12 +5,6 @@
 namespace cmr {
 namespace {
 
-TEST(ClassicIcons, NestedVerbPathsDescendThroughShellKeys) {
-  EXPECT_EQ(VerbKeyPath(L"*", L"open"), L"*\\shell\\open");
-  EXPECT_EQ(VerbKeyPath(L"Directory\\Background", L"a\\b\\c"),
-            L"Directory\\Background\\shell\\a\\shell\\b\\shell\\c");
-}
-
 TEST(ClassicIcons, IconLocationAlwaysNamesAnIndex) {
   const std::pair<std::wstring, std::wstring> rows[] = {
       {L"C:\\a.dll,-3", L"C:\\a.dll,-3"}, {L"C:\\a.dll,12", L"C:\\a.dll,12"},

@@ -5,14 +5,9 @@
 namespace cmr {
 namespace {
 
-struct NameRow {
-  const wchar_t* name;
-  bool earlier;
-};
-
 // Any build's Hook is "Brenlow.ContextMenuReplacement.Hook*.dll", letters in any case; this
 // build's own file is never an earlier build, whatever its case.
-constexpr NameRow kNames[] = {
+constexpr std::pair<const wchar_t*, bool> kNames[] = {
     {L"Brenlow.ContextMenuReplacement.Hook.1.0.9.0.dll", true},
     {L"brenlow.contextmenureplacement.hook.1.0.9.0.DLL", true},
     {L"Brenlow.ContextMenuReplacement.Hook.dll", true},
@@ -25,9 +20,8 @@ constexpr NameRow kNames[] = {
 };
 
 TEST(HookChannel, EarlierBuildNames) {
-  for (const NameRow& row : kNames) {
-    EXPECT_EQ(IsEarlierBuildHookName(row.name), row.earlier) << row.name;
-  }
+  for (const auto& [name, earlier] : kNames)
+    EXPECT_EQ(IsEarlierBuildHookName(name), earlier) << name;
 }
 
 }  // namespace

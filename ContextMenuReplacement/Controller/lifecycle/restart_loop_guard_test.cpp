@@ -12,9 +12,7 @@ constexpr uint64_t kNew = 0x01DC5BFF00000000ull;  // the Explorer running now
 struct GuardCase {
   const char* rule;
   uint32_t restarts;
-  uint64_t windowStart;
-  uint64_t lastStart;
-  uint64_t currentStart;
+  uint64_t windowStart, lastStart, currentStart;
   bool force;
   uint32_t restartsAfter;
   uint64_t windowAfter;
@@ -41,10 +39,11 @@ TEST(RestartLoopGuard, OneRowPerRule) {
     state.explorerRestarts = c.restarts;
     state.restartWindowStart = c.windowStart;
     state.lastExplorerStart = c.lastStart;
-    EXPECT_EQ(CheckRestartLoop(state, c.currentStart, kNow, c.force), c.refused) << c.rule;
-    EXPECT_EQ(state.explorerRestarts, c.restartsAfter) << c.rule;
-    EXPECT_EQ(state.restartWindowStart, c.windowAfter) << c.rule;
-    EXPECT_EQ(state.lastExplorerStart, c.currentStart) << c.rule;
+    SCOPED_TRACE(c.rule);
+    EXPECT_EQ(CheckRestartLoop(state, c.currentStart, kNow, c.force), c.refused);
+    EXPECT_EQ(state.explorerRestarts, c.restartsAfter);
+    EXPECT_EQ(state.restartWindowStart, c.windowAfter);
+    EXPECT_EQ(state.lastExplorerStart, c.currentStart);
   }
 }
 

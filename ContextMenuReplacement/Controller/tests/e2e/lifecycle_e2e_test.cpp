@@ -2,13 +2,14 @@
 
 #include <gtest/gtest.h>
 
+#include "cli/entry.h"
 #include "common/data_paths.h"
 #include "common/file_io.h"
-#include "common/json_text.h"
 #include "common/text.h"
-#include "explorer/explorer_discovery.h"
 #include "lifecycle/boot_restore.h"
+#include "lifecycle/lifecycle_verbs.h"
 #include "state/lifecycle_state.h"
+#include "state/persistent_step.h"
 #include "tests/e2e/explorer_rig.h"
 #include "tests/e2e/harness.h"
 #include "tests/e2e/lifecycle_fixture.h"
@@ -31,20 +32,26 @@ class LifecycleE2e : public ::testing::Test {
   void TearDown() override { ResetLifecycle(); }
 };
 
-TEST_F(LifecycleE2e, EnableThenDisableGivesBackEachPriorExactly) {
+TEST_F(LifecycleE2e, EnableThenDisableGivesBackThePriorUnlessTheUserChoseAgain) {
   const Preference odd{true, true, L"C:\\a \"b\"\x01.dll"};
+  const Preference theirs{true, true, L"C:\\Users\\me\\menu.dll"};
   const struct {
+    const char* name;
     Preference prior;
     std::string json;  // priorKeyPresent and priorValue as status --json writes them
-    std::string restored;
+    const Preference* chosenAfterEnable;  // the user's own choice made while enabled
+    std::string disabled;
   } rows[] = {
-      {kNoOverride, "false,\"priorValue\":\"\"",
-       "Removed the override key; the user is back on the Windows 11 modern menu."},
-      {kEmptyOverride, "true,\"priorValue\":\"\"", "Restored the prior override value ''."},
-      {odd, "true,\"priorValue\":\"C:\\\\a \\\"b\\\"\\u0001.dll\"",
-       "Restored the prior override value 'C:\\a \"b\"\\u0001.dll'."},
+      {"no key", kNoOverride, "false,\"priorValue\":\"\"", nullptr,
+       "Preference: Removed the override key; the user is back on the Windows 11 modern menu.\n"},
+      {"odd value", odd, "true,\"priorValue\":\"C:\\\\a \\\"b\\\"\\u0001.dll\"", nullptr,
+       "Preference: Restored the prior override value 'C:\\a \"b\"\\u0001.dll'.\n"},
+      {"user chose again", kNoOverride, "false,\"priorValue\":\"\"", &theirs,
+       "Preference: The override key now holds 'C:\\Users\\me\\menu.dll', which is not what we "
+       "wrote. Leaving the newer choice alone.\n"},
   };
   for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
     ResetLifecycle();
     SetPreference(row.prior);
     EXPECT_TRUE(Has(RunController(kEnable),
@@ -53,36 +60,14 @@ TEST_F(LifecycleE2e, EnableThenDisableGivesBackEachPriorExactly) {
     // A second enable keeps the first recorded prior, not the override it finds.
     EXPECT_TRUE(Has(RunController(kEnable),
                     "Already applied; keeping the originally recorded prior preference.\n"));
-    const RunResult json = RunController({L"status", L"--json"});
-    EXPECT_EQ(json.output,
-              "{\"effectiveMode\":\"classic\",\"overrideKeyPresent\":true,\"featureEnabled\":true,"
-              "\"suppressionApplied\":true,\"priorKeyPresent\":" +
-                  row.json + ",\"appliedAt\":\"" + ToUtf8(ReadState().suppressionAppliedAt) +
-                  "\",\"bootRestoreArmed\":true,\"everEnabled\":true,\"publishedConfigVersion\":0,"
-                  "\"overrideMissingWhileEnabled\":false}\n");
-    rapidjson::Document document;
-    JsonParseFailure failure;
-    EXPECT_TRUE(ParseJsonText(json.output, false, document, failure)) << json.output;
-    EXPECT_TRUE(Has(RunController({L"disable"}),
-                    "\nPreference: " + row.restored +
-                        "\n\nThe hook is inert. The module stays loaded until Explorer restarts "
-                        "because it pinned\n"));
-    EXPECT_EQ(ReadPreference(), row.prior) << Describe(row.prior);
+    EXPECT_TRUE(Has(RunController({L"status", L"--json"}),
+                    "\"suppressionApplied\":true,\"priorKeyPresent\":" + row.json + ","));
+    if (row.chosenAfterEnable) SetPreference(*row.chosenAfterEnable);
+    EXPECT_TRUE(Has(RunController({L"disable"}), "\n" + row.disabled));
+    EXPECT_EQ(ReadPreference(), row.chosenAfterEnable ? *row.chosenAfterEnable : row.prior);
     EXPECT_FALSE(is_boot_restore_armed());
     EXPECT_FALSE(ReadState().suppressionApplied || ReadState().featureEnabled);
   }
-}
-
-TEST_F(LifecycleE2e, AChoiceTheUserMadeAfterEnablingIsLeftAlone) {
-  (void)RunController(kEnable);
-  const Preference theirs{true, true, L"C:\\Users\\me\\menu.dll"};
-  SetPreference(theirs);
-  EXPECT_TRUE(Has(RunController({L"disable"}),
-                  "Preference: The override key now holds 'C:\\Users\\me\\menu.dll', which is not "
-                  "what we wrote. Leaving the newer choice alone.\n"));
-  EXPECT_EQ(ReadPreference(), theirs);
-  EXPECT_FALSE(ReadState().suppressionApplied);
-  EXPECT_FALSE(is_boot_restore_armed());
 }
 
 // Starts a copy of the controller, takes its file away while it runs, and returns its output.
@@ -136,6 +121,7 @@ TEST_F(LifecycleE2e, BootRestoreAcrossItsDecisionTable) {
        kDllOverride, false},
   };
   for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
     ResetLifecycle();
     SetPreference(kDllOverride);
     ASSERT_TRUE(WriteState(LifecycleState{}).ok());
@@ -148,10 +134,10 @@ TEST_F(LifecycleE2e, BootRestoreAcrossItsDecisionTable) {
     }
     const RunResult run = row.deletedCopy ? RunResult{0, RunDeletedCopy({L"boot-restore"})}
                                           : RunController({L"boot-restore"});
-    EXPECT_EQ(run.output, row.line) << row.name;
-    EXPECT_EQ(run.exitCode, 0u) << row.name;
-    EXPECT_EQ(ReadPreference(), row.after) << row.name;
-    EXPECT_EQ(is_boot_restore_armed(), row.armed) << row.name;
+    EXPECT_EQ(run.output, row.line);
+    EXPECT_EQ(run.exitCode, 0u);
+    EXPECT_EQ(ReadPreference(), row.after);
+    EXPECT_EQ(is_boot_restore_armed(), row.armed);
   }
 }
 
@@ -163,32 +149,36 @@ TEST_F(LifecycleE2e, WithoutYesOnlyTheDisclosureIsPrinted) {
   EXPECT_EQ(ExportUserSoftware(), before);
 }
 
-TEST_F(LifecycleE2e, StateKeyThatCannotBeWrittenChangesNothingAndVolatileParentIsReplaced) {
-  ::RegDeleteTreeW(HKEY_CURRENT_USER, L"Software\\Orvanta\\Brenlowpack");
-  {
-    UniqueHkey family;  // a volatile family key refuses the non-volatile state key (1021)
-    ASSERT_EQ(::RegCreateKeyExW(HKEY_CURRENT_USER, L"Software\\Orvanta\\Brenlowpack", 0, nullptr,
-                                REG_OPTION_VOLATILE, KEY_WRITE, nullptr, family.put(), nullptr),
+// A volatile parent refuses a non-volatile child (1021): for the state key that stops the enable
+// before anything changes; the override key's parent is replaced instead.
+TEST_F(LifecycleE2e, VolatileParentKeys) {
+  const struct {
+    const wchar_t* parent;
+    DWORD exitCode;
+    std::string line;
+  } rows[] = {
+      {L"Software\\Orvanta\\Brenlowpack", 1,
+       "\nCould not record prior state, so nothing was changed: Could not open the state key for "
+       "writing: 1021\n"},
+      {L"Software\\Classes\\CLSID\\{86ca1aa0-34aa-4e8b-a509-50c905bae2a2}", 0,
+       "\nApplied classic_mode_registry.\n"},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(ToUtf8(row.parent));
+    ResetLifecycle();
+    ::RegDeleteTreeW(HKEY_CURRENT_USER, row.parent);
+    UniqueHkey parent;
+    ASSERT_EQ(::RegCreateKeyExW(HKEY_CURRENT_USER, row.parent, 0, nullptr, REG_OPTION_VOLATILE,
+                                KEY_WRITE, nullptr, parent.put(), nullptr),
               ERROR_SUCCESS);
+    parent.reset();
+    const RunResult run = RunController(kEnable);
+    EXPECT_EQ(run.exitCode, row.exitCode) << run.output;
+    EXPECT_TRUE(Has(run, row.line)) << run.output;
+    EXPECT_EQ(ReadPreference(), row.exitCode == 0 ? kEmptyOverride : kNoOverride);
+    EXPECT_EQ(is_boot_restore_armed(), row.exitCode == 0);
+    ::RegDeleteTreeW(HKEY_CURRENT_USER, row.parent);
   }
-  const RunResult refused = RunController(kEnable);
-  EXPECT_EQ(refused.exitCode, 1u);
-  EXPECT_TRUE(Has(refused,
-                  "\nCould not record prior state, so nothing was changed: Could not "
-                  "open the state key for writing: 1021\n"));
-  EXPECT_EQ(ReadPreference(), kNoOverride);
-  EXPECT_FALSE(is_boot_restore_armed());
-  ::RegDeleteTreeW(HKEY_CURRENT_USER, L"Software\\Orvanta\\Brenlowpack");
-
-  UniqueHkey parent;
-  ASSERT_EQ(
-      ::RegCreateKeyExW(HKEY_CURRENT_USER,
-                        L"Software\\Classes\\CLSID\\{86ca1aa0-34aa-4e8b-a509-50c905bae2a2}", 0,
-                        nullptr, REG_OPTION_VOLATILE, KEY_WRITE, nullptr, parent.put(), nullptr),
-      ERROR_SUCCESS);
-  parent.reset();
-  EXPECT_TRUE(Has(RunController(kEnable), "Applied classic_mode_registry.\n"));
-  EXPECT_EQ(ReadPreference(), kEmptyOverride);
 }
 
 TEST_F(LifecycleE2e, StatusBeforeEnablingAndForEachProbeVerdict) {
@@ -219,21 +209,20 @@ TEST_F(LifecycleE2e, StatusBeforeEnablingAndForEachProbeVerdict) {
       {3,
        "\nSuppression probe:     PARTIAL - seen\nExpected if views existed before enabling; "
        "investigate if it persists.\n"},
-      {4, "\nSuppression probe:     no evidence yet - right-click a folder, then ask again\n"},
   };
   ASSERT_TRUE(WriteState(LifecycleState{}).ok());
   for (const auto& row : rows) {
-    UniqueHkey key;
-    ASSERT_EQ(::RegOpenKeyExW(HKEY_CURRENT_USER, kStateKeyPath, 0, KEY_SET_VALUE, key.put()),
-              ERROR_SUCCESS);
+    SCOPED_TRACE(row.verdict);
     if (row.verdict != 0) {
-      ::RegSetValueExW(key.get(), L"LastProbeVerdict", 0, REG_DWORD,
-                       reinterpret_cast<const BYTE*>(&row.verdict), sizeof(DWORD));
-      ::RegSetValueExW(key.get(), L"LastProbeDetail", 0, REG_SZ,
-                       reinterpret_cast<const BYTE*>(L"seen"), 10);
+      ASSERT_EQ(::RegSetKeyValueW(HKEY_CURRENT_USER, kStateKeyPath, L"LastProbeVerdict", REG_DWORD,
+                                  &row.verdict, sizeof(DWORD)),
+                ERROR_SUCCESS);
+      ASSERT_EQ(::RegSetKeyValueW(HKEY_CURRENT_USER, kStateKeyPath, L"LastProbeDetail", REG_SZ,
+                                  L"seen", 10),
+                ERROR_SUCCESS);
     }
     run = RunController({L"status"});
-    EXPECT_TRUE(run.output.ends_with(row.tail)) << row.verdict << run.output;
+    EXPECT_TRUE(run.output.ends_with(row.tail)) << run.output;
     EXPECT_TRUE(Has(run, "Recorded state\n  Suppression applied:  no by none\n"));
   }
 }
@@ -267,10 +256,10 @@ TEST_F(LifecycleE2e, WithAStandInExplorer) {
   LifecycleState state = ReadState();
   FILETIME now{};
   ::GetSystemTimeAsFileTime(&now);
-  const uint64_t ticks = (uint64_t{now.dwHighDateTime} << 32) | now.dwLowDateTime;
   state.explorerRestarts = 9;
-  state.restartWindowStart = ticks - 600'000'000ull;  // a minute ago
-  state.lastExplorerStart = 1;                        // not the Explorer running now
+  state.restartWindowStart =
+      ((uint64_t{now.dwHighDateTime} << 32) | now.dwLowDateTime) - 600'000'000ull;
+  state.lastExplorerStart = 1;  // not the Explorer running now
   ASSERT_TRUE(WriteState(state).ok());
   const RunResult refused = RunController(kEnable);
   EXPECT_EQ(refused.exitCode, 3u);
@@ -281,14 +270,157 @@ TEST_F(LifecycleE2e, WithAStandInExplorer) {
       "Look at the hook log first. Pass --force to override.\n"));
   EXPECT_EQ(ReadState(), state);
   EXPECT_NE(RunController({L"enable", L"--yes", L"--no-restart", L"--force"}).exitCode, 3u);
-  EXPECT_EQ(ReadState().explorerRestarts, 10u);
-  // A window older than 600 s with no new start resets the count.
-  state = ReadState();
-  state.restartWindowStart = ticks - 6'010'000'000ull;
-  ASSERT_TRUE(WriteState(state).ok());
-  EXPECT_NE(RunController(kEnable).exitCode, 3u);
-  EXPECT_EQ(ReadState().explorerRestarts, 0u);
 }
+
+// The user's own menu preference is never lost, whichever persistent step a verb is stopped at:
+// step N fails with error 5 (in process, through the step observer), or a test build of the
+// controller dies right after it. While the override is not the user's preference, the state
+// holds that preference as the prior with the boot restore armed, through boot-restore, and a
+// disable then gives it back exactly.
+constexpr DWORD kDiedAtStep = 86;  // the test build's exit code when it dies at its step
+
+using Args = std::vector<std::wstring>;
+
+struct Scenario {
+  const char* name;
+  Args verb;
+  Preference prior;
+  bool enabledFirst = false;  // an uninterrupted classic enable runs first
+  bool featureOff = false;    // ...and the feature is then recorded off, SuppressionApplied kept
+  // An enable and a disable ran earlier without an override, so the state already holds a prior
+  // preference that is no longer the user's.
+  bool earlierCycle = false;
+};
+
+void PrintTo(const Scenario& s, std::ostream* out) {
+  *out << s.name;
+}
+
+const Scenario kScenarios[] = {
+    {"enable_classic_no_key", kEnable, kNoOverride},
+    {"enable_classic_empty", kEnable, kEmptyOverride},
+    {"enable_classic_dll", kEnable, kDllOverride},
+    {"enable_classic_again", kEnable, kDllOverride, true},
+    {"enable_classic_after_a_disable", kEnable, kEmptyOverride, false, false, true},
+    {"enable_refusal",
+     {L"enable", L"--yes", L"--no-restart", L"--strategy", L"refusal"},
+     kDllOverride},
+    {"disable_no_key", {L"disable"}, kNoOverride, true},
+    {"disable_empty", {L"disable"}, kEmptyOverride, true},
+    {"disable_dll", {L"disable"}, kDllOverride, true},
+    {"uninstall_no_key", {L"uninstall"}, kNoOverride, true},
+    {"uninstall_dll", {L"uninstall"}, kDllOverride, true},
+    {"boot_restore_feature_off_no_key", {L"boot-restore"}, kNoOverride, true, true},
+    {"boot_restore_feature_off_dll", {L"boot-restore"}, kDllOverride, true, true},
+    {"boot_restore_feature_on", {L"boot-restore"}, kDllOverride, true},
+};
+
+int RunInProcess(const Args& args) {
+  std::vector<std::wstring> words{L"controller"};
+  words.insert(words.end(), args.begin(), args.end());
+  std::vector<wchar_t*> argv;
+  for (std::wstring& word : words) argv.push_back(word.data());
+  return cmr::RunController(static_cast<int>(argv.size()), argv.data());
+}
+
+class FailOneStep final : public StepObserver {
+ public:
+  explicit FailOneStep(unsigned failing) : failing_(failing) {}
+  DWORD BeforeStep(const wchar_t* step) override {
+    if (++seen_ != failing_) return ERROR_SUCCESS;
+    failed = step;
+    return ERROR_ACCESS_DENIED;
+  }
+  void AfterStep(const wchar_t*) override {}
+  std::wstring failed;
+
+ private:
+  unsigned failing_;
+  unsigned seen_ = 0;
+};
+
+// A restore whose own write to the override key fails is attempted once and never again: it
+// says so, clears SuppressionApplied and disarms, so that a key it cannot write does not loop
+// at every logon. The override then stays ours; that is the one case the user is told instead.
+bool IsRestoreWrite(const Scenario& s, const std::wstring& step) {
+  return s.verb.front() != L"enable" &&
+         (step == L"delete the override key" || step == L"create the override key" ||
+          step == L"set the override value");
+}
+
+void Prepare(const Scenario& s) {
+  ResetLifecycle();
+  if (s.earlierCycle) {
+    SetPreference(kNoOverride);
+    (void)RunInProcess(kEnable);
+    (void)RunInProcess({L"disable"});
+  }
+  SetPreference(s.prior);
+  if (!s.enabledFirst) return;
+  (void)RunInProcess(kEnable);
+  if (!s.featureOff) return;
+  LifecycleState state = ReadState();
+  state.featureEnabled = false;
+  ASSERT_TRUE(WriteState(state).ok());
+}
+
+void ExpectInvariant(const Preference& prior, const std::string& where) {
+  const Preference now = ReadPreference();
+  if (now == prior) return;
+  // Something of ours is in force: it must be undoable.
+  const LifecycleState state = ReadState();
+  EXPECT_TRUE(now.keyPresent && now.value.empty()) << where << ": " << Describe(now);
+  EXPECT_TRUE(state.suppressionApplied) << where;
+  EXPECT_EQ(state.priorOverrideKeyPresent, prior.keyPresent) << where;
+  EXPECT_EQ(state.priorOverrideValue, prior.value) << where;
+  EXPECT_TRUE(is_boot_restore_armed()) << where;
+}
+
+void ExpectRecovers(const Preference& prior, const std::string& where) {
+  ExpectInvariant(prior, where + ", interrupted");
+  (void)RunBootRestoreVerb();
+  ExpectInvariant(prior, where + ", after boot-restore");
+  if (ReadState().suppressionApplied) (void)RunDisableVerb();
+  EXPECT_EQ(ReadPreference(), prior) << where << ": " << Describe(ReadPreference());
+}
+
+class LifecycleInterruption : public ::testing::TestWithParam<Scenario> {
+ protected:
+  void TearDown() override { ResetLifecycle(); }
+};
+
+TEST_P(LifecycleInterruption, AtEveryStep) {
+  const Scenario& s = GetParam();
+  const std::wstring stepController = JoinPath(ExecutableFolder(), L"step_controller.exe");
+  unsigned steps = 0;
+  for (unsigned n = 1;; ++n) {
+    Prepare(s);
+    ::SetEnvironmentVariableW(L"CMR_STEP_EXIT", std::to_wstring(n).c_str());
+    const RunResult run = RunControllerAt(stepController, s.verb);
+    ::SetEnvironmentVariableW(L"CMR_STEP_EXIT", nullptr);
+    if (run.exitCode != kDiedAtStep) break;  // the verb finished before step n
+    steps = n;
+    ExpectRecovers(s.prior, "died after step " + std::to_string(n));
+  }
+  EXPECT_GT(steps, 0u);
+  for (unsigned n = 1; n <= steps; ++n) {
+    Prepare(s);
+    FailOneStep observer(n);
+    SetStepObserver(&observer);
+    (void)RunInProcess(s.verb);
+    SetStepObserver(nullptr);
+    const std::string where = "step " + std::to_string(n) + " failed";
+    if (!IsRestoreWrite(s, observer.failed)) {
+      ExpectRecovers(s.prior, where);
+      continue;
+    }
+    EXPECT_FALSE(ReadState().suppressionApplied) << where;
+    EXPECT_FALSE(is_boot_restore_armed()) << where;
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Verbs, LifecycleInterruption, ::testing::ValuesIn(kScenarios),
+                         [](const auto& info) { return std::string(info.param.name); });
 
 }  // namespace
 }  // namespace cmr::e2e

@@ -1,0 +1,307 @@
+// The controller against stand-in Explorers under the virtual display: probe, Hook channel and
+// restart, with what reached each stand-in read from the rig's journal.
+#include <gtest/gtest.h>
+
+#include "common/data_paths.h"
+#include "common/file_io.h"
+#include "common/system_error.h"
+#include "common/text.h"
+#include "explorer/hook_channel.h"
+#include "state/lifecycle_state.h"
+#include "tests/e2e/explorer_rig.h"
+#include "tests/e2e/harness.h"
+
+namespace cmr::e2e {
+namespace {
+
+// The probe's lines for the top-level `className` windows of `processId` (0: any process).
+std::vector<std::string> ProbeLines(const wchar_t* className, DWORD processId) {
+  std::vector<std::string> lines;
+  for (HWND w = ::FindWindowExW(nullptr, nullptr, className, nullptr); w;
+       w = ::FindWindowExW(nullptr, w, className, nullptr)) {
+    DWORD owner = 0;
+    const DWORD thread = ::GetWindowThreadProcessId(w, &owner);
+    char line[256];
+    std::snprintf(line, sizeof(line), "  pid %lu thread %lu  %s  hwnd=0x%llX\n", owner, thread,
+                  ToUtf8(className).c_str(),
+                  static_cast<unsigned long long>(reinterpret_cast<uintptr_t>(w)));
+    if (processId == 0 || owner == processId) lines.push_back(line);
+  }
+  return lines;
+}
+
+size_t Occurrences(const std::string& output, const std::string& needle) {
+  size_t count = 0;
+  for (size_t at = output.find(needle); at != std::string::npos; at = output.find(needle, at + 1)) {
+    ++count;
+  }
+  return count;
+}
+
+std::string Command(DWORD processId, int code, long long argument) {
+  return "command " + Pid(processId) + " code=" + std::to_string(code) +
+         " arg=" + std::to_string(argument) + "\n";
+}
+
+// A copy of the controller in a folder of its own, with `hook` (if any) beside it as the Hook.
+std::wstring ControllerCopy(const std::wstring& name, const std::wstring& hook) {
+  const std::wstring folder = ScratchFolder(name);
+  const std::wstring exe = JoinPath(folder, L"ContextMenuReplacement.Controller.exe");
+  EXPECT_TRUE(::CopyFileW(ControllerPath().c_str(), exe.c_str(), FALSE));
+  if (!hook.empty()) {
+    EXPECT_TRUE(::CopyFileW(hook.c_str(), JoinPath(folder, kHookModuleFileName).c_str(), FALSE));
+  }
+  return exe;
+}
+
+struct ModeRow {
+  std::vector<std::wstring> args;
+  int code;
+  long long argument;  // -1: nothing is sent
+  std::string output;
+  DWORD exitCode;
+};
+
+const char kRefusalNote[] =
+    "\nIMPORTANT: the class is activated once per view, so this only affects Explorer\n"
+    "windows opened from now on. Open a NEW Explorer window before testing.\n"
+    "If anything goes wrong, run disable_menu_hook.cmd.\n";
+const char kFallbackNote[] =
+    "\nThe IShellWindows fallback makes a COM call that can cross apartments, and a\n"
+    "cross-apartment call from an STA pumps messages inside Explorer's own menu\n"
+    "handling. The desktop has no alternative and always uses it; extending it to\n"
+    "folder views is for finding out whether it is ever needed there, not a setting.\n";
+
+const ModeRow kModeRows[] = {
+    {{L"suppress", L"off"}, 5, 0, "", 0},
+    {{L"suppress", L"classnotreg"}, 5, 1, kRefusalNote, 0},
+    {{L"suppress", L"Off"},
+     5,
+     -1,
+     "Unknown suppression mode 'Off'. Use off, classnotreg, or efail.\n",
+     1},
+    {{L"context", L"off"}, 7, 0, "", 0},
+    {{L"context", L"log"}, 7, 1, "", 0},
+    {{L"context", L"log", L"fallback"}, 7, 5, kFallbackNote, 0},
+    {{L"context", L"off", L"fallback"}, 7, 0, kFallbackNote, 0},
+    {{L"context", L"log", L"Fallback"}, 7, 1, "", 0},
+    {{L"context", L"logs"}, 7, -1, "Unknown capture mode 'logs'. Use off, log, or overlay.\n", 1},
+    {{L"replacement", L"off"}, 8, 0, "", 0},
+    {{L"replacement", L"modern"}, 8, 4, "", 0},
+    {{L"replacement", L"moder"},
+     8,
+     -1,
+     "Unknown replacement mode 'moder'. Use off, native, modern, or fail.\n",
+     1},
+    {{L"topology"}, 4, 0, "", 0},
+    {{L"rescan"}, 1, 0, "", 0},
+    {{L"resetflash"}, 6, 0, "", 0},
+    {{L"discover"}, 9, 0, "", 0},
+};
+
+// LastReplacementMode as the registry holds it: "" when missing, else "<type>:<number>".
+std::string StoredReplacementMode() {
+  DWORD type = 0, value = 0, size = sizeof(value);
+  if (::RegGetValueW(HKEY_CURRENT_USER, kStateKeyPath, L"LastReplacementMode", RRF_RT_ANY, &type,
+                     &value, &size) != ERROR_SUCCESS) {
+    return "";
+  }
+  return std::to_string(type) + ":" + std::to_string(value);
+}
+
+// One set of stand-ins for discovery, enrolment and every command verb: what the probe lists,
+// what inject bootstraps and what each word sends all walk the same enumeration.
+TEST(ExplorerHook, ProbeInjectAndEachCommandAgainstOneSetOfExplorers) {
+  (void)DeleteStateKey();
+  LifecycleState state;
+  state.featureEnabled = true;
+  state.suppressionStrategy = 2;
+  ASSERT_TRUE(WriteState(state).ok());
+  ASSERT_EQ(WriteLastReplacementMode(4), static_cast<DWORD>(ERROR_SUCCESS));
+  ExplorerRig rig;
+  const DWORD shell = rig.Start(
+      {L"--shell", L"--load",
+       JoinPath(ExplorerRig::Folder(), L"Brenlow.ContextMenuReplacement.Hook.1.0.9.0.dll")});
+  const struct {
+    const char* name;
+    DWORD processId;
+    size_t threads;  // UI threads the probe lists and inject bootstraps
+  } rows[] = {
+      // Desktop and taskbar on one thread: one line, one bootstrap.
+      {"shell", shell, 1},
+      {"two threads", rig.Start({L"--threads", L"2"}), 2},
+      // The image name is compared lower-cased.
+      {"EXPLORER.EXE",
+       rig.Start({L"--folder", L"C:\\upper"}, ExplorerRig::Folder() + L"\\upper\\EXPLORER.EXE"), 1},
+      // Another file manager's folder window is not Explorer.
+      {"filemanager.exe",
+       rig.Start({L"--folder", L"C:\\other"}, ExplorerRig::Folder() + L"\\filemanager.exe"), 0},
+  };
+  RunResult run = RunController({L"probe"});
+  EXPECT_EQ(run.exitCode, 0u) << run.output;
+  // Wine's own desktop process is an explorer.exe with a taskbar window: one more thread.
+  const size_t expected = 1 + 2 + 1 + ProbeLines(L"Shell_TrayWnd", 0).size() - 1;
+  EXPECT_TRUE(run.output.starts_with(
+      "Explorer UI threads hosting a shell window: " + std::to_string(expected) + "\n"))
+      << run.output;
+  EXPECT_TRUE(
+      run.output.ends_with("\nProbe injects nothing. Run 'enable' to load the Ravelin hook.\n"));
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    EXPECT_EQ(Occurrences(run.output, "  pid " + std::to_string(row.processId) + " thread "),
+              row.threads)
+        << run.output;
+    for (const std::string& line : ProbeLines(L"CabinetWClass", row.processId)) {
+      EXPECT_EQ(Occurrences(run.output, line), row.threads == 0 ? 0u : 1u) << run.output;
+    }
+  }
+
+  // A Hook that is missing or exports no bootstrap enrols nothing, so no command has a taker.
+  const std::wstring missing = ControllerCopy(L"hook-missing", L"");
+  const std::wstring exportless = ControllerCopy(
+      L"hook-no-export", JoinPath(ExplorerRig::Folder(),
+                                  L"no-export\\Brenlow.ContextMenuReplacement.Hook.1.0.10.0.dll"));
+  const struct {
+    std::wstring exe;
+    const wchar_t* verb;
+    std::string output;
+  } refused[] = {
+      {missing, L"inject",
+       ToUtf8(L"Could not load " + JoinPath(ParentFolder(missing), kHookModuleFileName) + L": " +
+              ErrorText(ERROR_MOD_NOT_FOUND) + L"\n")},
+      {exportless, L"inject", "Hook DLL does not export the bootstrap procedure\n"},
+      {ControllerPath(), L"discover", "No initialized hook found. Run 'enable' first.\n"},
+  };
+  for (const auto& row : refused) {
+    SCOPED_TRACE(ToUtf8(row.exe));
+    run = RunControllerAt(row.exe, {row.verb});
+    EXPECT_EQ(run.output, row.output);
+    EXPECT_EQ(run.exitCode, 1u);
+  }
+  EXPECT_EQ(rig.Count("bootstrap"), 0u) << rig.Journal();
+
+  const std::string earlier =
+      "Explorer is still running the Ravelin hook from an earlier build; this build's hook stays "
+      "inert there until Explorer restarts.\n";
+  run = RunController({L"inject"});
+  EXPECT_EQ(run.output,
+            earlier + "\nRefusal is per view, so it affects windows opened from now on.\n\n");
+  EXPECT_EQ(run.exitCode, 0u);
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    EXPECT_EQ(rig.Count("bootstrap " + Pid(row.processId) + " "), row.threads) << rig.Journal();
+    // The recorded modes reach each process once, however many of its threads were enrolled.
+    EXPECT_EQ(rig.Count(Command(row.processId, 5, 1)), row.threads ? 1u : 0u) << rig.Journal();
+    EXPECT_EQ(rig.Count(Command(row.processId, 8, 4)), row.threads ? 1u : 0u) << rig.Journal();
+  }
+
+  // A mode stored with another type is not a mode; the refusal ends with the feature.
+  const wchar_t text[] = L"4";
+  ASSERT_EQ(::RegSetKeyValueW(HKEY_CURRENT_USER, kStateKeyPath, L"LastReplacementMode", REG_SZ,
+                              text, sizeof(text)),
+            ERROR_SUCCESS);
+  state.featureEnabled = false;
+  ASSERT_TRUE(WriteState(state).ok());
+  run = RunController({L"inject"});
+  EXPECT_EQ(run.output, earlier);
+  EXPECT_EQ(run.exitCode, 0u);
+  EXPECT_EQ(rig.Count(Command(shell, 8, 4)), 1u) << rig.Journal();
+  EXPECT_EQ(rig.Count(Command(shell, 5, 1)), 1u) << rig.Journal();
+
+  for (const ModeRow& row : kModeRows) {
+    std::wstring words;
+    for (const std::wstring& word : row.args) words += word + L" ";
+    SCOPED_TRACE(ToUtf8(words));
+    const size_t before = rig.Count("command " + Pid(shell));
+    const size_t sameBefore = rig.Count(Command(shell, row.code, row.argument));
+    const std::string storedBefore = StoredReplacementMode();
+    run = RunController(row.args);
+    EXPECT_EQ(run.output, row.output);
+    EXPECT_EQ(run.exitCode, row.exitCode);
+    const size_t sent = row.argument < 0 ? 0 : 1;
+    EXPECT_EQ(rig.Count("command " + Pid(shell)), before + sent) << rig.Journal();
+    EXPECT_EQ(rig.Count(Command(shell, row.code, row.argument)), sameBefore + sent);
+    // The replacement verb records the number it sent, and only that verb writes it.
+    const bool records = row.code == 8 && row.argument >= 0;
+    EXPECT_EQ(StoredReplacementMode(),
+              records ? "4:" + std::to_string(row.argument) : storedBefore);
+  }
+  (void)DeleteStateKey();
+
+  // A Hook that stops answering is named, and the others still get the command.
+  const DWORD hung = rig.Start({L"--threads", L"1", L"--hook-hangs"});
+  ASSERT_EQ(RunController({L"inject"}).exitCode, 0u);
+  const size_t rescans = rig.Count(Command(shell, 1, 0));
+  run = RunController({L"rescan"});
+  EXPECT_EQ(run.output, "  pid " + std::to_string(hung) + ": module rescan timed out\n")
+      << rig.Journal();
+  EXPECT_EQ(run.exitCode, 0u);
+  EXPECT_EQ(rig.Count(Command(shell, 1, 0)), rescans + 1) << rig.Journal();
+}
+
+constexpr char kCaptured[] = "Captured folder locations; restarting Explorer.\n";
+constexpr char kFallback[] =
+    "Desktop/taskbar have not returned; launching the Windows shell fallback.\n";
+constexpr char kRestored[] =
+    "Desktop and taskbar are responsive; restoring folder locations.\n"
+    "Explorer restart completed; folder locations restored.\n";
+
+std::wstring ShellPath() {
+  wchar_t windows[MAX_PATH] = {};
+  ::GetWindowsDirectoryW(windows, MAX_PATH);
+  return std::wstring(windows) + L"\\explorer.exe";
+}
+
+TEST(ExplorerRestart, EachWayTheShellComesBackOrDoesNot) {
+  const struct {
+    const char* name;
+    bool respawns;              // the shell running before comes back by itself
+    const wchar_t* nextShells;  // options of the shells the controller starts
+    bool secondRestart;         // a second restart is tried while the first runs
+    std::string output;
+    DWORD exitCode;
+    size_t respawned, shells, folderShows;
+  } rows[] = {
+      {"comes back by itself, never launched again", true, L"--shell", false,
+       std::string(kCaptured) + kRestored, 0, 1, 2, 2},
+      {"the fallback launch brings it back", false, L"--shell", true,
+       std::string(kCaptured) + kFallback + kRestored, 0, 0, 2, 2},
+      // Both rounds start a shell; no folder is reopened into a shell that never came back.
+      {"answers twice then hangs: never taken for back", false, L"--shell --hang-every 3", false,
+       std::string(kCaptured) + kFallback + kFallback +
+           "Explorer recovery failed: no responsive desktop/taskbar. Start explorer.exe from Task "
+           "Manager.\n",
+       1, 0, 3, 1},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    ExplorerRig rig;
+    ExplorerRig::InstallShell();
+    rig.RegisterShellWindowList();
+    rig.SetShellOptions(row.nextShells);
+    std::vector<std::wstring> args = {L"--shell", L"--folder", L"C:\\users", L"--folder",
+                                      L"C:\\windows\\system32"};
+    if (row.respawns) args.insert(args.end(), {L"--respawn", L"500"});
+    rig.Start(args, ShellPath());
+
+    RunningController first({L"restart-explorer"});
+    ASSERT_TRUE(first.WaitForOutput(kCaptured, 30000)) << first.Output();
+    if (row.secondRestart) {
+      const RunResult second = RunController({L"restart-explorer"});
+      EXPECT_EQ(second.output, "An Explorer restart is already in progress.\n");
+      EXPECT_EQ(second.exitCode, 1u);
+    }
+    EXPECT_EQ(first.Wait(120000), row.exitCode) << first.Output();
+    first.WaitForOutput(row.output, 10000);
+    EXPECT_EQ(first.Output(), row.output);
+    EXPECT_EQ(rig.Count("respawned"), row.respawned) << rig.Journal();
+    EXPECT_EQ(rig.Count("shell pid="), row.shells) << rig.Journal();
+    // Each folder shown once before the restart and once more by a shell that reopened it.
+    EXPECT_TRUE(rig.WaitFor(" C:\\users\n", row.folderShows)) << rig.Journal();
+    EXPECT_TRUE(rig.WaitFor(" C:\\windows\\system32\n", row.folderShows)) << rig.Journal();
+    EXPECT_EQ(rig.Count(" C:\\users\n"), row.folderShows) << rig.Journal();
+  }
+}
+
+}  // namespace
+}  // namespace cmr::e2e
