@@ -62,7 +62,7 @@ int RunController(int argc, wchar_t** argv) {
   const std::wstring verb = argv[1];
   const std::vector<std::wstring> args(argv + 2, argv + argc);
   for (const VerbRow& row : VerbTable()) {
-    if (verb == row.word) return row.handler ? row.handler(args) : ReportUnavailable(row.word);
+    if (verb == row.word) return row.handler(args);
   }
   Print(L"Unknown verb '%s'\n\n", verb);
   PrintUsage();

@@ -21,11 +21,6 @@
 
 namespace cmr {
 
-int ReportUnavailable(const wchar_t* verb) {
-  PrintLine(L"The '%s' verb is not available in this build.", verb);
-  return 1;
-}
-
 namespace {
 
 // Prints a dispatcher message and gives the argument-error exit code.

@@ -10,15 +10,11 @@ namespace cmr {
 // A handler receives the arguments after the verb (argv[2..]) and returns the exit code.
 using VerbHandler = int (*)(const std::vector<std::wstring>& args);
 
-// A row without a handler is a verb of the usage text that this build does not carry.
 struct VerbRow {
   const wchar_t* word;
   VerbHandler handler;
 };
 
 [[nodiscard]] std::span<const VerbRow> VerbTable();
-
-// Prints the line of a verb whose subsystem this build does not contain, and returns 1.
-int ReportUnavailable(const wchar_t* verb);
 
 }  // namespace cmr
