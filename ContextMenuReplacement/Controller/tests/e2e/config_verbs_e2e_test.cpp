@@ -140,9 +140,9 @@ TEST(ConfigVerbsE2e, InitPublishStatusWithTheStarterDocument) {
   WriteBytes(ControlFilePath(), wrapped);
   WriteBytes(SnapshotFilePath(0), snapshot);
   RunRows({{{L"config", L"status", menu},
-             "Published version 0 (layout 18)\nFile:     " + path +
-                 "\nSnapshot: " + U8(SnapshotFilePath(0)) + "\n",
-             0}});
+            "Published version 0 (layout 18)\nFile:     " + path +
+                "\nSnapshot: " + U8(SnapshotFilePath(0)) + "\n",
+            0}});
 }
 
 TEST(ConfigVerbsE2e, BadInputNeverChangesWhatIsPublished) {
@@ -154,8 +154,10 @@ TEST(ConfigVerbsE2e, BadInputNeverChangesWhatIsPublished) {
   const std::string control = ReadBytes(ControlFilePath());
 
   WriteBytes(file(L"broken.json"), "// comment\n{\"profiles\": [}");
+  // Its opacity differs from the published one, so globals written early would show.
   WriteBytes(file(L"huge.json"),
-             R"({"profiles":[{"match":{"context":["folder-item"]},"items":[{"source":"user",)"
+             R"({"backgroundOpacityPercent":50,"profiles":[{"match":{"context":["folder-item"]},)"
+             R"("items":[{"source":"user",)"
              R"("executable":"x.exe","title":")" +
                  std::string(600000, 't') + "\"}]}]}");
   // The whole file is read, not the text up to its first NUL.
@@ -188,10 +190,10 @@ TEST(ConfigVerbsE2e, BadInputNeverChangesWhatIsPublished) {
   }
 
   RunRows({{{L"config", L"check", untrusted},
-             "  " + kEveryone +
-                 "\nACL REJECTED. This file will not be published until its permissions are "
-                 "fixed.\n",
-             1}});
+            "  " + kEveryone +
+                "\nACL REJECTED. This file will not be published until its permissions are "
+                "fixed.\n",
+            1}});
   // Reading and running are not writing: Everyone may keep those.
   SetDacl(untrusted, L"D:(A;;FA;;;OW)(A;;FRFX;;;WD)");
   RunRows({{{L"config", L"check", untrusted}, kAclAccepted, 0}});
@@ -226,12 +228,12 @@ TEST(ConfigVerbsE2e, ValidateReadsOnlyTheSettingsFileAndWritesNothing) {
   for (const char ch : source) escaped += ch == '\\' ? std::string(2, ch) : std::string(1, ch);
   // One line. A document with errors is not flattened, so it has no counts or size.
   RunRows({{{L"config", L"validate", L"--json"},
-             "{\"source\":\"" + escaped +
-                 "\",\"aclAccepted\":true,\"valid\":false,\"profileCount\":0,\"itemCount\":0,"
-                 "\"userCommandCount\":0,\"snapshotBytes\":0,\"publishedVersion\":0,"
-                 "\"errors\":[\"'appearance.fontWeight' is not a supported weight.\"],"
-                 "\"warnings\":[]}\n",
-             1}});
+            "{\"source\":\"" + escaped +
+                "\",\"aclAccepted\":true,\"valid\":false,\"profileCount\":0,\"itemCount\":0,"
+                "\"userCommandCount\":0,\"snapshotBytes\":0,\"publishedVersion\":0,"
+                "\"errors\":[\"'appearance.fontWeight' is not a supported weight.\"],"
+                "\"warnings\":[]}\n",
+            1}});
   EXPECT_FALSE(DirectoryExists(PublishedFolder()));
 }
 
