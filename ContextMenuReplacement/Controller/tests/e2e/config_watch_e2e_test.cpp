@@ -26,11 +26,11 @@ const std::string kRefusedEnd =
 
 TEST(ConfigWatchE2e, SavesRepublishAndInvalidSavesKeepTheLoopGoing) {
   ResetUserData();
-  const std::wstring folder = ScratchFolder(L"config-watch");
-  const std::wstring menu = JoinPath(folder, L"menu.json");
-  const std::wstring published = JoinPath(folder, L"published");
+  // Beside the published folder, as in the product folder: every publication the loop makes
+  // changes a subfolder of the watched one.
+  const std::wstring menu = JoinPath(ProductFolder(), L"menu.json");
+  const std::wstring published = PublishedFolder();
   WriteBytes(menu, std::string(StarterDocumentText()));
-  WriteBytes(JoinPath(published, L"control.bin"), "x");
 
   RunningController watch({L"config", L"watch", menu});
   // Each report is waited for whole: on a loaded machine its lines can arrive apart. The loop
@@ -44,8 +44,7 @@ TEST(ConfigWatchE2e, SavesRepublishAndInvalidSavesKeepTheLoopGoing) {
   EXPECT_EQ(watch.Output(), first);
 
   // Each save and what the loop reports for it, in order. A burst of two saves well within the
-  // settle time is one cycle (version 3, not 4), and a change inside a subfolder (as the
-  // published folder beside a menu.json sees with every publication) is no change at all.
+  // settle time is one cycle (version 3, not 4), and a change inside a subfolder is no change.
   const struct {
     const char* name;
     std::vector<std::pair<std::wstring, std::string>> writes;
