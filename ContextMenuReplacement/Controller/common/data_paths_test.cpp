@@ -5,43 +5,38 @@
 namespace cmr {
 namespace {
 
-TEST(DataPaths, KnownFolderFailureLeavesRootEmpty) {
-  EXPECT_EQ(DataRootFromLookup(false, L"C:\\ignored"), L"");
-  EXPECT_EQ(DataRootFromLookup(true, nullptr), L"");
-  EXPECT_EQ(DataRootFromLookup(true, L"C:\\Users\\u\\AppData\\Local"),
-            L"C:\\Users\\u\\AppData\\Local");
-}
-
-TEST(DataPaths, TreeUnderTheDataRoot) {
-  const std::wstring root = DataRoot();
-  ASSERT_FALSE(root.empty());
-  EXPECT_EQ(ProductFolder(), root + L"\\Orvanta\\Brenlowpack\\Ravelin");
-  EXPECT_EQ(ControlFilePath(), root + L"\\Orvanta\\Brenlowpack\\Ravelin\\published\\control.bin");
-  EXPECT_EQ(SnapshotFilePath(7),
-            root + L"\\Orvanta\\Brenlowpack\\Ravelin\\published\\snapshot-7.bin");
-  EXPECT_EQ(SettingsFilePath(),
-            root + L"\\Orvanta\\Brenlowpack\\Settings\\High Level Settings.json");
-}
-
-TEST(DataPaths, OverlayScopes) {
-  EXPECT_EQ(OverlayFileName(L""), L"Context menu layout overrides.json");
-  EXPECT_EQ(OverlayFileName(L"create-organize"), L"Context menu layout overrides.json");
-  EXPECT_EQ(OverlayFileName(L"Create-Organize"),
-            L"Context menu layout overrides - Create-Organize.json");
-  EXPECT_EQ(OverlayFileName(L"work"), L"Context menu layout overrides - work.json");
-}
-
-TEST(DataPaths, DraftIdentifiers) {
-  EXPECT_TRUE(IsValidDraftId(L"placement-draft-0123456789abcdef0123456789abcdef"));
-  EXPECT_FALSE(IsValidDraftId(L"placement-draft-0123456789ABCDEF0123456789ABCDEF"));
-  EXPECT_FALSE(IsValidDraftId(L"placement-draft-0123456789abcdef0123456789abcde"));    // 47
-  EXPECT_FALSE(IsValidDraftId(L"placement-draft-0123456789abcdef0123456789abcdef0"));  // 49
-  EXPECT_FALSE(IsValidDraftId(L"placement-draft-../outside"));
-  EXPECT_EQ(DraftBaselinePath(L"placement-draft-0123456789ABCDEF0123456789ABCDEF"), L"");
-  EXPECT_EQ(
-      DraftBaselinePath(L"placement-draft-0123456789abcdef0123456789abcdef"),
-      SettingsFolder() +
-          L"\\Context menu draft baseline - placement-draft-0123456789abcdef0123456789abcdef.json");
+TEST(DataPaths, NamesUnderTheDataRoot) {
+  const std::wstring product = DataRoot() + L"\\Orvanta\\Brenlowpack\\Ravelin";
+  const std::wstring draft = L"placement-draft-0123456789abcdef0123456789abcdef";
+  ASSERT_NE(DataRoot(), L"");
+  const struct {
+    std::wstring got, expected;
+  } rows[] = {
+      // A failed known-folder lookup leaves the root empty rather than relative.
+      {DataRootFromLookup(false, L"C:\\ignored"), L""},
+      {DataRootFromLookup(true, nullptr), L""},
+      {DataRootFromLookup(true, L"C:\\Users\\u\\AppData\\Local"), L"C:\\Users\\u\\AppData\\Local"},
+      {ProductFolder(), product},
+      {ControlFilePath(), product + L"\\published\\control.bin"},
+      {SnapshotFilePath(7), product + L"\\published\\snapshot-7.bin"},
+      {SettingsFilePath(),
+       DataRoot() + L"\\Orvanta\\Brenlowpack\\Settings\\High Level Settings.json"},
+      {OverlayFileName(L""), L"Context menu layout overrides.json"},
+      {OverlayFileName(L"create-organize"), L"Context menu layout overrides.json"},
+      {OverlayFileName(L"Create-Organize"),
+       L"Context menu layout overrides - Create-Organize.json"},
+      {DraftBaselinePath(draft),
+       SettingsFolder() + L"\\Context menu draft baseline - " + draft + L".json"},
+      {DraftBaselinePath(L"placement-draft-0123456789ABCDEF0123456789ABCDEF"), L""},
+  };
+  for (const auto& row : rows) EXPECT_EQ(row.got, row.expected);
+  // The prefix and 32 lower-case hex digits: one digit fewer or more is refused.
+  EXPECT_TRUE(IsValidDraftId(draft));
+  for (const wchar_t* bad :
+       {L"placement-draft-0123456789abcdef0123456789abcde",
+        L"placement-draft-0123456789abcdef0123456789abcdef0", L"placement-draft-../outside"}) {
+    EXPECT_FALSE(IsValidDraftId(bad)) << bad;
+  }
 }
 
 }  // namespace

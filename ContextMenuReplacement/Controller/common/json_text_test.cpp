@@ -64,19 +64,17 @@ TEST(JsonText, HostileTextIsRefusedWithWhereAndWhy) {
 TEST(JsonText, AcceptsTheBoundTheMarkCommentsAndEscapes) {
   const std::string rows[] = {
       Nested(kMaxJsonDepth),
-      "\xEF\xBB\xBF{\"a\":1}",
       "// comment\n{\"a\":[1,2],\"b\":{\"a\":1},\"t\":\"\\ud83d\\ude00 \\u001b\"}",
       R"([{"k":1},{"k":2}])",
+      "\xEF\xBB\xBF{\"a\":\"\\u00e4\"}",
   };
+  rapidjson::Document document;
   for (const std::string& text : rows) {
-    rapidjson::Document document;
     JsonParseFailure failure;
     EXPECT_TRUE(ParseJsonText(text, true, document, failure))
         << text.substr(0, 40) << ": " << failure.offset;
   }
-  rapidjson::Document document;
-  JsonParseFailure failure;
-  ASSERT_TRUE(ParseJsonText("\xEF\xBB\xBF{\"a\":\"\\u00e4\"}", false, document, failure));
+  // The last row: the byte-order mark is skipped and the escape decoded.
   EXPECT_EQ(JsonWide(document["a"]), L"\u00e4");
 }
 

@@ -7,9 +7,9 @@
 #include "config/config_snapshot.h"
 #include "tests/support/scripted_files.h"
 
-// The settings file's order (globals, then trust, then menu) and the refusals of bad input are
-// checked end to end in config_verbs_e2e_test.cpp; a reader process in
-// publication_race_e2e_test.cpp would see a torn publication.
+// Refusals of bad input and the settings file's order are checked end to end in
+// config_verbs_e2e_test.cpp; a torn publication, by a reader process in
+// publication_race_e2e_test.cpp.
 
 namespace cmr {
 namespace {
@@ -31,10 +31,6 @@ std::string Read(const std::wstring& path) {
   return bytes ? bytes.value() : "<missing>";
 }
 
-void Write(const std::wstring& path, const std::string& bytes) {
-  ASSERT_TRUE(AtomicWriteFile(path, bytes).ok());
-}
-
 PublishResult Publish(const MenuConfiguration& config, const std::wstring& folder,
                       FileOperations& files = SystemFiles(),
                       PublishMode mode = PublishMode::publish,
@@ -44,30 +40,31 @@ PublishResult Publish(const MenuConfiguration& config, const std::wstring& folde
   return result;
 }
 
-TEST(ConfigPublisher, MalformedControlFilesReadAsVersionZero) {
+TEST(ConfigPublisher, ControlFileCountsOnlyAtItsExactSizeAndMagic) {
   const std::wstring folder = TempFolder(L"control");
   const std::wstring control = JoinPath(folder, L"control.bin");
-  std::string block = EncodeControlBlock(MenuConfiguration{}, 41);
-  const std::string cases[] = {block.substr(0, 719), block + '\0', "XXXX" + block.substr(4)};
-  for (const std::string& bytes : cases) {
-    Write(control, bytes);
+  const std::string block = EncodeControlBlock(MenuConfiguration{}, 41);
+  const struct {
+    const char* name;
+    std::string bytes;
+    uint32_t version, layout;
+  } rows[] = {
+      {"720 bytes", block, 41, 18},
+      {"719 bytes", block.substr(0, 719), 0, 0},
+      {"foreign magic", "XXXX" + block.substr(4), 0, 0},
+      {"721 bytes", block + '\0', 0, 0},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    ASSERT_TRUE(AtomicWriteFile(control, row.bytes).ok());
     ControlReading reading{7, 7};
-    EXPECT_FALSE(ReadControl(control, reading)) << bytes.size();
-    EXPECT_EQ(reading.version, 0u);
-    EXPECT_EQ(reading.layout, 0u);
+    EXPECT_EQ(ReadControl(control, reading), row.version != 0);
+    EXPECT_EQ(reading.version, row.version);
+    EXPECT_EQ(reading.layout, row.layout);
   }
-  ControlReading reading;
-  Write(control, block);
-  ASSERT_TRUE(ReadControl(control, reading));
-  EXPECT_EQ(reading.version, 41u);
-  EXPECT_EQ(reading.layout, 18u);
-
-  // After a 721-byte control file the first publication is version 1, and the file is cut back
-  // to 720 bytes so that the next one is version 2 rather than version 1 again.
-  Write(control, block + '\0');
-  const PublishResult first = Publish(MenuConfiguration{}, folder);
-  EXPECT_TRUE(first.published);
-  EXPECT_EQ(first.version, 1u);
+  // Over the 721-byte file the first publication is version 1 and cuts the file back to 720
+  // bytes, so the next one is version 2 rather than version 1 again.
+  EXPECT_EQ(Publish(MenuConfiguration{}, folder).version, 1u);
   EXPECT_EQ(Read(control).size(), 720u);
   EXPECT_EQ(Publish(MenuConfiguration{}, folder).version, 2u);
 }
@@ -93,59 +90,57 @@ TEST(ConfigPublisher, SizeLimitIsInclusive) {
   EXPECT_TRUE(fits.published);
   EXPECT_EQ(fits.snapshotBytes, 1048576u);
   EXPECT_EQ(Read(JoinPath(folder, L"snapshot-1.bin")).size(), 1048576u);
-
-  const std::string controlBefore = Read(JoinPath(folder, L"control.bin"));
-  const PublishResult over = Publish(UserCommandConfiguration(exact + 1), folder);
-  EXPECT_FALSE(over.published);
-  EXPECT_EQ(
-      over.errors,
-      MessageList{L"The configuration flattens to 1048584 bytes, over the 1048576 byte limit."});
-  EXPECT_EQ(Read(JoinPath(folder, L"control.bin")), controlBefore);
+  const std::string control = Read(JoinPath(folder, L"control.bin"));
+  for (const PublishMode mode : {PublishMode::publish, PublishMode::checkOnly}) {
+    const PublishResult over =
+        Publish(UserCommandConfiguration(exact + 1), folder, SystemFiles(), mode);
+    EXPECT_FALSE(over.published);
+    EXPECT_EQ(over.snapshotBytes, mode == PublishMode::checkOnly ? 1048584u : 0u);
+    EXPECT_EQ(over.errors, MessageList{L"The configuration flattens to 1048584 bytes, over the "
+                                       L"1048576 byte limit."});
+  }
+  EXPECT_EQ(Read(JoinPath(folder, L"control.bin")), control);
   EXPECT_EQ(Read(JoinPath(folder, L"snapshot-2.bin")), "<missing>");
-
-  const PublishResult check = Publish(UserCommandConfiguration(exact + 1), folder, SystemFiles(),
-                                      PublishMode::checkOnly);
-  EXPECT_EQ(check.snapshotBytes, 1048584u);
-  EXPECT_EQ(check.errors.size(), 1u);
 }
 
 // The snapshot is on disk before control.bin is touched at all, so a failure at any step leaves
-// control.bin byte for byte as it was; only the last step moves the version.
+// control.bin byte for byte as it was; only the last step moves the version. A check writes
+// nothing.
 TEST(ConfigPublisher, EachFailedStepLeavesControlAsItWas) {
+  const wchar_t* both = L"write snapshot-2.bin, map control.bin";
   const struct {
+    PublishMode mode;
     GlobalsPolicy globals;
     int failAt;
     const wchar_t* trace;
-  } cases[] = {
-      {GlobalsPolicy::withDefaultGlobals, 0, L"write snapshot-2.bin, map control.bin"},
-      {GlobalsPolicy::withDefaultGlobals, 1, L"write snapshot-2.bin"},
-      {GlobalsPolicy::withDefaultGlobals, 2, L"write snapshot-2.bin, map control.bin"},
-      {GlobalsPolicy::keepPublishedGlobals, 0, L"write snapshot-2.bin, map control.bin"},
-      {GlobalsPolicy::keepPublishedGlobals, 2, L"write snapshot-2.bin, map control.bin"},
+  } rows[] = {
+      {PublishMode::publish, GlobalsPolicy::withDefaultGlobals, 0, both},
+      {PublishMode::publish, GlobalsPolicy::withDefaultGlobals, 1, L"write snapshot-2.bin"},
+      {PublishMode::publish, GlobalsPolicy::withDefaultGlobals, 2, both},
+      {PublishMode::publish, GlobalsPolicy::keepPublishedGlobals, 0, both},
+      {PublishMode::publish, GlobalsPolicy::keepPublishedGlobals, 2, both},
+      {PublishMode::checkOnly, GlobalsPolicy::withDefaultGlobals, 0, L""},
   };
   MenuConfiguration changed;
   changed.opacityPercent = 40;
-  for (const auto& c : cases) {
+  for (const auto& row : rows) {
+    SCOPED_TRACE(testing::Message() << "fail at " << row.failAt << ", trace " << row.trace);
     const std::wstring folder = TempFolder(L"steps");
     ASSERT_TRUE(Publish(MenuConfiguration{}, folder).published);
     const std::string before = Read(JoinPath(folder, L"control.bin"));
     ScriptedFiles files;
-    files.failAt = c.failAt;
-    const PublishResult result =
-        Publish(changed, folder, files, PublishMode::publish, c.globals);
-    EXPECT_EQ(files.Trace(), c.trace) << c.failAt;
-    EXPECT_EQ(result.published, c.failAt == 0) << c.failAt;
-    EXPECT_EQ(result.version, c.failAt == 0 ? 2u : 0u);
-    if (c.failAt != 0) {
-      EXPECT_EQ(Read(JoinPath(folder, L"control.bin")), before) << c.failAt;
-      EXPECT_EQ(result.errors, MessageList{fmt::format(L"injected failure at step {}", c.failAt)});
-    } else {
-      EXPECT_NE(Read(JoinPath(folder, L"control.bin")), before);
+    files.failAt = row.failAt;
+    const PublishResult result = Publish(changed, folder, files, row.mode, row.globals);
+    const bool published = row.failAt == 0 && row.mode == PublishMode::publish;
+    EXPECT_EQ(files.Trace(), row.trace);
+    EXPECT_EQ(result.published, published);
+    EXPECT_EQ(result.version, published ? 2u : 0u);
+    EXPECT_EQ(Read(JoinPath(folder, L"control.bin")) == before, !published);
+    if (row.failAt != 0) {
+      EXPECT_EQ(result.errors,
+                MessageList{fmt::format(L"injected failure at step {}", row.failAt)});
     }
   }
-  ScriptedFiles check;
-  (void)Publish(MenuConfiguration{}, TempFolder(L"steps"), check, PublishMode::checkOnly);
-  EXPECT_EQ(check.Trace(), L"");
 }
 
 // A control file that cannot be opened for a moment (the renaming process or a scanner still
@@ -154,12 +149,10 @@ TEST(ConfigPublisher, EachFailedStepLeavesControlAsItWas) {
 TEST(ConfigPublisher, UnreadableControlIsRetriedThenRefused) {
   const std::wstring folder = TempFolder(L"retry");
   ASSERT_TRUE(Publish(MenuConfiguration{}, folder).published);
-  ScriptedFiles briefly;
+  ScriptedFiles briefly, held;
   briefly.unreadableReads = 3;
-  EXPECT_EQ(Publish(MenuConfiguration{}, folder, briefly).version, 2u);
-
-  ScriptedFiles held;
   held.unreadableReads = 1000;
+  EXPECT_EQ(Publish(MenuConfiguration{}, folder, briefly).version, 2u);
   const PublishResult refused = Publish(MenuConfiguration{}, folder, held);
   EXPECT_FALSE(refused.published);
   EXPECT_EQ(held.Trace(), L"");

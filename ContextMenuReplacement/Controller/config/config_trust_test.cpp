@@ -7,16 +7,15 @@
 
 #include "common/unique_handle.h"
 
+// A file's real DACL under Wine (refusal with the account named, read-only Everyone accepted) is
+// checked end to end by `config check`; these rows need descriptors no file system would keep.
+
 namespace cmr {
 namespace {
-
-// A file's real DACL under Wine (refusal with the account named, read-only Everyone accepted) is
-// checked end to end by `config check`; these cases need descriptors no file system would keep.
 
 const std::wstring kTail =
     L" can modify this file. Because it names executables that run on every right-click, only "
     L"you, SYSTEM and Administrators may have write access.";
-
 const std::wstring kOwnerTail =
     L" owns this file and can change its permissions at any time. Because it names executables "
     L"that run on every right-click, only you, SYSTEM or Administrators may own it.";
@@ -51,46 +50,42 @@ Descriptor FromSddl(const std::wstring& sddl) {
   return d;
 }
 
-TEST(ConfigTrust, MissingFileReportsTheDescriptorFailure) {
-  MessageList errors;
-  EXPECT_FALSE(CheckConfigurationTrust(L"C:\\no\\such\\menu.json", errors));
-  ASSERT_EQ(errors.size(), 1u);
-  EXPECT_EQ(
-      errors[0].rfind(L"Could not read the security descriptor of 'C:\\no\\such\\menu.json': ", 0),
-      0u);
-}
-
 TEST(ConfigTrust, EachOffendingEntryIsNamedOnceAndOthersAreIgnored) {
   const std::wstring user = CurrentUserSidText();
   const std::wstring foreign = L"S-1-5-21-1-2-3-4444";
   Descriptor me = FromSddl(L"O:" + user + L"D:");
   const struct {
+    const char* name;
     std::wstring sddl;
-    MessageList errors;  // a foreign owner only has to be named
-  } cases[] = {
-      // Allowed: user, SYSTEM, Administrators, CREATOR OWNER, read-only Everyone, a deny entry,
-      // FILE_DELETE_CHILD alone. Offenders: Everyone with write data, Users with append data.
-      {L"O:" + user + L"D:(A;;FA;;;" + user +
+    MessageList errors;  // a foreign account only has to be named
+  } rows[] = {
+      {"allowed entries and two offenders",
+       L"O:" + user + L"D:(A;;FA;;;" + user +
            L")(A;;FA;;;SY)(A;;FA;;;BA)(A;;FA;;;CO)(A;;FR;;;WD)(D;;FA;;;WD)(A;;0x40;;;AN)"
            L"(A;;0x2;;;WD)(A;;0x4;;;BU)",
        {L"\\Everyone (S-1-1-0)" + kTail, L"BUILTIN\\Users (S-1-5-32-545)" + kTail}},
-      {L"O:" + user + L"D:", {}},
-      // Any owner but you, SYSTEM and Administrators can rewrite the entries: refused.
-      {L"O:" + user + L"D:(A;;FA;;;" + user + L")", {}},
-      {L"O:SYD:(A;;FA;;;" + user + L")", {}},
-      {L"O:" + foreign + L"D:(A;;FA;;;" + user + L")", {foreign + kOwnerTail}},
-      {L"O:" + foreign + L"D:(A;;FA;;;" + foreign + L")", {foreign + kOwnerTail, foreign}},
+      {"an empty DACL", L"O:" + user + L"D:", {}},
+      {"owned by you", L"O:" + user + L"D:(A;;FA;;;" + user + L")", {}},
+      {"owned by SYSTEM", L"O:SYD:(A;;FA;;;" + user + L")", {}},
+      // Any other owner can rewrite the entries at will.
+      {"owned by another account",
+       L"O:" + foreign + L"D:(A;;FA;;;" + user + L")",
+       {foreign + kOwnerTail}},
+      {"owned and writable by another account",
+       L"O:" + foreign + L"D:(A;;FA;;;" + foreign + L")",
+       {foreign + kOwnerTail, foreign}},
   };
-  for (const auto& c : cases) {
-    Descriptor d = FromSddl(c.sddl);
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    Descriptor d = FromSddl(row.sddl);
     MessageList errors;
-    EXPECT_EQ(CheckDaclTrust(d.dacl, me.owner, d.owner, errors), c.errors.empty());
-    ASSERT_EQ(errors.size(), c.errors.size()) << ToUtf8(c.sddl);
+    EXPECT_EQ(CheckDaclTrust(d.dacl, me.owner, d.owner, errors), row.errors.empty());
+    ASSERT_EQ(errors.size(), row.errors.size());
     for (size_t i = 0; i < errors.size(); ++i) {
-      if (c.errors[i] == foreign) {  // named as the lookup finds it
+      if (row.errors[i] == foreign) {  // named as the lookup finds it
         EXPECT_NE(errors[i].find(foreign), std::wstring::npos);
       } else {
-        EXPECT_EQ(errors[i], c.errors[i]);
+        EXPECT_EQ(errors[i], row.errors[i]);
       }
     }
   }
@@ -98,6 +93,11 @@ TEST(ConfigTrust, EachOffendingEntryIsNamedOnceAndOthersAreIgnored) {
   EXPECT_FALSE(CheckDaclTrust(nullptr, me.owner, me.owner, errors));
   EXPECT_EQ(errors,
             MessageList{L"The file has a NULL DACL, which grants full control to everyone."});
+  errors.clear();
+  EXPECT_FALSE(CheckConfigurationTrust(L"C:\\no\\such\\menu.json", errors));
+  ASSERT_EQ(errors.size(), 1u);
+  EXPECT_TRUE(errors[0].starts_with(
+      L"Could not read the security descriptor of 'C:\\no\\such\\menu.json': "));
 }
 
 }  // namespace

@@ -43,10 +43,6 @@ TEST(MenuDocument, BypassGrammar) {
     EXPECT_EQ(ParseModifierMask(c.text, mask), c.understood) << c.text;
     EXPECT_EQ(mask, c.mask) << c.text;
   }
-  const Parsed bad = Parse(R"({"nativeMenuBypass":"Ctrl+Win","profiles":[]})");
-  EXPECT_EQ(bad.config.bypassMask, 6u);
-  EXPECT_EQ(bad.errors, MessageList{L"'nativeMenuBypass' value 'Ctrl+Win' is not understood. Use "
-                                    L"Ctrl, Shift, Alt or None, combined with '+'."});
 }
 
 TEST(MenuDocument, TopLevelMessages) {
@@ -58,6 +54,9 @@ TEST(MenuDocument, TopLevelMessages) {
       {"[]", {L"The top level of the file must be a JSON object."}},
       {R"({"enabled":"yes","profiles":{}})",
        {L"'enabled' must be true or false.", L"'profiles' is required and must be an array."}},
+      {R"({"nativeMenuBypass":"Ctrl+Win","profiles":[]})",
+       {L"'nativeMenuBypass' value 'Ctrl+Win' is not understood. Use Ctrl, Shift, Alt or None, "
+        L"combined with '+'."}},
       {R"({"nativeMenuBypass":7,"profiles":[]})",
        {L"'nativeMenuBypass' must be a string such as \"Ctrl+Shift\"."}},
       {R"({"backgroundOpacityPercent":100.0,"profiles":[]})", opacity},
@@ -69,7 +68,9 @@ TEST(MenuDocument, TopLevelMessages) {
     const Parsed p = Parse(c.json);
     EXPECT_FALSE(p.ok) << c.json;
     EXPECT_EQ(p.errors, c.errors) << c.json;
+    // A refused value leaves the default in place.
     EXPECT_EQ(p.config.opacityPercent, 78u) << c.json;
+    EXPECT_EQ(p.config.bypassMask, 6u) << c.json;
   }
   EXPECT_EQ(Parse(R"({"backgroundOpacityPercent":100,"profiles":[]})").config.opacityPercent, 100u);
 }
@@ -104,19 +105,25 @@ std::string UserItem(int arguments) {
   return R"({"source":"user","title":"T","executable":"x.exe","arguments":[)" + list + "]}";
 }
 
+// Equal texts share the pool (its sharing is the pool's own test), and an item without arguments
+// points at the end of the argument region.
 TEST(MenuDocument, ItemsAtTheirLimits) {
   const Parsed p = ParseItems(
       UserItem(32) +
-      R"(,{"source":"modern"},{"source":"modern","command":"{A2877438-9A16-4629-912A-1223B4E3B025}"})");
+      R"(,{"source":"modern"},{"source":"modern","command":"{A2877438-9A16-4629-912A-1223B4E3B025}"})"
+      R"(,{"source":"user","title":"a0","executable":"x.exe"})");
   ASSERT_TRUE(p.ok);
   EXPECT_EQ(p.config.arguments.size(), 32u);
-  EXPECT_EQ(p.config.userCommandCount, 1u);
-  ASSERT_EQ(p.config.items.size(), 3u);
+  EXPECT_EQ(p.config.userCommandCount, 2u);
+  ASSERT_EQ(p.config.items.size(), 4u);
   EXPECT_EQ(p.config.items[1].command, (std::array<unsigned char, 16>{}));
   // GUID fields are little-endian in memory: Data1 A2877438 is stored as 38 74 87 A2.
   const std::array<unsigned char, 16> expected = {0x38, 0x74, 0x87, 0xA2, 0x16, 0x9A, 0x29, 0x46,
                                                   0x91, 0x2A, 0x12, 0x23, 0xB4, 0xE3, 0xB0, 0x25};
   EXPECT_EQ(p.config.items[2].command, expected);
+  EXPECT_EQ(p.config.items[3].title, p.config.arguments[0]);
+  EXPECT_EQ(std::make_pair(p.config.items[3].firstArgument, p.config.items[3].argumentCount),
+            std::make_pair(32u, 0u));
 }
 
 TEST(MenuDocument, ItemMessagesInOrder) {

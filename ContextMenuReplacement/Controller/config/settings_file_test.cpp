@@ -3,22 +3,22 @@
 #include <fmt/xchar.h>
 #include <gtest/gtest.h>
 
-#include "common/data_paths.h"
 #include "common/file_io.h"
 #include "common/json_text.h"
 #include "tests/support/staged_install.h"
 
-// The values a settings file sets, and its own defaults, are decoded from the published control.bin
-// in config_verbs_e2e_test.cpp.
+// The values a settings file sets, and its own defaults, are decoded from the published
+// control.bin in config_verbs_e2e_test.cpp.
 
 namespace cmr {
 namespace {
 
 // A settings file whose entry holds `settings` (members of the settings object, without braces).
-std::string SettingsText(const std::string& settings, const std::string& otherApps = "") {
-  return R"({"apps":[)" + otherApps +
-         R"({"app_id":"context-menu-replacement","status":"enabled","settings":{)" + settings +
-         R"(}}]})";
+std::string SettingsText(const std::string& settings,
+                         const std::string& status = R"("status":"enabled",)",
+                         const std::string& otherApps = "") {
+  return R"({"apps":[)" + otherApps + R"({"app_id":"context-menu-replacement",)" + status +
+         R"("settings":{)" + settings + R"(}}]})";
 }
 
 struct Read {
@@ -58,70 +58,65 @@ TEST(SettingsFile, EachRangeAtItsBoundsAndOnePast) {
       {"appearance.backgroundOpacityPercent", 0, 100},
   };
   for (const auto& r : ranges) {
+    SCOPED_TRACE(r.key);
     const auto read = [&](const std::string& value) {
       return Globals(SettingsText(fmt::format(R"("{}":{})", r.key, value))).errors;
     };
     const MessageList refused{fmt::format(L"'{}' must be a whole number from {} to {}.",
                                           FromUtf8(r.key), r.minimum, r.maximum)};
-    EXPECT_EQ(read(std::to_string(r.minimum)), MessageList{}) << r.key;
-    EXPECT_EQ(read(std::to_string(r.maximum)), MessageList{}) << r.key;
-    EXPECT_EQ(read(std::to_string(r.minimum - 1)), refused) << r.key;
-    EXPECT_EQ(read(std::to_string(r.maximum + 1)), refused) << r.key;
-    EXPECT_EQ(read(std::to_string(r.minimum) + ".5"), refused) << r.key;
+    EXPECT_EQ(read(std::to_string(r.minimum)), MessageList{});
+    EXPECT_EQ(read(std::to_string(r.maximum)), MessageList{});
+    EXPECT_EQ(read(std::to_string(r.minimum - 1)), refused);
+    EXPECT_EQ(read(std::to_string(r.maximum + 1)), refused);
+    EXPECT_EQ(read(std::to_string(r.minimum) + ".5"), refused);
   }
 }
 
-TEST(SettingsFile, RangedNumbersStopTheReadAtTheFirstFailure) {
-  const Read r = Globals(SettingsText(
+TEST(SettingsFile, WordsColoursNamesAndSwitchesAreCheckedExactly) {
+  // The first bad number stops the read: neither the later number nor the boolean is examined.
+  const Read first = Globals(SettingsText(
       R"("appearance.fontSizeDip":7,"appearance.iconSizeDip":99,"appearance.showHotkeys":3)"));
-  EXPECT_FALSE(r.ok);
-  // Neither the later number nor the bad boolean was examined.
-  EXPECT_EQ(r.errors,
+  EXPECT_FALSE(first.ok);
+  EXPECT_EQ(first.errors,
             MessageList{L"'appearance.fontSizeDip' must be a whole number from 8 to 32."});
-}
 
-TEST(SettingsFile, ColoursNamesAndWordsAreCheckedExactly) {
-  const Read r = Globals(SettingsText(
+  const Read words = Globals(SettingsText(
       R"("appearance.customHeaderColor":"#1E1E1","appearance.customHotkeyColor":"1E1E1E",)"
       R"("appearance.fontWeight":"bold","appearance.backgroundMode":"Dark",)"
       R"("appearance.backgroundImageFill":"fill",)"
-      R"("appearance.fontFamily":"ABCDEFGHIJKLMNOPQRSTUVWXYZ012345")"));
-  EXPECT_TRUE(r.ok);
-  EXPECT_EQ(r.errors,
+      R"("appearance.fontFamily":"ABCDEFGHIJKLMNOPQRSTUVWXYZ012345",)"
+      R"("taskbar.replaceBackgroundMenu":false,"taskbar.replaceClockMenu":true,)"
+      R"("taskbar.replaceAppMenu":false,"taskbar.replaceStartMenu":"no")"));
+  EXPECT_TRUE(words.ok);
+  EXPECT_EQ(words.errors,
             (MessageList{
                 L"'appearance.fontFamily' is longer than the 31 characters a font name may have.",
                 L"'appearance.backgroundImageFill' must be one of stretch, cover, tile, center.",
                 L"'appearance.fontWeight' is not a supported weight.",
                 L"'appearance.backgroundMode' must be one of system, light, dark, custom.",
                 L"'appearance.customHeaderColor' must be a hex color string like #1E1E1E.",
-                L"'appearance.customHotkeyColor' must be a hex color string like #1E1E1E."}));
-  const Read name31 =
-      Globals(SettingsText(R"("appearance.fontFamily":"ABCDEFGHIJKLMNOPQRSTUVWXYZ01234")"));
-  EXPECT_TRUE(name31.errors.empty());
-  EXPECT_EQ(name31.config.appearance.fontFamily, L"ABCDEFGHIJKLMNOPQRSTUVWXYZ01234");
-}
+                L"'appearance.customHotkeyColor' must be a hex color string like #1E1E1E.",
+                L"'taskbar.replaceStartMenu' must be true or false."}));
+  EXPECT_EQ(words.config.appearance.surfaceOptOutMask, 0x01u | 0x10u);
 
-TEST(SettingsFile, StatusAndTaskbarEntries) {
-  for (const char* status : {R"("status":"Enabled",)", R"("status":true,)", ""}) {
-    const std::string text = std::string(R"({"apps":[{"app_id":"context-menu-replacement",)") +
-                             status + R"("settings":{}}]})";
-    EXPECT_FALSE(Globals(text).config.enabled) << status;
-  }
-  const Read r = Globals(
-      SettingsText(R"("taskbar.replaceBackgroundMenu":false,"taskbar.replaceClockMenu":true,)"
-                   R"("taskbar.replaceAppMenu":false,"taskbar.replaceStartMenu":"no")"));
-  EXPECT_EQ(r.errors, MessageList{L"'taskbar.replaceStartMenu' must be true or false."});
-  EXPECT_EQ(r.config.appearance.surfaceOptOutMask, 0x01u | 0x10u);
-  EXPECT_EQ(Globals(SettingsText("", R"({"app_id":"window-organizer","status":"Disabled"},)"))
-                .config.appearance.surfaceOptOutMask,
-            0u);
+  // Only the exact words count: "Enabled" is not on, an organizer "Disabled" keeps its menus.
+  const Read exact = Globals(SettingsText(
+      R"("appearance.fontFamily":"ABCDEFGHIJKLMNOPQRSTUVWXYZ01234")", R"("status":"Enabled",)",
+      R"({"app_id":"window-organizer","status":"Disabled"},)"));
+  EXPECT_EQ(exact.errors, MessageList{});
+  EXPECT_EQ(exact.config.appearance.fontFamily, L"ABCDEFGHIJKLMNOPQRSTUVWXYZ01234");
+  EXPECT_EQ(exact.config.appearance.surfaceOptOutMask, 0u);
+  EXPECT_FALSE(exact.config.enabled);
+  EXPECT_FALSE(Globals(SettingsText("", R"("status":true,)")).config.enabled);
+  EXPECT_FALSE(Globals(SettingsText("", "")).config.enabled);
+  EXPECT_TRUE(Globals(SettingsText("")).config.enabled);
 }
 
 TEST(SettingsFile, EntryAndFileMessages) {
   const struct {
     std::string text;
     std::wstring error;
-  } entries[] = {
+  } rows[] = {
       {"{\"apps\": [", L"JSON parse error in the settings file at offset 10: Invalid value."},
       {R"({"apps":{}})", L"The settings file has no 'apps' array."},
       {R"({"apps":[{"app_id":"other"}]})",
@@ -131,13 +126,14 @@ TEST(SettingsFile, EntryAndFileMessages) {
        L"The 'context-menu-replacement' entry has no settings object."},
       {SettingsText(""), L"The 'context-menu-replacement' settings have no 'menu.profiles'."},
   };
-  for (const auto& c : entries) {
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.text);
     MenuConfiguration config;
     MessageList errors, warnings;
-    EXPECT_FALSE(ReadSettingsText(c.text, config, errors, warnings));
-    EXPECT_EQ(errors, MessageList{c.error});
+    EXPECT_FALSE(ReadSettingsText(row.text, config, errors, warnings));
+    EXPECT_EQ(errors, MessageList{row.error});
     // Off unless the entry was found and says so, whatever else failed.
-    EXPECT_EQ(config.enabled, c.text.find(R"("status":"enabled")") != std::string::npos) << c.text;
+    EXPECT_EQ(config.enabled, row.text.find(R"("status":"enabled")") != std::string::npos);
   }
   MenuConfiguration config;
   MessageList errors, warnings;
@@ -170,19 +166,15 @@ TEST(SettingsFile, DialogSettingsNeverFailTheRead) {
 // The settings file that ships beside the exe is what the on/off and dialog readers fall back
 // to; it must read cleanly and spell out exactly the documented defaults.
 TEST(SettingsFile, ShippedDefaultsReadCleanly) {
-  const std::wstring shipped =
-      JoinPath(StagedInstallFolder(), L"Content\\Configurations\\High Level Settings.json");
   MenuConfiguration config;
-  MessageList errors, warnings;
-  EXPECT_TRUE(ReadSettingsFile(shipped, config, errors, warnings));
-  EXPECT_EQ(errors, MessageList{});
-  EXPECT_EQ(warnings, MessageList{});
-  EXPECT_FALSE(config.enabled);
-  EXPECT_EQ(config.bypassMask, 6u);
-  EXPECT_EQ(config.opacityPercent, 78u);
+  MessageList messages;
+  EXPECT_TRUE(ReadSettingsFile(StagedFile(L"Content\\Configurations\\High Level Settings.json"),
+                               config, messages, messages));
+  EXPECT_EQ(messages, MessageList{});
   EXPECT_TRUE(config.appearance == SettingsFileAppearance());
-  EXPECT_EQ(config.profiles.size(), 2u);
-  EXPECT_EQ(config.items.size(), 6u);
+  EXPECT_EQ(std::make_tuple(config.enabled, config.bypassMask, config.opacityPercent,
+                            config.profiles.size(), config.items.size()),
+            std::make_tuple(false, 6u, 78u, size_t{2}, size_t{6}));
 }
 
 }  // namespace

@@ -11,6 +11,7 @@
 #include "common/text.h"
 #include "common/unique_handle.h"
 #include "config/menu_document.h"
+#include "tests/e2e/command_rows.h"
 #include "tests/e2e/harness.h"
 
 namespace cmr::e2e {
@@ -62,31 +63,22 @@ TEST(ConfigVerbsE2e, InitPublishStatusWithTheStarterDocument) {
   ResetUserData();
   const std::wstring menu = JoinPath(ScratchFolder(L"config-init"), L"menu.json");
   const std::string path = U8(menu);
-
-  RunResult run = RunController({L"config", L"status", menu});
-  EXPECT_EQ(run.output,
-            "No configuration has been published yet.\nFile: " + path + " (not present)\n");
-  EXPECT_EQ(run.exitCode, 0u);
-
-  run = RunController({L"config", L"init", menu});
-  EXPECT_EQ(run.output, "Wrote a starter configuration to " + path +
-                            "\nEdit it, then run 'config publish' or leave 'config watch' "
-                            "running.\n");
-  EXPECT_EQ(run.exitCode, 0u);
+  const std::string starterCounts = " (656 bytes): 2 profile(s), 8 item(s), 1 user command(s)";
+  RunRows({
+      {{L"config", L"status", menu},
+       "No configuration has been published yet.\nFile: " + path + " (not present)\n",
+       0},
+      {{L"config", L"init", menu},
+       "Wrote a starter configuration to " + path +
+           "\nEdit it, then run 'config publish' or leave 'config watch' running.\n",
+       0},
+      {{L"config", L"init", menu}, "'" + path + "' already exists; refusing to overwrite it.\n", 1},
+      {{L"config", L"check", menu}, kAclAccepted, 0},
+      {{L"config", L"publish", menu, L"--json"},
+       "Publishing " + path + "\n" + PublishedText("version 1" + starterCounts),
+       0},
+  });
   EXPECT_EQ(ReadBytes(menu), StarterDocumentText());
-  run = RunController({L"config", L"init", menu});
-  EXPECT_EQ(run.output, "'" + path + "' already exists; refusing to overwrite it.\n");
-  EXPECT_EQ(run.exitCode, 1u);
-
-  run = RunController({L"config", L"check", menu});
-  EXPECT_EQ(run.output, kAclAccepted);
-  EXPECT_EQ(run.exitCode, 0u);
-
-  run = RunController({L"config", L"publish", menu, L"--json"});
-  EXPECT_EQ(run.output, "Publishing " + path + "\n" +
-                            PublishedText("version 1 (656 bytes): 2 profile(s), 8 item(s), 1 "
-                                          "user command(s)"));
-  EXPECT_EQ(run.exitCode, 0u);
 
   // The snapshot field by field: 2 profiles (24 bytes) put the items at 72, 8 items (352) the
   // arguments at 424, 4 arguments the pool at 456.
@@ -123,123 +115,88 @@ TEST(ConfigVerbsE2e, InitPublishStatusWithTheStarterDocument) {
   EXPECT_EQ(control.substr(92, 584), std::string(584, '\0'));
   EXPECT_EQ(Words(control, 676, 11), (Words32{1, 30, 65, 0, 200, 0, 0, 0, 0, 0, 460}));
 
-  run = RunController({L"config", L"status", menu});
-  EXPECT_EQ(run.output, "Published version 1 (layout 18)\nFile:     " + path +
-                            "\nSnapshot: " + U8(SnapshotFilePath(1)) + "\n");
-  run = RunController({L"config", L"publish", menu});
-  EXPECT_EQ(run.exitCode, 0u);
+  RunRows({
+      {{L"config", L"status", menu},
+       "Published version 1 (layout 18)\nFile:     " + path +
+           "\nSnapshot: " + U8(SnapshotFilePath(1)) + "\n",
+       0},
+      {{L"config", L"publish", menu},
+       "Publishing " + path + "\n" + PublishedText("version 2" + starterCounts),
+       0},
+      {{L"config", L"path", menu}, path + "\n", 0},
+      {{L"config", L"path"}, U8(SettingsFilePath()) + "\n", 0},
+      {{L"config", L"Publish"},
+       "Unknown config action 'Publish'. Use init, path, check, publish, watch, or status.\n",
+       1},
+  });
   std::string second = snapshot;
   second[8] = 2;
   EXPECT_EQ(ReadBytes(SnapshotFilePath(2)), second);
   EXPECT_EQ(ReadBytes(SnapshotFilePath(1)), snapshot);
+
   // Version 0 with its snapshot, as the count reaches after it wraps, is a publication.
   std::string wrapped = ReadBytes(ControlFilePath());
   wrapped[8] = 0;
   WriteBytes(ControlFilePath(), wrapped);
   WriteBytes(SnapshotFilePath(0), snapshot);
-  run = RunController({L"config", L"status", menu});
-  EXPECT_EQ(run.output, "Published version 0 (layout 18)\nFile:     " + path +
-                            "\nSnapshot: " + U8(SnapshotFilePath(0)) + "\n");
-
-  run = RunController({L"config", L"path", menu});
-  EXPECT_EQ(run.output, path + "\n");
-  run = RunController({L"config", L"path"});
-  EXPECT_EQ(run.output, U8(SettingsFilePath()) + "\n");
-  run = RunController({L"config", L"Publish"});
-  EXPECT_EQ(run.output,
-            "Unknown config action 'Publish'. Use init, path, check, publish, watch, or status.\n");
-  EXPECT_EQ(run.exitCode, 1u);
+  RunRows({{{L"config", L"status", menu},
+            "Published version 0 (layout 18)\nFile:     " + path +
+                "\nSnapshot: " + U8(SnapshotFilePath(0)) + "\n",
+            0}});
 }
 
 TEST(ConfigVerbsE2e, BadInputNeverChangesWhatIsPublished) {
   ResetUserData();
   const std::wstring folder = ScratchFolder(L"config-refusals");
-  const std::wstring good = JoinPath(folder, L"menu.json");
-  WriteBytes(good, std::string(StarterDocumentText()));
-  ASSERT_EQ(RunController({L"config", L"publish", good}).exitCode, 0u);
+  const auto file = [&](const wchar_t* name) { return JoinPath(folder, name); };
+  WriteBytes(file(L"menu.json"), std::string(StarterDocumentText()));
+  ASSERT_EQ(RunController({L"config", L"publish", file(L"menu.json")}).exitCode, 0u);
   const std::string control = ReadBytes(ControlFilePath());
 
-  const auto file = [&](const wchar_t* name) { return JoinPath(folder, name); };
   WriteBytes(file(L"broken.json"), "// comment\n{\"profiles\": [}");
-  WriteBytes(file(L"invalid.json"),
-             R"({"enabled": 0, "profiles": [{"match": {"context": ["x"]}}]})");
+  // Its opacity differs from the published one, so globals written early would show.
   WriteBytes(file(L"huge.json"),
-             R"({"profiles":[{"match":{"context":["folder-item"]},"items":[{"source":"user",)"
+             R"({"backgroundOpacityPercent":50,"profiles":[{"match":{"context":["folder-item"]},)"
+             R"("items":[{"source":"user",)"
              R"("executable":"x.exe","title":")" +
                  std::string(600000, 't') + "\"}]}]}");
-  // The hostile corpus, through the real reader: each is refused, saying where and why.
+  // The whole file is read, not the text up to its first NUL.
   WriteBytes(file(L"trailing.json"), std::string("{\"profiles\":[]}\0GARBAGE", 22));
-  WriteBytes(file(L"duplicate.json"), R"({"profiles":[],"profiles":[]})");
-  const std::string item = R"({"profiles":[{"match":{"context":["folder-item"]},"items":[)";
-  WriteBytes(file(L"progid.json"),
-             item + R"({"source":"modern","command":"Shell.Application"}]}]})");
-  std::string arguments = R"({"source":"user","title":"T","executable":"x.exe","arguments":[1)";
-  for (int i = 0; i < 32; ++i) arguments += R"(,"a")";
-  WriteBytes(file(L"arguments.json"), item + arguments + "]}]}]}");
-  WriteBytes(file(L"deep.json"), item + std::string(21750, '[') + std::string(21750, ']') + "]}]}");
-  const std::string kNoUsableItems =
-      "  warning: profiles[0] has no usable items, so its contexts will show an empty menu.\n";
-  std::string deepPath;
-  for (int i = 0; i < 124; ++i) deepPath += "[0]";
   const std::wstring untrusted = file(L"untrusted.json");
   WriteBytes(untrusted, std::string(StarterDocumentText()));
   SetDacl(untrusted, kEveryoneWrites);
   const struct {
     std::wstring file;
     std::string messages;
-  } cases[] = {
+  } rows[] = {
       {file(L"missing.json"), "  error:   '" + U8(file(L"missing.json")) +
                                   "' does not exist. Run 'config init' to create one.\n"},
       {file(L"broken.json"), "  error:   JSON parse error at offset 25: Invalid value.\n"},
-      {file(L"invalid.json"),
-       "  warning: profiles[0].match.context[0] is 'x', which is not a known context, and was "
-       "skipped. Use desktop-background, folder-background, folder-item or other-item.\n"
-       "  warning: profiles[0] matches no known context (all entries were unrecognized), so it "
-       "was skipped.\n"
-       "  error:   'enabled' must be true or false.\n"},
+      // Unlike the settings file's, menu.json's globals go out only with its snapshot.
       {file(L"huge.json"),
        "  error:   The configuration flattens to 1200128 bytes, over the 1048576 byte limit.\n"},
       {untrusted, "  error:   " + kEveryone + "\n"},
       {file(L"trailing.json"),
-       "  error:   JSON parse error at offset 15: The document contains a NUL "
-       "byte.\n"},
-      {file(L"duplicate.json"),
-       "  error:   JSON parse error at offset 25: The key 'profiles' "
-       "appears more than once.\n"},
-      {file(L"progid.json"),
-       kNoUsableItems +
-           "  error:   profiles[0].items[0]: 'command' must be a CLSID in braces, for example "
-           "\"{A2877438-9A16-4629-912A-1223B4E3B025}\". Got 'Shell.Application'.\n"},
-      {file(L"arguments.json"),
-       kNoUsableItems + "  error:   profiles[0].items[0]: 33 arguments exceeds the limit of 32.\n"
-                        "  error:   profiles[0].items[0].arguments[0] must be a string.\n"},
-      {file(L"deep.json"),
-       "  error:   JSON parse error at offset 183: The value at "
-       "'profiles[0].items[0]" +
-           deepPath +
-           "' is nested deeper than 128 "
-           "levels.\n"},
+       "  error:   JSON parse error at offset 15: The document contains a NUL byte.\n"},
       {folder, "  error:   '" + U8(folder) + "' is a folder, not a menu file.\n"},
   };
-  for (const auto& c : cases) {
-    const RunResult run = RunController({L"config", L"publish", c.file});
-    EXPECT_EQ(run.output, "Publishing " + U8(c.file) + "\n" + c.messages + kNothingPublished)
-        << U8(c.file);
-    EXPECT_EQ(run.exitCode, 1u) << U8(c.file);
+  for (const auto& row : rows) {
+    SCOPED_TRACE(U8(row.file));
+    const RunResult run = RunController({L"config", L"publish", row.file});
+    EXPECT_EQ(run.output, "Publishing " + U8(row.file) + "\n" + row.messages + kNothingPublished);
+    EXPECT_EQ(run.exitCode, 1u);
     EXPECT_EQ(ReadBytes(ControlFilePath()), control);
     EXPECT_EQ(ReadBytes(SnapshotFilePath(2)), "<unreadable>");
   }
 
-  RunResult check = RunController({L"config", L"check", untrusted});
-  EXPECT_EQ(check.output, "  " + kEveryone +
-                              "\nACL REJECTED. This file will not be published until its "
-                              "permissions are fixed.\n");
-  EXPECT_EQ(check.exitCode, 1u);
+  RunRows({{{L"config", L"check", untrusted},
+            "  " + kEveryone +
+                "\nACL REJECTED. This file will not be published until its permissions are "
+                "fixed.\n",
+            1}});
   // Reading and running are not writing: Everyone may keep those.
   SetDacl(untrusted, L"D:(A;;FA;;;OW)(A;;FRFX;;;WD)");
-  check = RunController({L"config", L"check", untrusted});
-  EXPECT_EQ(check.output, kAclAccepted);
-  EXPECT_EQ(check.exitCode, 0u);
+  RunRows({{{L"config", L"check", untrusted}, kAclAccepted, 0}});
 }
 
 std::string SettingsText(const std::string& settings,
@@ -253,99 +210,98 @@ std::string SettingsText(const std::string& settings,
 
 TEST(ConfigVerbsE2e, ValidateReadsOnlyTheSettingsFileAndWritesNothing) {
   ResetUserData();
-  RunResult run = RunController({L"config", L"validate", L"menu.json"});
-  EXPECT_EQ(run.output, "config validate reads the settings file; it takes no path argument.\n");
-  EXPECT_EQ(run.exitCode, 1u);
-
-  const std::wstring settings = SettingsFilePath();
-  const std::string source = U8(settings);
-  WriteBytes(settings, SettingsText(R"("appearance.fontWeight":"Bold")"));
-  run = RunController({L"config", L"validate"});
-  EXPECT_EQ(run.output, "Validating " + source +
-                            "\nValid. 1 profile(s), 2 item(s), 1 user command(s). Nothing was "
-                            "published.\n");
-  EXPECT_EQ(run.exitCode, 0u);
-
-  WriteBytes(settings, SettingsText(R"("appearance.fontWeight":"bold","x":1)"));
-  run = RunController({L"config", L"validate", L"--json"});
-  EXPECT_EQ(run.exitCode, 1u);
+  const std::string source = U8(SettingsFilePath());
+  WriteBytes(SettingsFilePath(), SettingsText(R"("appearance.fontWeight":"Bold")"));
+  RunRows({
+      {{L"config", L"validate", L"menu.json"},
+       "config validate reads the settings file; it takes no path argument.\n",
+       1},
+      {{L"config", L"validate"},
+       "Validating " + source +
+           "\nValid. 1 profile(s), 2 item(s), 1 user command(s). Nothing was published.\n",
+       0},
+      // Without a file, init targets the settings file, which exists.
+      {{L"config", L"init"}, "'" + source + "' already exists; refusing to overwrite it.\n", 1},
+  });
+  WriteBytes(SettingsFilePath(), SettingsText(R"("appearance.fontWeight":"bold","x":1)"));
   std::string escaped;  // JSON doubles the path's backslashes
   for (const char ch : source) escaped += ch == '\\' ? std::string(2, ch) : std::string(1, ch);
   // One line. A document with errors is not flattened, so it has no counts or size.
-  EXPECT_EQ(run.output,
+  RunRows({{{L"config", L"validate", L"--json"},
             "{\"source\":\"" + escaped +
                 "\",\"aclAccepted\":true,\"valid\":false,\"profileCount\":0,\"itemCount\":0,"
                 "\"userCommandCount\":0,\"snapshotBytes\":0,\"publishedVersion\":0,"
                 "\"errors\":[\"'appearance.fontWeight' is not a supported weight.\"],"
-                "\"warnings\":[]}\n");
+                "\"warnings\":[]}\n",
+            1}});
   EXPECT_FALSE(DirectoryExists(PublishedFolder()));
-
-  // Without a file, init targets the settings file, which exists.
-  run = RunController({L"config", L"init"});
-  EXPECT_EQ(run.output, "'" + source + "' already exists; refusing to overwrite it.\n");
 }
 
+// The settings file's globals carry no executable, so they go out before its trust and size
+// are checked; only a menu error stops them too.
 TEST(ConfigVerbsE2e, SettingsFileGlobalsAreAppliedEvenWhenItsMenuIsRefused) {
   ResetUserData();
   const std::wstring settings = SettingsFilePath();
   const std::string publishing = "Publishing " + U8(settings) + "\n";
-  // Others may write it: its globals still apply, its menu does not, and a new control file
-  // announces no version.
-  WriteBytes(settings, SettingsText(R"("appearance.customHeaderColor":"#0000ff")"));
-  SetDacl(settings, kEveryoneWrites);
-  RunResult run = RunController({L"config", L"publish"});
-  EXPECT_EQ(run.output, publishing + "  error:   " + kEveryone + "\n" + kNothingPublished);
-  EXPECT_EQ(run.exitCode, 1u);
-  std::string control = ReadBytes(ControlFilePath());
-  EXPECT_EQ(Words(control, 8, 3), (Words32{0, 1, 6}));
-  EXPECT_EQ(Words(control, 700, 1), Words32{0xFF0000});
-  EXPECT_EQ(ReadBytes(SnapshotFilePath(1)), "<unreadable>");
-
-  (void)DeleteFileIfPresent(settings);
-  WriteBytes(
-      settings,
-      SettingsText(
-          R"("appearance.customHeaderColor":"#1e1e1e","appearance.customHotkeyColor":"#0A0B0C",)"
-          R"("general.nativeMenuBypass":"Alt","appearance.backgroundOpacityPercent":40,)"
-          R"("appearance.fontWeight":"Semibold","appearance.backgroundMode":"dark",)"
-          R"("appearance.backgroundImageFill":"tile","appearance.snapshotBlurEnabled":false,)"
-          R"("taskbar.replaceClockMenu":false)"));
-  run = RunController({L"config", L"publish"});
-  EXPECT_EQ(run.output, publishing + PublishedText("version 1 (224 bytes): 1 profile(s), 2 "
-                                                   "item(s), 1 user command(s)"));
-  // The settings file's own defaults (padding 3, margins 8 and 7) beside the values it sets;
-  // colours are COLORREFs, red in the low byte.
-  control = ReadBytes(ControlFilePath());
-  EXPECT_EQ(Words(control, 8, 14), (Words32{1, 1, 1, 40, 600, 12, 16, 8, 3, 8, 7, 100, 0, 2}));
-  EXPECT_EQ(Words(control, 676, 11),
-            (Words32{2, 30, 65, 1, 200, 0x22, 0x1E1E1E, 0, 0x0C0B0A, 0, 460}));
-
-  // A menu error publishes nothing at all, not even the globals.
-  WriteBytes(settings, SettingsText(R"("appearance.customHeaderColor":"#0000ff")", "7"));
-  run = RunController({L"config", L"publish"});
-  EXPECT_EQ(run.output, publishing +
-                            "  warning: profiles[0] has no usable items, so its contexts will show "
-                            "an empty menu.\n  error:   profiles[0].items[0] must be an object.\n" +
-                            kNothingPublished);
-  EXPECT_EQ(run.exitCode, 1u);
-  EXPECT_EQ(ReadBytes(ControlFilePath()), control);
-  EXPECT_EQ(ReadBytes(SnapshotFilePath(2)), "<unreadable>");
-
-  // A menu too large to publish: the globals go out first, then the size check refuses the menu.
-  WriteBytes(settings, SettingsText(R"("appearance.customHeaderColor":"#00ff00")",
-                                    R"({"source":"user","executable":"x.exe","title":")" +
-                                        std::string(600000, 't') + "\"}"));
-  run = RunController({L"config", L"publish"});
-  EXPECT_EQ(run.output, publishing +
-                            "  error:   The configuration flattens to 1200128 bytes, over the "
-                            "1048576 byte limit.\n" +
-                            kNothingPublished);
-  control = ReadBytes(ControlFilePath());
-  EXPECT_EQ(Words(control, 8, 1), Words32{1});
-  EXPECT_EQ(Words(control, 700, 1), Words32{0x00FF00});
-  EXPECT_EQ(ReadBytes(SnapshotFilePath(2)), "<unreadable>");
+  const std::string valuesSet =
+      R"("appearance.customHeaderColor":"#1e1e1e","appearance.customHotkeyColor":"#0A0B0C",)"
+      R"("general.nativeMenuBypass":"Alt","appearance.backgroundOpacityPercent":40,)"
+      R"("appearance.fontWeight":"Semibold","appearance.backgroundMode":"dark",)"
+      R"("appearance.backgroundImageFill":"tile","appearance.snapshotBlurEnabled":false,)"
+      R"("taskbar.replaceClockMenu":false,"appearance.fontFamily":"Ab",)"
+      R"("appearance.backgroundImagePath":"C:\\x")";
+  const struct {
+    const char* name;
+    std::string text;
+    const wchar_t* dacl;
+    std::string output;
+    std::vector<std::pair<size_t, Words32>> control;  // words expected at byte offsets
+  } rows[] = {
+      // A new control file announces no version; colours are COLORREFs, red in the low byte.
+      {"others may write it",
+       SettingsText(R"("appearance.customHeaderColor":"#0000ff")"),
+       kEveryoneWrites,
+       "  error:   " + kEveryone + "\n" + kNothingPublished,
+       {{8, {0, 1, 6}}, {700, {0xFF0000}}}},
+      // The settings file's own defaults (padding 3, margins 8 and 7) beside the values it sets;
+      // the font "Ab" and the image path "C:\x" are UTF-16 units, two to a word.
+      {"values set",
+       SettingsText(valuesSet),
+       nullptr,
+       PublishedText("version 1 (224 bytes): 1 profile(s), 2 item(s), 1 user command(s)"),
+       {{8, {1, 1, 1, 40, 600, 12, 16, 8, 3, 8, 7, 100, 0, 2}},
+        {92, {0x00620041, 0}},
+        {156, {0x003A0043, 0x0078005C, 0}},
+        {676, {2, 30, 65, 1, 200, 0x22, 0x1E1E1E, 0, 0x0C0B0A, 0, 460}}}},
+      {"a menu error",
+       SettingsText(R"("appearance.customHeaderColor":"#0000ff")", "7"),
+       nullptr,
+       "  warning: profiles[0] has no usable items, so its contexts will show an empty menu.\n"
+       "  error:   profiles[0].items[0] must be an object.\n" +
+           kNothingPublished,
+       {{8, {1, 1, 1, 40}}, {700, {0x1E1E1E}}}},
+      {"a menu too large",
+       SettingsText(
+           R"("appearance.customHeaderColor":"#00ff00")",
+           R"({"source":"user","executable":"x.exe","title":")" + std::string(600000, 't') + "\"}"),
+       nullptr,
+       "  error:   The configuration flattens to 1200128 bytes, over the 1048576 byte limit.\n" +
+           kNothingPublished,
+       {{8, {1}}, {700, {0x00FF00}}}},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    (void)DeleteFileIfPresent(settings);
+    WriteBytes(settings, row.text);
+    if (row.dacl) SetDacl(settings, row.dacl);
+    const bool published = row.output.starts_with("Published");
+    RunRows({{{L"config", L"publish"}, publishing + row.output, published ? 0u : 1u}});
+    const std::string control = ReadBytes(ControlFilePath());
+    for (const auto& [at, words] : row.control) EXPECT_EQ(Words(control, at, words.size()), words);
+    EXPECT_EQ(ReadBytes(SnapshotFilePath(2)), "<unreadable>");
+  }
   // Validation reports the version in force, not the one it did not publish.
-  run = RunController({L"config", L"validate", L"--json"});
+  const RunResult run = RunController({L"config", L"validate", L"--json"});
   EXPECT_NE(run.output.find(",\"publishedVersion\":1,"), std::string::npos) << run.output;
   (void)DeleteFileIfPresent(settings);
 }

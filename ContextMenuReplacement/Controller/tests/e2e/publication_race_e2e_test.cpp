@@ -6,14 +6,13 @@
 
 #include <algorithm>
 #include <atomic>
-#include <mutex>
 #include <cstdio>
+#include <mutex>
 #include <regex>
 #include <set>
 #include <thread>
 #include <vector>
 
-#include "common/byte_image.h"
 #include "common/data_paths.h"
 #include "common/file_io.h"
 #include "config/config_publisher.h"
@@ -27,66 +26,7 @@ namespace {
 
 constexpr int kRunsPerPublisher = 30;
 
-struct RaceCounts {
-  std::vector<uint32_t> versions;  // as reported by the publishers
-  int failedRuns = 0;
-  uint64_t reads = 0;
-  uint64_t badReads = 0;
-};
-
-// Runs `args` kRunsPerPublisher times in each of two threads and reads with `readOnce` meanwhile.
-// `readOnce` returns 0 for nothing announced yet, 1 for a good read, 2 for a bad one.
-RaceCounts Race(const std::vector<std::wstring>& args, const std::regex& published,
-                int (*readOnce)()) {
-  RaceCounts counts;
-  std::mutex lock;
-  std::atomic<bool> done{false};
-  std::thread reader([&] {
-    while (!done.load()) {
-      const int outcome = readOnce();
-      if (outcome == 0) continue;
-      ++counts.reads;
-      if (outcome == 2) ++counts.badReads;
-    }
-  });
-  const auto publisher = [&] {
-    for (int i = 0; i < kRunsPerPublisher; ++i) {
-      const RunResult run = RunController(args);
-      std::smatch match;
-      std::lock_guard<std::mutex> guard(lock);
-      if (run.exitCode == 0 && std::regex_search(run.output, match, published)) {
-        counts.versions.push_back(static_cast<uint32_t>(std::stoul(match[1].str())));
-      } else {
-        ++counts.failedRuns;
-        ADD_FAILURE() << run.output;
-      }
-    }
-  };
-  std::thread first(publisher), second(publisher);
-  first.join();
-  second.join();
-  done = true;
-  reader.join();
-  return counts;
-}
-
-void Report(const char* kind, const RaceCounts& counts) {
-  std::vector<uint32_t> sorted = counts.versions;
-  std::sort(sorted.begin(), sorted.end());
-  const size_t duplicates =
-      sorted.size() - std::set<uint32_t>(sorted.begin(), sorted.end()).size();
-  std::printf("%s: %zu publications, %zu duplicate versions, %llu reads, %llu bad reads\n", kind,
-              counts.versions.size(), duplicates, static_cast<unsigned long long>(counts.reads),
-              static_cast<unsigned long long>(counts.badReads));
-  EXPECT_EQ(counts.failedRuns, 0);
-  EXPECT_EQ(duplicates, 0u);
-  EXPECT_EQ(counts.badReads, 0u);
-  // No publication was lost: the versions are exactly 1..n.
-  ASSERT_EQ(sorted.size(), size_t{2 * kRunsPerPublisher});
-  EXPECT_EQ(sorted.front(), 1u);
-  EXPECT_EQ(sorted.back(), static_cast<uint32_t>(sorted.size()));
-}
-
+// Returns 0 for nothing announced yet, 1 for a good read, 2 for a bad one.
 int ReadConfiguration() {
   ControlReading control;
   if (!ReadControl(ControlFilePath(), control) || control.version == 0) return 0;
@@ -105,27 +45,70 @@ int ReadCustomModel() {
   // may be gone by the time it is opened, as a reader of the Hook would also find.
   uint32_t now = 0;
   const Result<std::optional<std::string>> again = ReadFileIfPresent(CustomModelControlPath());
-  const bool movedOn = again && again.value() && ReadCustomModelControl(*again.value(), now) &&
-                       now > version + 1;
+  const bool movedOn =
+      again && again.value() && ReadCustomModelControl(*again.value(), now) && now > version + 1;
   return movedOn ? 0 : 2;
+}
+
+// Runs `args` kRunsPerPublisher times in each of two threads while `readOnce` reads meanwhile.
+void Race(const char* kind, const std::vector<std::wstring>& args, const std::regex& published,
+          int (*readOnce)()) {
+  std::vector<uint32_t> versions;
+  std::mutex lock;
+  std::atomic<bool> done{false};
+  uint64_t reads = 0, badReads = 0;
+  std::thread reader([&] {
+    while (!done.load()) {
+      const int outcome = readOnce();
+      reads += outcome != 0;
+      badReads += outcome == 2;
+    }
+  });
+  const auto publisher = [&] {
+    for (int i = 0; i < kRunsPerPublisher; ++i) {
+      const RunResult run = RunController(args);
+      std::smatch match;
+      std::lock_guard<std::mutex> guard(lock);
+      if (run.exitCode == 0 && std::regex_search(run.output, match, published)) {
+        versions.push_back(static_cast<uint32_t>(std::stoul(match[1].str())));
+      } else {
+        ADD_FAILURE() << run.output;
+      }
+    }
+  };
+  std::thread first(publisher), second(publisher);
+  first.join();
+  second.join();
+  done = true;
+  reader.join();
+  std::sort(versions.begin(), versions.end());
+  const size_t duplicates =
+      versions.size() - std::set<uint32_t>(versions.begin(), versions.end()).size();
+  std::printf("%s: %zu publications, %zu duplicate versions, %llu reads, %llu bad reads\n", kind,
+              versions.size(), duplicates, static_cast<unsigned long long>(reads),
+              static_cast<unsigned long long>(badReads));
+  EXPECT_EQ(duplicates, 0u);
+  EXPECT_EQ(badReads, 0u);
+  // No publication was lost: the versions are exactly 1..n.
+  ASSERT_EQ(versions.size(), size_t{2 * kRunsPerPublisher});
+  EXPECT_EQ(versions.front(), 1u);
+  EXPECT_EQ(versions.back(), versions.size());
 }
 
 TEST(PublicationRaceE2e, TwoConfigurationPublishersNeverShareAVersion) {
   ResetUserData();
   const std::wstring menu = JoinPath(ScratchFolder(L"publication-race"), L"menu.json");
   ASSERT_EQ(RunController({L"config", L"init", menu}).exitCode, 0u);
-  const RaceCounts counts = Race({L"config", L"publish", menu},
-                                 std::regex("Published version ([0-9]+) "), ReadConfiguration);
-  Report("config", counts);
+  Race("config", {L"config", L"publish", menu}, std::regex("Published version ([0-9]+) "),
+       ReadConfiguration);
 }
 
 TEST(PublicationRaceE2e, TwoCustomModelPublishersNeverShareAVersion) {
   ResetUserData();
-  const RaceCounts counts =
-      Race({L"custom-model", L"publish", InstallFolder() + L"\\Schema\\custom-menu.schema.json",
-            InstallFolder() + L"\\Content\\Menus\\create-organize.baseline.json"},
-           std::regex("Published custom model version ([0-9]+):"), ReadCustomModel);
-  Report("custom model", counts);
+  Race("custom model",
+       {L"custom-model", L"publish", InstallFolder() + L"\\Schema\\custom-menu.schema.json",
+        InstallFolder() + L"\\Content\\Menus\\create-organize.baseline.json"},
+       std::regex("Published custom model version ([0-9]+):"), ReadCustomModel);
 }
 
 }  // namespace
