@@ -33,9 +33,6 @@ RunResult Model(std::vector<std::wstring> args) {
 bool Has(const std::string& text, const std::string& part) {
   return text.find(part) != std::string::npos;
 }
-bool Lacks(const std::string& text, const std::string& part) {
-  return !Has(text, part);
-}
 size_t Count(const std::string& text, const std::string& part) {
   size_t n = 0;
   for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++n;
@@ -60,18 +57,14 @@ TEST(CustomModelE2e, ShippedBaselinePublishedAndReadBackPerTarget) {
   RunResult run = Model({L"validate", Schema(), Baseline()});
   EXPECT_EQ(run.output, "Valid. 9 layout(s), 177 node(s). Nothing was published.\n");
   EXPECT_EQ(run.exitCode, 0u);
-  for (const RunResult& before :
-       {Model({L"effective", L"desktop"}), Model({L"effective", L"desktop", L"--json"})}) {
-    EXPECT_EQ(before.output, kNothingPublished);
-    EXPECT_EQ(before.exitCode, 1u);
-  }
+  EXPECT_EQ(Model({L"effective", L"desktop", L"--json"}).output, kNothingPublished);
   PublishShipped(1);
   PublishShipped(2);
   const std::string second = ReadBytes(CustomModelSnapshotPath(2));
   run = Model({L"publish", Schema(), Baseline(), L"--json"});
-  EXPECT_EQ(run.output, R"({"published":true,"version":3,"layoutCount":9,"nodeCount":177,)"
-                        R"("errors":[]})"
-                        "\n");
+  EXPECT_EQ(run.output,
+            R"({"published":true,"version":3,"layoutCount":9,"nodeCount":177,"errors":[]})"
+            "\n");
   EXPECT_EQ(ReadBytes(CustomModelControlPath()), CustomModelControlRecord(3));
   // The current and the previous snapshot stay; only the version word tells them apart.
   EXPECT_FALSE(FileExists(CustomModelSnapshotPath(1)));
@@ -125,26 +118,12 @@ TEST(CustomModelE2e, ShippedBaselinePublishedAndReadBackPerTarget) {
   PublishShipped(1);
 }
 
-// Eight file-item layouts of 4,100 rows each compile to an image past 4 MiB.
+// One title of 2,100,000 characters compiles to an image past 4 MiB.
 std::string OversizedBaseline() {
-  std::string text = R"({"document_kind":"baseline","schema_version":2,"layouts":[)";
-  for (int l = 0; l < 8; ++l) {
-    text += (l ? "," : "") + R"({"id":"big-)"s + std::to_string(l) +
-            R"(","match":{"family":"file-item","extension":".big)" + std::to_string(l) +
-            R"("},"items":[)";
-    for (int m = 0; m < 100; ++m) {
-      text +=
-          (m ? "," : "") + R"({"type":"submenu","id":"m)"s + std::to_string(m) + R"(","items":[)";
-      for (int c = 0; c < 40; ++c) {
-        const std::string id = std::to_string(m) + "-" + std::to_string(c);
-        text += (c ? "," : "") + R"({"type":"command","id":"c)"s + id +
-                R"(","command_id":"windows:c)" + id + R"("})";
-      }
-      text += "]}";
-    }
-    text += "]}";
-  }
-  return text + "]}";
+  return R"({"document_kind":"baseline","schema_version":2,"layouts":[{"id":"big","match":)"
+         R"({"family":"file-item"},"items":[{"type":"submenu","id":"m","title_override":")" +
+         std::string(2'100'000, 'x') +
+         R"(","items":[{"type":"command","id":"c","command_id":"windows:c"}]}]}]})";
 }
 
 // Each refusal prints its errors, then the sentence of its verb, and publishes nothing.
@@ -177,17 +156,6 @@ TEST(CustomModelE2e, RefusalsLeaveThePublishedModelAsItWas) {
       {L"validate", 2, broken, notJson},
       {L"publish-user", 3, unknownNode, nope},
       {L"validate-user", 3, unknownNode, nope},
-      {L"publish-user", 3, kHeader + R"("command_defaults":[{"command_id":"windows:open"}]})",
-       "command_defaults names 'windows:open', which has no shared settings."},
-      {L"publish-user", 3,
-       R"({"document_kind":"overlay","schema_version":2,"baseline_version":"other"})",
-       "The overlay was authored against baseline version 'other' but the current baseline is "
-       "'win11-shell-2026.11'."},
-      {L"publish-user", 3,
-       R"({"document_kind":"overlay","schema_version":2,"base_id":"compact",)"
-       R"("baseline_version":"win11-shell-2026.08-slice2"})",
-       "These customizations were made for the 'compact' menu style, but the 'create-organize' "
-       "style is in use."},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.error);
@@ -270,13 +238,13 @@ TEST(CustomModelE2e, OverlayValidatedPublishedAndMigrated) {
   EXPECT_PRED2(Has, run.output,
                "  - [withheld-slots-new] (withheld - slots kept from a hidden subtree)\n"
                "    - [new-item-types] (windows extension slot)\n");
-  EXPECT_PRED2(Lacks, run.output, "[sort]");
+  EXPECT_FALSE(Has(run.output, "[sort]"));
   run = Model({L"effective", L"folder-background"});
   EXPECT_PRED2(Has, run.output,
                "    - [paste-shortcut] command windows:paste-shortcut\n  - (separator)\n");
   EXPECT_PRED2(Has, run.output,
                "    - [my-tool] command user:{00000000-0000-0000-0000-0000000000aa}\n  - [sort]");
-  EXPECT_PRED2(Lacks, Model({L"effective", L"drive", L"--json"}).output, "\"more-open\"");
+  EXPECT_FALSE(Has(Model({L"effective", L"drive", L"--json"}).output, "\"more-open\""));
 
   // An overlay saved by the predecessor release: its prefixed ids are migrated and the
   // re-stamped overlay is saved back before the publication; validation saves nothing.
@@ -324,7 +292,7 @@ TEST(CustomModelE2e, OverlayResetWholeAndByTarget) {
   EXPECT_EQ(ReadBytes(overlay), text);
   reset(L"reset", {L"drive"},
         "Reset target 'drive' and republished: version 2, 9 layout(s), 176 node(s).\n");
-  EXPECT_PRED2(Lacks, ReadBytes(overlay), "eject");
+  EXPECT_FALSE(Has(ReadBytes(overlay), "eject"));
   EXPECT_PRED2(Has, ReadBytes(overlay), "refresh");
   reset(L"reset", {},
         "Removed the overlay and republished the baseline: version 3, 9 layout(s), 177 "
@@ -348,18 +316,17 @@ TEST(CustomModelE2e, PlacementOverlayWithEditsPoliciesAndDefinitions) {
   WriteBytes(
       scratch + L"\\overlay.json",
       R"({"document_kind":"overlay","schema_version":3,"baseline_version":"win11-shell-2026.11",)"
-      R"("command_definitions":[{"command_id":")" +
-          pad +
-          R"(","title":"Edit with Pad",)"
-          R"("executable":"C:\\pad.exe","arguments":["%1"]}],)"
-          R"("command_policies":[{"command_id":"windows:properties","hidden":true},)"
-          R"({"command_id":"windows:properties","match":{"family":"file-item","extension":".txt"},)"
-          R"("title_override":"Details"}],"layout_edits":[{"id":"file-item-default","edits":[)"
-          R"({"action":"insert","node":{"type":"command","id":"pad","command_id":")" +
-          pad + R"(","commands_plus_ref":")" + pad +
-          R"("},"anchor_id":"open-with","after":true},)"
-          R"({"action":"move","node":{"id":"properties"},"position":"end","parent_id":"open-with"},)"
-          R"({"action":"remove","node":{"id":"pin-to-start"}}]}]})");
+      R"("command_definitions":[{"command_id":"user:{00000000-0000-0000-0000-0000000000bb}",)"
+      R"("title":"Edit with Pad","executable":"C:\\pad.exe","arguments":["%1"]}],)"
+      R"("command_policies":[{"command_id":"windows:properties","hidden":true},)"
+      R"({"command_id":"windows:properties","match":{"family":"file-item","extension":".txt"},)"
+      R"("title_override":"Details"}],"layout_edits":[{"id":"file-item-default","edits":[)"
+      R"({"action":"insert","node":{"type":"command","id":"pad",)"
+      R"("command_id":"user:{00000000-0000-0000-0000-0000000000bb}",)"
+      R"("commands_plus_ref":"user:{00000000-0000-0000-0000-0000000000bb}"},)"
+      R"("anchor_id":"open-with","after":true},)"
+      R"({"action":"move","node":{"id":"properties"},"position":"end","parent_id":"open-with"},)"
+      R"({"action":"remove","node":{"id":"pin-to-start"}}]}]})");
   EXPECT_EQ(
       Model({L"publish-user", Schema(), scratch + L"\\baseline.json", scratch + L"\\overlay.json"})
           .output,
@@ -370,7 +337,7 @@ TEST(CustomModelE2e, PlacementOverlayWithEditsPoliciesAndDefinitions) {
       << text;
   EXPECT_PRED2(Has, text,
                "    - [properties] command windows:properties\n  - [pad] command " + pad);
-  EXPECT_PRED2(Lacks, text, "pin-to-start");
+  EXPECT_FALSE(Has(text, "pin-to-start"));
   // The user's own definition is marked as declared by the overlay.
   const std::string image = ReadBytes(CustomModelSnapshotPath(1));
   CustomModelView view;
@@ -391,7 +358,6 @@ TEST(CustomModelE2e, ArgumentErrorsAndStubs) {
       {{L"publish", L"a", L"--json"}, "custom-model publish needs <schema> <baseline>.\n"},
       {{L"publish-user", L"a", L"b"},
        "custom-model publish-user needs <schema> <baseline> <overlay>.\n"},
-      {{L"validate-user"}, "custom-model validate-user needs <schema> <baseline> <overlay>.\n"},
       {{L"effective"}, "custom-model effective needs <target>.\n"},
       {{L"effective", L"bogus"}, unknownTarget},
       {{L"reset"}, "custom-model reset needs <schema> <baseline> [target] in this pass.\n"},
