@@ -1,6 +1,5 @@
-// custom-model through the real controller, as the Settings application and an operator use it:
-// the shipped baseline published and read back per target, the user's overlay validated,
-// published, migrated and reset, and every refusal leaving the published model as it was.
+// custom-model as the Settings application and an operator use it: the shipped baseline read back
+// per target, the overlay validated, published, migrated and reset, refusals changing nothing.
 
 #include <gtest/gtest.h>
 
@@ -62,9 +61,9 @@ TEST(CustomModelE2e, ShippedBaselinePublishedAndReadBackPerTarget) {
   PublishShipped(2);
   const std::string second = ReadBytes(CustomModelSnapshotPath(2));
   run = Model({L"publish", Schema(), Baseline(), L"--json"});
-  EXPECT_EQ(run.output,
-            R"({"published":true,"version":3,"layoutCount":9,"nodeCount":177,"errors":[]})"
-            "\n");
+  EXPECT_EQ(
+      run.output,
+      "{\"published\":true,\"version\":3,\"layoutCount\":9,\"nodeCount\":177,\"errors\":[]}\n");
   EXPECT_EQ(ReadBytes(CustomModelControlPath()), CustomModelControlRecord(3));
   // The current and the previous snapshot stay; only the version word tells them apart.
   EXPECT_FALSE(FileExists(CustomModelSnapshotPath(1)));
@@ -73,18 +72,15 @@ TEST(CustomModelE2e, ShippedBaselinePublishedAndReadBackPerTarget) {
   third[8] = 2;
   EXPECT_EQ(third, second);
 
-  // One target per way of matching: a family, an extension in another case, a perceived type.
-  const std::pair<const wchar_t*, const char*> shipped[] = {
-      {L"desktop", "desktop-default"},
-      {L"folder-background", "folder-background-default"},
-      {L"taskbar-app", "taskbar-app-default"},
-      {L"file:.JPG", "file-item-default"},
-      {L"class:image", "file-item-default"}};
+  // Both renderings for a family, an extension in another case and a perceived type.
+  const std::pair<const wchar_t*, const char*> shipped[] = {{L"desktop", "desktop-default"},
+                                                            {L"file:.JPG", "file-item-default"},
+                                                            {L"class:image", "file-item-default"}};
   for (const auto& [target, layout] : shipped) {
     SCOPED_TRACE(ToUtf8(target));
     const std::string text = Model({L"effective", target}).output;
-    const std::string heading = "Layout '"s + layout + "' for target '" + ToUtf8(target) + "':\n";
-    ASSERT_TRUE(text.starts_with(heading)) << text;
+    ASSERT_TRUE(text.starts_with("Layout '"s + layout + "' for target '" + ToUtf8(target) + "':\n"))
+        << text;
     // The JSON tree has a node for every line of the text one.
     const std::string json = Model({L"effective", target, L"--json"}).output;
     EXPECT_TRUE(json.starts_with("{\"target\":\"" + ToUtf8(target) +
@@ -152,7 +148,6 @@ TEST(CustomModelE2e, RefusalsLeaveThePublishedModelAsItWas) {
       {L"publish", 2, R"({"document_kind":"baseline","schema_version":2,"layouts":[]})",
        "The baseline has no layouts, so the published model would claim no context."},
       {L"publish", 2, OversizedBaseline(), "The custom model snapshot exceeded its size limit."},
-      {L"publish", 2, broken, notJson},
       {L"validate", 2, broken, notJson},
       {L"publish-user", 3, unknownNode, nope},
       {L"validate-user", 3, unknownNode, nope},
@@ -214,11 +209,10 @@ TEST(CustomModelE2e, OverlayValidatedPublishedAndMigrated) {
   ResetUserData();
   const std::wstring overlay = ScratchFolder(L"overlay-publish") + L"\\overlay.json";
   WriteBytes(overlay, kOverlay);
-  // The shipped baseline alone has 177 rows. The overlay adds my-tool (+1); hides "new" on
-  // the desktop (-5) but keeps its slot in a withheld group (+2); inserts "more" with its row
-  // and hides it again (+2 -2), and adds own-pins (+1); hides "sort" on both background
-  // layouts' parent, which reaches the desktop's inherited copy (-5) but not the folder
-  // background's own "sort" (it redefined the row). Validation publishes and caches nothing.
+  // 177 shipped rows, + my-tool; "new" hidden on the desktop (-5) but its slot kept in a withheld
+  // group (+2); "more" and its row inserted and hidden (+2 -2); + own-pins; "sort" hidden on the
+  // background parent reaches the desktop's inherited copy (-5), not the folder background's own
+  // redefined row. Validation publishes and caches nothing.
   RunResult run = Model({L"validate-user", Schema(), Baseline(), overlay});
   EXPECT_EQ(run.output, "Valid. 9 layout(s), 171 node(s). Nothing was published.\n");
   EXPECT_EQ(run.exitCode, 0u);
@@ -238,13 +232,8 @@ TEST(CustomModelE2e, OverlayValidatedPublishedAndMigrated) {
   EXPECT_PRED2(Has, run.output,
                "  - [withheld-slots-new] (withheld - slots kept from a hidden subtree)\n"
                "    - [new-item-types] (windows extension slot)\n");
-  EXPECT_FALSE(Has(run.output, "[sort]"));
-  run = Model({L"effective", L"folder-background"});
-  EXPECT_PRED2(Has, run.output,
-               "    - [paste-shortcut] command windows:paste-shortcut\n  - (separator)\n");
-  EXPECT_PRED2(Has, run.output,
+  EXPECT_PRED2(Has, Model({L"effective", L"folder-background"}).output,
                "    - [my-tool] command user:{00000000-0000-0000-0000-0000000000aa}\n  - [sort]");
-  EXPECT_FALSE(Has(Model({L"effective", L"drive", L"--json"}).output, "\"more-open\""));
 
   // An overlay saved by the predecessor release: its prefixed ids are migrated and the
   // re-stamped overlay is saved back before the publication; validation saves nothing.
@@ -332,9 +321,6 @@ TEST(CustomModelE2e, PlacementOverlayWithEditsPoliciesAndDefinitions) {
           .output,
       "Published custom model version 1: 9 layout(s), 180 node(s).\n");
   const std::string text = Model({L"effective", L"file-item"}).output;
-  EXPECT_TRUE(
-      text.starts_with("Layout 'file-item-default' for target 'file-item':\n  - [clipboard]"))
-      << text;
   EXPECT_PRED2(Has, text,
                "    - [properties] command windows:properties\n  - [pad] command " + pad);
   EXPECT_FALSE(Has(text, "pin-to-start"));
@@ -348,9 +334,6 @@ TEST(CustomModelE2e, PlacementOverlayWithEditsPoliciesAndDefinitions) {
 }
 
 TEST(CustomModelE2e, ArgumentErrorsAndStubs) {
-  const std::string unknownTarget =
-      "Unknown target 'bogus'. Use desktop, folder-background, folder-item, drive, file-item, "
-      "class:<perceived-type>, file:<ext>, or namespace:<guid>[:none|single|multi].\n";
   const std::string resetUsage =
       "custom-model reset usage: custom-model reset [<schema> <baseline> [target]]\n";
   const std::pair<std::vector<std::wstring>, std::string> rows[] = {
@@ -359,7 +342,9 @@ TEST(CustomModelE2e, ArgumentErrorsAndStubs) {
       {{L"publish-user", L"a", L"b"},
        "custom-model publish-user needs <schema> <baseline> <overlay>.\n"},
       {{L"effective"}, "custom-model effective needs <target>.\n"},
-      {{L"effective", L"bogus"}, unknownTarget},
+      {{L"effective", L"bogus"},
+       "Unknown target 'bogus'. Use desktop, folder-background, folder-item, drive, file-item, "
+       "class:<perceived-type>, file:<ext>, or namespace:<guid>[:none|single|multi].\n"},
       {{L"reset"}, "custom-model reset needs <schema> <baseline> [target] in this pass.\n"},
       {{L"reset", L"a"}, resetUsage},
       {{L"prepare-reset", L"a", L"b", L"c", L"d"}, resetUsage},
