@@ -17,12 +17,8 @@ namespace {
 
 using namespace std::string_literals;
 
-std::wstring Schema() {
-  return InstallFolder() + L"\\Schema\\custom-menu.schema.json";
-}
-std::wstring Baseline() {
-  return InstallFolder() + L"\\Content\\Menus\\create-organize.baseline.json";
-}
+const std::wstring kSchema = InstallFolder() + L"\\Schema\\custom-menu.schema.json";
+const std::wstring kBaseline = InstallFolder() + L"\\Content\\Menus\\create-organize.baseline.json";
 
 RunResult Model(std::vector<std::wstring> args) {
   args.insert(args.begin(), L"custom-model");
@@ -45,7 +41,7 @@ const std::string kHeader =
     R"({"document_kind":"overlay","schema_version":2,"baseline_version":"win11-shell-2026.11",)";
 
 void PublishShipped(uint32_t version) {
-  const RunResult run = Model({L"publish", Schema(), Baseline()});
+  const RunResult run = Model({L"publish", kSchema, kBaseline});
   EXPECT_EQ(run.output, "Published custom model version " + std::to_string(version) +
                             ": 9 layout(s), 177 node(s).\n");
   EXPECT_EQ(run.exitCode, 0u);
@@ -53,14 +49,14 @@ void PublishShipped(uint32_t version) {
 
 TEST(CustomModelE2e, ShippedBaselinePublishedAndReadBackPerTarget) {
   ResetUserData();
-  RunResult run = Model({L"validate", Schema(), Baseline()});
+  RunResult run = Model({L"validate", kSchema, kBaseline});
   EXPECT_EQ(run.output, "Valid. 9 layout(s), 177 node(s). Nothing was published.\n");
   EXPECT_EQ(run.exitCode, 0u);
   EXPECT_EQ(Model({L"effective", L"desktop", L"--json"}).output, kNothingPublished);
   PublishShipped(1);
   PublishShipped(2);
   const std::string second = ReadBytes(CustomModelSnapshotPath(2));
-  run = Model({L"publish", Schema(), Baseline(), L"--json"});
+  run = Model({L"publish", kSchema, kBaseline, L"--json"});
   EXPECT_EQ(
       run.output,
       "{\"published\":true,\"version\":3,\"layoutCount\":9,\"nodeCount\":177,\"errors\":[]}\n");
@@ -132,7 +128,6 @@ TEST(CustomModelE2e, RefusalsLeaveThePublishedModelAsItWas) {
   const std::string notJson =
       "The schema or baseline is not valid JSON.\n  error:   The baseline has a JSON parse error "
       "at offset 29: Missing a name for object member.";
-  const std::string schemaRule = "The baseline does not satisfy custom-menu.schema.json. The ";
   const std::string unknownNode =
       kHeader + R"("node_overrides":[{"layout_id":"drive-default","node_id":"nope"}]})";
   const std::string nope =
@@ -143,8 +138,8 @@ TEST(CustomModelE2e, RefusalsLeaveThePublishedModelAsItWas) {
     std::string document, error;
   } rows[] = {
       {L"publish", 1, R"({"definitions":{"a":{"$ref":"#/definitions/a"}}})",
-       schemaRule + "schema at '#/definitions/a' refers back to itself without descending into "
-                    "the document."},
+       "The baseline does not satisfy custom-menu.schema.json. The schema at '#/definitions/a' "
+       "refers back to itself without descending into the document."},
       {L"publish", 2, R"({"document_kind":"baseline","schema_version":2,"layouts":[]})",
        "The baseline has no layouts, so the published model would claim no context."},
       {L"publish", 2, OversizedBaseline(), "The custom model snapshot exceeded its size limit."},
@@ -154,7 +149,7 @@ TEST(CustomModelE2e, RefusalsLeaveThePublishedModelAsItWas) {
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.error);
-    std::vector<std::wstring> args = {row.verb, Schema(), Baseline(), scratch + L"\\doc.json"};
+    std::vector<std::wstring> args = {row.verb, kSchema, kBaseline, scratch + L"\\doc.json"};
     WriteBytes(args.back(), row.document);
     if (row.slot < 3) {
       std::swap(args[row.slot], args.back());
@@ -171,14 +166,14 @@ TEST(CustomModelE2e, RefusalsLeaveThePublishedModelAsItWas) {
   const std::string refused =
       "{\"published\":false,\"version\":0,\"layoutCount\":0,\"nodeCount\":0,\"errors\":[";
   WriteBytes(scratch + L"\\broken.json", broken);
-  EXPECT_EQ(Model({L"publish", Schema(), scratch + L"\\broken.json", L"--json"}).output,
+  EXPECT_EQ(Model({L"publish", kSchema, scratch + L"\\broken.json", L"--json"}).output,
             refused +
                 "\"The schema or baseline is not valid JSON.\",\"The baseline has a JSON "
                 "parse error at offset 29: Missing a name for object member.\"]}\n");
   const std::wstring missing = scratch + L"\\missing.json";
-  EXPECT_EQ(Model({L"publish-user", Schema(), Baseline(), missing, L"--json"}).output,
+  EXPECT_EQ(Model({L"publish-user", kSchema, kBaseline, missing, L"--json"}).output,
             refused + "\"The schema, baseline or overlay file could not be read.\"]}\n");
-  const RunResult run = Model({L"publish", Schema(), missing});
+  const RunResult run = Model({L"publish", kSchema, missing});
   EXPECT_EQ(run.output, "ERROR: The schema or baseline file could not be read.\n" + kStillInEffect);
   EXPECT_EQ(run.exitCode, 1u);
   EXPECT_EQ(ReadBytes(CustomModelControlPath()), control);
@@ -213,15 +208,15 @@ TEST(CustomModelE2e, OverlayValidatedPublishedAndMigrated) {
   // group (+2); "more" and its row inserted and hidden (+2 -2); + own-pins; "sort" hidden on the
   // background parent reaches the desktop's inherited copy (-5), not the folder background's own
   // redefined row. Validation publishes and caches nothing.
-  RunResult run = Model({L"validate-user", Schema(), Baseline(), overlay});
+  RunResult run = Model({L"validate-user", kSchema, kBaseline, overlay});
   EXPECT_EQ(run.output, "Valid. 9 layout(s), 171 node(s). Nothing was published.\n");
   EXPECT_EQ(run.exitCode, 0u);
-  EXPECT_EQ(Model({L"validate-user", Schema(), Baseline(), overlay, L"--json"}).output,
+  EXPECT_EQ(Model({L"validate-user", kSchema, kBaseline, overlay, L"--json"}).output,
             "{\"published\":false,\"version\":0,\"layoutCount\":9,\"nodeCount\":171,"
             "\"errors\":[]}\n");
   EXPECT_FALSE(FileExists(CustomModelControlPath()));
   EXPECT_FALSE(DirectoryExists(ProductFolder() + L"\\user-icons"));
-  EXPECT_EQ(Model({L"publish-user", Schema(), Baseline(), overlay}).output,
+  EXPECT_EQ(Model({L"publish-user", kSchema, kBaseline, overlay}).output,
             "Published custom model version 1: 9 layout(s), 171 node(s).\n");
   // The icon was extracted once into the cache, and the published rows name the cached file.
   const std::wstring icon = UserIconCachePath(L"C:\\windows\\notepad.exe");
@@ -242,9 +237,9 @@ TEST(CustomModelE2e, OverlayValidatedPublishedAndMigrated) {
       R"("win11-shell-2026.08-slice2","node_overrides":[{"layout_id":)"
       R"("folder-background-default","node_id":"fb-group","visibility":"hidden"}]})";
   WriteBytes(overlay, legacy);
-  EXPECT_EQ(Model({L"validate-user", Schema(), Baseline(), overlay}).exitCode, 0u);
+  EXPECT_EQ(Model({L"validate-user", kSchema, kBaseline, overlay}).exitCode, 0u);
   EXPECT_EQ(ReadBytes(overlay), legacy);
-  EXPECT_EQ(Model({L"publish-user", Schema(), Baseline(), overlay}).output,
+  EXPECT_EQ(Model({L"publish-user", kSchema, kBaseline, overlay}).output,
             "Published custom model version 2: 9 layout(s), 169 node(s).\n");
   const std::string saved = ReadBytes(overlay);
   EXPECT_PRED2(Has, saved, "\"baseline_version\": \"win11-shell-2026.11\"");
@@ -256,7 +251,7 @@ TEST(CustomModelE2e, OverlayResetWholeAndByTarget) {
   const std::wstring overlay = OverlayPath(L"");
   const auto reset = [](const wchar_t* verb, std::vector<std::wstring> target,
                         const std::string& output, DWORD exitCode = 0) {
-    target.insert(target.begin(), {verb, Schema(), Baseline()});
+    target.insert(target.begin(), {verb, kSchema, kBaseline});
     const RunResult run = Model(target);
     EXPECT_EQ(run.output, output);
     EXPECT_EQ(run.exitCode, exitCode);
@@ -291,14 +286,14 @@ TEST(CustomModelE2e, OverlayResetWholeAndByTarget) {
   reset(L"reset", {L"drive"},
         "The overlay file is not valid JSON; cannot perform a target-scoped reset.\n", 1);
   // A full reset refuses an invalid baseline before it touches the overlay.
-  EXPECT_EQ(Model({L"reset", Schema(), Schema()}).exitCode, 1u);
+  EXPECT_EQ(Model({L"reset", kSchema, kSchema}).exitCode, 1u);
   EXPECT_EQ(ReadBytes(overlay), "{not json");
 }
 
 TEST(CustomModelE2e, PlacementOverlayWithEditsPoliciesAndDefinitions) {
   ResetUserData();
   const std::wstring scratch = ScratchFolder(L"overlay-placement");
-  std::string baseline = ReadBytes(Baseline());
+  std::string baseline = ReadBytes(kBaseline);
   baseline.replace(baseline.find("\"schema_version\": 2"), 19, "\"schema_version\": 3");
   WriteBytes(scratch + L"\\baseline.json", baseline);
   const std::string pad = "user:{00000000-0000-0000-0000-0000000000bb}";
@@ -317,7 +312,7 @@ TEST(CustomModelE2e, PlacementOverlayWithEditsPoliciesAndDefinitions) {
       R"({"action":"move","node":{"id":"properties"},"position":"end","parent_id":"open-with"},)"
       R"({"action":"remove","node":{"id":"pin-to-start"}}]}]})");
   EXPECT_EQ(
-      Model({L"publish-user", Schema(), scratch + L"\\baseline.json", scratch + L"\\overlay.json"})
+      Model({L"publish-user", kSchema, scratch + L"\\baseline.json", scratch + L"\\overlay.json"})
           .output,
       "Published custom model version 1: 9 layout(s), 180 node(s).\n");
   const std::string text = Model({L"effective", L"file-item"}).output;
