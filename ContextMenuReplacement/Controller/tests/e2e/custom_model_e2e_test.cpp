@@ -336,6 +336,7 @@ TEST(CustomModelE2e, ArgumentErrorsAndStubs) {
       {{L"publish", L"a", L"--json"}, "custom-model publish needs <schema> <baseline>.\n"},
       {{L"publish-user", L"a", L"b"},
        "custom-model publish-user needs <schema> <baseline> <overlay>.\n"},
+      {{L"validate-user"}, "custom-model validate-user needs <schema> <baseline> <overlay>.\n"},
       {{L"effective"}, "custom-model effective needs <target>.\n"},
       {{L"effective", L"bogus"},
        "Unknown target 'bogus'. Use desktop, folder-background, folder-item, drive, file-item, "
