@@ -7,9 +7,8 @@
 namespace cmr {
 namespace {
 
-// What a parsed row carries that no published tree shows: the settings objects with their
-// defaults, the argument tokens, the declared order and the internal keys flattening and the
-// overlay merge write.
+// What a parsed row carries that no published tree shows: settings objects and their defaults,
+// argument tokens, the declared order, and the internal keys flattening and overlay merge write.
 TEST(ModelDocumentNodes, ReadsSettingsAndInternalKeys) {
   const std::string text =
       R"({"document_kind":"baseline","layouts":[{"id":"l","match":{"family":"file-item"},"items":[)"

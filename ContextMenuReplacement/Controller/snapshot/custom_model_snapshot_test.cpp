@@ -67,10 +67,7 @@ TEST(CustomModelSnapshot, GoldenBytesOfASmallModel) {
          0,  0, 0, 0,  none, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0});
   words({35, 3, 3, 0, 0,    0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,
          0,  0, 0, 0, none, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0});
-  const std::u16string pool(
-      u"\0desktop-default\0open\0windows:open\0sep\0"
-      u"1.0\0",
-      43);
+  const std::u16string pool(u"\0desktop-default\0open\0windows:open\0sep\0001.0\0", 43);
   expected.append(reinterpret_cast<const char*>(pool.data()), pool.size() * 2);
   ASSERT_EQ(expected.size(), 502u);
   EXPECT_EQ(Image(SmallModel(), 7), expected);

@@ -45,16 +45,9 @@ class LifecycleStateTest : public ::testing::Test {
 
 TEST_F(LifecycleStateTest, WholeRecordRoundTripsAndSideValuesStayOutOfIt) {
   EXPECT_EQ(ReadState(), LifecycleState{});
-  const LifecycleState state{true,
-                             true,
-                             true,
-                             7,
-                             true,
-                             L"C:\\x.dll",
-                             L"2026-11-23 13:00:00",
-                             9,
-                             0x01DC5C0011223344ull,
-                             0x01DC5C0055667788ull};
+  LifecycleState state{true, true, true, 7, true, L"C:\\x.dll", L"2026-11-23 13:00:00", 9};
+  state.restartWindowStart = 0x01DC5C0011223344ull;
+  state.lastExplorerStart = 0x01DC5C0055667788ull;
   ASSERT_TRUE(WriteState(state).ok());
   EXPECT_EQ(ReadState(), state);
   EXPECT_EQ(WriteLastReplacementMode(4), static_cast<DWORD>(ERROR_SUCCESS));

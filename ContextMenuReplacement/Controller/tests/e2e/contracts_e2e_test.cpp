@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "common/data_paths.h"
 #include "common/file_io.h"
 #include "tests/e2e/harness.h"
@@ -14,33 +16,25 @@ std::wstring Staged(const wchar_t* relative) {
   return JoinPath(InstallFolder(), relative);
 }
 
-const std::wstring kSchema = L"Schema\\custom-menu.schema.json";
-
 // Every line but the last is "PASS  <name>"; the last counts them.
 void ExpectAllPassed(const RunResult& run, size_t atLeast) {
   EXPECT_EQ(run.exitCode, 0u) << run.output;
-  size_t passed = 0, start = 0;
-  for (size_t end = run.output.find('\n'); end != std::string::npos;
-       start = end + 1, end = run.output.find('\n', start)) {
-    const std::string line = run.output.substr(start, end - start);
-    if (line.rfind("PASS  ", 0) == 0) {
-      ++passed;
-    } else {
-      EXPECT_EQ(line, std::to_string(passed) + " passed, 0 failed.");
-      EXPECT_EQ(end + 1, run.output.size()) << "the summary is not the last line";
-    }
-  }
-  EXPECT_GE(passed, atLeast) << run.output;
+  size_t passed = run.output.starts_with("PASS  ");
+  for (size_t at = 0; (at = run.output.find("\nPASS  ", at)) != std::string::npos; ++at) ++passed;
+  EXPECT_TRUE(run.output.ends_with("\n" + std::to_string(passed) + " passed, 0 failed.\n"));
+  EXPECT_EQ(static_cast<size_t>(std::ranges::count(run.output, '\n')), passed + 1) << run.output;
+  EXPECT_GE(passed, atLeast);
 }
 
 TEST(ContractsE2e, ShippedFixturesPassAndNothingIsWritten) {
   ResetUserData();
-  const RunResult model = RunController({L"model-contracts", Staged(kSchema.c_str()),
-                                         Staged(L"Content\\Contracts\\model"),
-                                         Staged(L"Content\\Menus\\create-organize.baseline.json")});
+  const RunResult model =
+      RunController({L"model-contracts", Staged(L"Schema\\custom-menu.schema.json"),
+                     Staged(L"Content\\Contracts\\model"),
+                     Staged(L"Content\\Menus\\create-organize.baseline.json")});
   EXPECT_NE(model.output.find("PASS  shipped create-organize.baseline.json\n"), std::string::npos);
   ExpectAllPassed(model, 16);
-  ExpectAllPassed(RunController({L"placement-contracts", Staged(kSchema.c_str()),
+  ExpectAllPassed(RunController({L"placement-contracts", Staged(L"Schema\\custom-menu.schema.json"),
                                  Staged(L"Content\\Contracts\\placement")}),
                   5);
   EXPECT_FALSE(DirectoryExists(ProductFolder()));
@@ -54,22 +48,19 @@ TEST(ContractsE2e, AWrongExpectationFailsWithItsReason) {
   WriteBytes(JoinPath(folder, L"a-refusal.json"),
              R"({"baseline": {"document_kind": "baseline", "layouts": [{"id": "l", "items": []}]},)"
              R"( "expect": {"refusal": "Layout 'l' is fine."}})");
-  const struct {
-    std::vector<std::wstring> args;
-    std::string output;
-  } runs[] = {
-      {{L"placement-contracts", Staged(kSchema.c_str()), folder},
+  const std::pair<std::vector<std::wstring>, std::string> runs[] = {
+      {{L"placement-contracts", Staged(L"Schema\\custom-menu.schema.json"), folder},
        "FAIL  a-refusal: refused with \"Layout 'l' does not inherit from another layout, so it "
        "must declare at least one item.\", expected \"Layout 'l' is fine.\"\n"
        "FAIL  b-kind: case 2: \"windows:\" gave [\"invalid\"], expected [\"windows\"]\n"
        "0 passed, 2 failed.\n"},
-      {{L"model-contracts", Staged(kSchema.c_str()), folder, L"missing.json"},
+      {{L"model-contracts", Staged(L"Schema\\custom-menu.schema.json"), folder, L"missing.json"},
        "FAIL  shipped missing.json: 'missing.json' could not be read.\n"},
   };
-  for (const auto& run : runs) {
-    const RunResult result = RunController(run.args);
+  for (const auto& [args, output] : runs) {
+    const RunResult result = RunController(args);
     EXPECT_EQ(result.exitCode, 1u);
-    EXPECT_EQ(result.output.substr(0, run.output.size()), run.output);
+    EXPECT_EQ(result.output.substr(0, output.size()), output);
   }
 }
 

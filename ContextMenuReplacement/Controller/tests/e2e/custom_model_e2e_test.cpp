@@ -1,6 +1,5 @@
-// custom-model through the real controller, as the Settings application and an operator use it:
-// the shipped baseline published and read back per target, the user's overlay validated,
-// published, migrated and reset, and every refusal leaving the published model as it was.
+// custom-model as the Settings application and an operator use it: the shipped baseline read back
+// per target, the overlay validated, published, migrated and reset, refusals changing nothing.
 
 #include <gtest/gtest.h>
 
@@ -18,12 +17,8 @@ namespace {
 
 using namespace std::string_literals;
 
-std::wstring Schema() {
-  return InstallFolder() + L"\\Schema\\custom-menu.schema.json";
-}
-std::wstring Baseline() {
-  return InstallFolder() + L"\\Content\\Menus\\create-organize.baseline.json";
-}
+const std::wstring kSchema = InstallFolder() + L"\\Schema\\custom-menu.schema.json";
+const std::wstring kBaseline = InstallFolder() + L"\\Content\\Menus\\create-organize.baseline.json";
 
 RunResult Model(std::vector<std::wstring> args) {
   args.insert(args.begin(), L"custom-model");
@@ -32,9 +27,6 @@ RunResult Model(std::vector<std::wstring> args) {
 
 bool Has(const std::string& text, const std::string& part) {
   return text.find(part) != std::string::npos;
-}
-bool Lacks(const std::string& text, const std::string& part) {
-  return !Has(text, part);
 }
 size_t Count(const std::string& text, const std::string& part) {
   size_t n = 0;
@@ -49,7 +41,7 @@ const std::string kHeader =
     R"({"document_kind":"overlay","schema_version":2,"baseline_version":"win11-shell-2026.11",)";
 
 void PublishShipped(uint32_t version) {
-  const RunResult run = Model({L"publish", Schema(), Baseline()});
+  const RunResult run = Model({L"publish", kSchema, kBaseline});
   EXPECT_EQ(run.output, "Published custom model version " + std::to_string(version) +
                             ": 9 layout(s), 177 node(s).\n");
   EXPECT_EQ(run.exitCode, 0u);
@@ -57,21 +49,17 @@ void PublishShipped(uint32_t version) {
 
 TEST(CustomModelE2e, ShippedBaselinePublishedAndReadBackPerTarget) {
   ResetUserData();
-  RunResult run = Model({L"validate", Schema(), Baseline()});
+  RunResult run = Model({L"validate", kSchema, kBaseline});
   EXPECT_EQ(run.output, "Valid. 9 layout(s), 177 node(s). Nothing was published.\n");
   EXPECT_EQ(run.exitCode, 0u);
-  for (const RunResult& before :
-       {Model({L"effective", L"desktop"}), Model({L"effective", L"desktop", L"--json"})}) {
-    EXPECT_EQ(before.output, kNothingPublished);
-    EXPECT_EQ(before.exitCode, 1u);
-  }
+  EXPECT_EQ(Model({L"effective", L"desktop", L"--json"}).output, kNothingPublished);
   PublishShipped(1);
   PublishShipped(2);
   const std::string second = ReadBytes(CustomModelSnapshotPath(2));
-  run = Model({L"publish", Schema(), Baseline(), L"--json"});
-  EXPECT_EQ(run.output, R"({"published":true,"version":3,"layoutCount":9,"nodeCount":177,)"
-                        R"("errors":[]})"
-                        "\n");
+  run = Model({L"publish", kSchema, kBaseline, L"--json"});
+  EXPECT_EQ(
+      run.output,
+      "{\"published\":true,\"version\":3,\"layoutCount\":9,\"nodeCount\":177,\"errors\":[]}\n");
   EXPECT_EQ(ReadBytes(CustomModelControlPath()), CustomModelControlRecord(3));
   // The current and the previous snapshot stay; only the version word tells them apart.
   EXPECT_FALSE(FileExists(CustomModelSnapshotPath(1)));
@@ -80,18 +68,15 @@ TEST(CustomModelE2e, ShippedBaselinePublishedAndReadBackPerTarget) {
   third[8] = 2;
   EXPECT_EQ(third, second);
 
-  // One target per way of matching: a family, an extension in another case, a perceived type.
-  const std::pair<const wchar_t*, const char*> shipped[] = {
-      {L"desktop", "desktop-default"},
-      {L"folder-background", "folder-background-default"},
-      {L"taskbar-app", "taskbar-app-default"},
-      {L"file:.JPG", "file-item-default"},
-      {L"class:image", "file-item-default"}};
+  // Both renderings for a family, an extension in another case and a perceived type.
+  const std::pair<const wchar_t*, const char*> shipped[] = {{L"desktop", "desktop-default"},
+                                                            {L"file:.JPG", "file-item-default"},
+                                                            {L"class:image", "file-item-default"}};
   for (const auto& [target, layout] : shipped) {
     SCOPED_TRACE(ToUtf8(target));
     const std::string text = Model({L"effective", target}).output;
-    const std::string heading = "Layout '"s + layout + "' for target '" + ToUtf8(target) + "':\n";
-    ASSERT_TRUE(text.starts_with(heading)) << text;
+    ASSERT_TRUE(text.starts_with("Layout '"s + layout + "' for target '" + ToUtf8(target) + "':\n"))
+        << text;
     // The JSON tree has a node for every line of the text one.
     const std::string json = Model({L"effective", target, L"--json"}).output;
     EXPECT_TRUE(json.starts_with("{\"target\":\"" + ToUtf8(target) +
@@ -125,26 +110,12 @@ TEST(CustomModelE2e, ShippedBaselinePublishedAndReadBackPerTarget) {
   PublishShipped(1);
 }
 
-// Eight file-item layouts of 4,100 rows each compile to an image past 4 MiB.
+// One title of 2,100,000 characters compiles to an image past 4 MiB.
 std::string OversizedBaseline() {
-  std::string text = R"({"document_kind":"baseline","schema_version":2,"layouts":[)";
-  for (int l = 0; l < 8; ++l) {
-    text += (l ? "," : "") + R"({"id":"big-)"s + std::to_string(l) +
-            R"(","match":{"family":"file-item","extension":".big)" + std::to_string(l) +
-            R"("},"items":[)";
-    for (int m = 0; m < 100; ++m) {
-      text +=
-          (m ? "," : "") + R"({"type":"submenu","id":"m)"s + std::to_string(m) + R"(","items":[)";
-      for (int c = 0; c < 40; ++c) {
-        const std::string id = std::to_string(m) + "-" + std::to_string(c);
-        text += (c ? "," : "") + R"({"type":"command","id":"c)"s + id +
-                R"(","command_id":"windows:c)" + id + R"("})";
-      }
-      text += "]}";
-    }
-    text += "]}";
-  }
-  return text + "]}";
+  return R"({"document_kind":"baseline","schema_version":2,"layouts":[{"id":"big","match":)"
+         R"({"family":"file-item"},"items":[{"type":"submenu","id":"m","title_override":")" +
+         std::string(2'100'000, 'x') +
+         R"(","items":[{"type":"command","id":"c","command_id":"windows:c"}]}]}]})";
 }
 
 // Each refusal prints its errors, then the sentence of its verb, and publishes nothing.
@@ -157,7 +128,6 @@ TEST(CustomModelE2e, RefusalsLeaveThePublishedModelAsItWas) {
   const std::string notJson =
       "The schema or baseline is not valid JSON.\n  error:   The baseline has a JSON parse error "
       "at offset 29: Missing a name for object member.";
-  const std::string schemaRule = "The baseline does not satisfy custom-menu.schema.json. The ";
   const std::string unknownNode =
       kHeader + R"("node_overrides":[{"layout_id":"drive-default","node_id":"nope"}]})";
   const std::string nope =
@@ -168,30 +138,18 @@ TEST(CustomModelE2e, RefusalsLeaveThePublishedModelAsItWas) {
     std::string document, error;
   } rows[] = {
       {L"publish", 1, R"({"definitions":{"a":{"$ref":"#/definitions/a"}}})",
-       schemaRule + "schema at '#/definitions/a' refers back to itself without descending into "
-                    "the document."},
+       "The baseline does not satisfy custom-menu.schema.json. The schema at '#/definitions/a' "
+       "refers back to itself without descending into the document."},
       {L"publish", 2, R"({"document_kind":"baseline","schema_version":2,"layouts":[]})",
        "The baseline has no layouts, so the published model would claim no context."},
       {L"publish", 2, OversizedBaseline(), "The custom model snapshot exceeded its size limit."},
-      {L"publish", 2, broken, notJson},
       {L"validate", 2, broken, notJson},
       {L"publish-user", 3, unknownNode, nope},
       {L"validate-user", 3, unknownNode, nope},
-      {L"publish-user", 3, kHeader + R"("command_defaults":[{"command_id":"windows:open"}]})",
-       "command_defaults names 'windows:open', which has no shared settings."},
-      {L"publish-user", 3,
-       R"({"document_kind":"overlay","schema_version":2,"baseline_version":"other"})",
-       "The overlay was authored against baseline version 'other' but the current baseline is "
-       "'win11-shell-2026.11'."},
-      {L"publish-user", 3,
-       R"({"document_kind":"overlay","schema_version":2,"base_id":"compact",)"
-       R"("baseline_version":"win11-shell-2026.08-slice2"})",
-       "These customizations were made for the 'compact' menu style, but the 'create-organize' "
-       "style is in use."},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.error);
-    std::vector<std::wstring> args = {row.verb, Schema(), Baseline(), scratch + L"\\doc.json"};
+    std::vector<std::wstring> args = {row.verb, kSchema, kBaseline, scratch + L"\\doc.json"};
     WriteBytes(args.back(), row.document);
     if (row.slot < 3) {
       std::swap(args[row.slot], args.back());
@@ -208,14 +166,14 @@ TEST(CustomModelE2e, RefusalsLeaveThePublishedModelAsItWas) {
   const std::string refused =
       "{\"published\":false,\"version\":0,\"layoutCount\":0,\"nodeCount\":0,\"errors\":[";
   WriteBytes(scratch + L"\\broken.json", broken);
-  EXPECT_EQ(Model({L"publish", Schema(), scratch + L"\\broken.json", L"--json"}).output,
+  EXPECT_EQ(Model({L"publish", kSchema, scratch + L"\\broken.json", L"--json"}).output,
             refused +
                 "\"The schema or baseline is not valid JSON.\",\"The baseline has a JSON "
                 "parse error at offset 29: Missing a name for object member.\"]}\n");
   const std::wstring missing = scratch + L"\\missing.json";
-  EXPECT_EQ(Model({L"publish-user", Schema(), Baseline(), missing, L"--json"}).output,
+  EXPECT_EQ(Model({L"publish-user", kSchema, kBaseline, missing, L"--json"}).output,
             refused + "\"The schema, baseline or overlay file could not be read.\"]}\n");
-  const RunResult run = Model({L"publish", Schema(), missing});
+  const RunResult run = Model({L"publish", kSchema, missing});
   EXPECT_EQ(run.output, "ERROR: The schema or baseline file could not be read.\n" + kStillInEffect);
   EXPECT_EQ(run.exitCode, 1u);
   EXPECT_EQ(ReadBytes(CustomModelControlPath()), control);
@@ -246,20 +204,19 @@ TEST(CustomModelE2e, OverlayValidatedPublishedAndMigrated) {
   ResetUserData();
   const std::wstring overlay = ScratchFolder(L"overlay-publish") + L"\\overlay.json";
   WriteBytes(overlay, kOverlay);
-  // The shipped baseline alone has 177 rows. The overlay adds my-tool (+1); hides "new" on
-  // the desktop (-5) but keeps its slot in a withheld group (+2); inserts "more" with its row
-  // and hides it again (+2 -2), and adds own-pins (+1); hides "sort" on both background
-  // layouts' parent, which reaches the desktop's inherited copy (-5) but not the folder
-  // background's own "sort" (it redefined the row). Validation publishes and caches nothing.
-  RunResult run = Model({L"validate-user", Schema(), Baseline(), overlay});
+  // 177 shipped rows, + my-tool; "new" hidden on the desktop (-5) but its slot kept in a withheld
+  // group (+2); "more" and its row inserted and hidden (+2 -2); + own-pins; "sort" hidden on the
+  // background parent reaches the desktop's inherited copy (-5), not the folder background's own
+  // redefined row. Validation publishes and caches nothing.
+  RunResult run = Model({L"validate-user", kSchema, kBaseline, overlay});
   EXPECT_EQ(run.output, "Valid. 9 layout(s), 171 node(s). Nothing was published.\n");
   EXPECT_EQ(run.exitCode, 0u);
-  EXPECT_EQ(Model({L"validate-user", Schema(), Baseline(), overlay, L"--json"}).output,
+  EXPECT_EQ(Model({L"validate-user", kSchema, kBaseline, overlay, L"--json"}).output,
             "{\"published\":false,\"version\":0,\"layoutCount\":9,\"nodeCount\":171,"
             "\"errors\":[]}\n");
   EXPECT_FALSE(FileExists(CustomModelControlPath()));
   EXPECT_FALSE(DirectoryExists(ProductFolder() + L"\\user-icons"));
-  EXPECT_EQ(Model({L"publish-user", Schema(), Baseline(), overlay}).output,
+  EXPECT_EQ(Model({L"publish-user", kSchema, kBaseline, overlay}).output,
             "Published custom model version 1: 9 layout(s), 171 node(s).\n");
   // The icon was extracted once into the cache, and the published rows name the cached file.
   const std::wstring icon = UserIconCachePath(L"C:\\windows\\notepad.exe");
@@ -270,13 +227,8 @@ TEST(CustomModelE2e, OverlayValidatedPublishedAndMigrated) {
   EXPECT_PRED2(Has, run.output,
                "  - [withheld-slots-new] (withheld - slots kept from a hidden subtree)\n"
                "    - [new-item-types] (windows extension slot)\n");
-  EXPECT_PRED2(Lacks, run.output, "[sort]");
-  run = Model({L"effective", L"folder-background"});
-  EXPECT_PRED2(Has, run.output,
-               "    - [paste-shortcut] command windows:paste-shortcut\n  - (separator)\n");
-  EXPECT_PRED2(Has, run.output,
+  EXPECT_PRED2(Has, Model({L"effective", L"folder-background"}).output,
                "    - [my-tool] command user:{00000000-0000-0000-0000-0000000000aa}\n  - [sort]");
-  EXPECT_PRED2(Lacks, Model({L"effective", L"drive", L"--json"}).output, "\"more-open\"");
 
   // An overlay saved by the predecessor release: its prefixed ids are migrated and the
   // re-stamped overlay is saved back before the publication; validation saves nothing.
@@ -285,9 +237,9 @@ TEST(CustomModelE2e, OverlayValidatedPublishedAndMigrated) {
       R"("win11-shell-2026.08-slice2","node_overrides":[{"layout_id":)"
       R"("folder-background-default","node_id":"fb-group","visibility":"hidden"}]})";
   WriteBytes(overlay, legacy);
-  EXPECT_EQ(Model({L"validate-user", Schema(), Baseline(), overlay}).exitCode, 0u);
+  EXPECT_EQ(Model({L"validate-user", kSchema, kBaseline, overlay}).exitCode, 0u);
   EXPECT_EQ(ReadBytes(overlay), legacy);
-  EXPECT_EQ(Model({L"publish-user", Schema(), Baseline(), overlay}).output,
+  EXPECT_EQ(Model({L"publish-user", kSchema, kBaseline, overlay}).output,
             "Published custom model version 2: 9 layout(s), 169 node(s).\n");
   const std::string saved = ReadBytes(overlay);
   EXPECT_PRED2(Has, saved, "\"baseline_version\": \"win11-shell-2026.11\"");
@@ -299,7 +251,7 @@ TEST(CustomModelE2e, OverlayResetWholeAndByTarget) {
   const std::wstring overlay = OverlayPath(L"");
   const auto reset = [](const wchar_t* verb, std::vector<std::wstring> target,
                         const std::string& output, DWORD exitCode = 0) {
-    target.insert(target.begin(), {verb, Schema(), Baseline()});
+    target.insert(target.begin(), {verb, kSchema, kBaseline});
     const RunResult run = Model(target);
     EXPECT_EQ(run.output, output);
     EXPECT_EQ(run.exitCode, exitCode);
@@ -324,7 +276,7 @@ TEST(CustomModelE2e, OverlayResetWholeAndByTarget) {
   EXPECT_EQ(ReadBytes(overlay), text);
   reset(L"reset", {L"drive"},
         "Reset target 'drive' and republished: version 2, 9 layout(s), 176 node(s).\n");
-  EXPECT_PRED2(Lacks, ReadBytes(overlay), "eject");
+  EXPECT_FALSE(Has(ReadBytes(overlay), "eject"));
   EXPECT_PRED2(Has, ReadBytes(overlay), "refresh");
   reset(L"reset", {},
         "Removed the overlay and republished the baseline: version 3, 9 layout(s), 177 "
@@ -334,43 +286,39 @@ TEST(CustomModelE2e, OverlayResetWholeAndByTarget) {
   reset(L"reset", {L"drive"},
         "The overlay file is not valid JSON; cannot perform a target-scoped reset.\n", 1);
   // A full reset refuses an invalid baseline before it touches the overlay.
-  EXPECT_EQ(Model({L"reset", Schema(), Schema()}).exitCode, 1u);
+  EXPECT_EQ(Model({L"reset", kSchema, kSchema}).exitCode, 1u);
   EXPECT_EQ(ReadBytes(overlay), "{not json");
 }
 
 TEST(CustomModelE2e, PlacementOverlayWithEditsPoliciesAndDefinitions) {
   ResetUserData();
   const std::wstring scratch = ScratchFolder(L"overlay-placement");
-  std::string baseline = ReadBytes(Baseline());
+  std::string baseline = ReadBytes(kBaseline);
   baseline.replace(baseline.find("\"schema_version\": 2"), 19, "\"schema_version\": 3");
   WriteBytes(scratch + L"\\baseline.json", baseline);
   const std::string pad = "user:{00000000-0000-0000-0000-0000000000bb}";
   WriteBytes(
       scratch + L"\\overlay.json",
       R"({"document_kind":"overlay","schema_version":3,"baseline_version":"win11-shell-2026.11",)"
-      R"("command_definitions":[{"command_id":")" +
-          pad +
-          R"(","title":"Edit with Pad",)"
-          R"("executable":"C:\\pad.exe","arguments":["%1"]}],)"
-          R"("command_policies":[{"command_id":"windows:properties","hidden":true},)"
-          R"({"command_id":"windows:properties","match":{"family":"file-item","extension":".txt"},)"
-          R"("title_override":"Details"}],"layout_edits":[{"id":"file-item-default","edits":[)"
-          R"({"action":"insert","node":{"type":"command","id":"pad","command_id":")" +
-          pad + R"(","commands_plus_ref":")" + pad +
-          R"("},"anchor_id":"open-with","after":true},)"
-          R"({"action":"move","node":{"id":"properties"},"position":"end","parent_id":"open-with"},)"
-          R"({"action":"remove","node":{"id":"pin-to-start"}}]}]})");
+      R"("command_definitions":[{"command_id":"user:{00000000-0000-0000-0000-0000000000bb}",)"
+      R"("title":"Edit with Pad","executable":"C:\\pad.exe","arguments":["%1"]}],)"
+      R"("command_policies":[{"command_id":"windows:properties","hidden":true},)"
+      R"({"command_id":"windows:properties","match":{"family":"file-item","extension":".txt"},)"
+      R"("title_override":"Details"}],"layout_edits":[{"id":"file-item-default","edits":[)"
+      R"({"action":"insert","node":{"type":"command","id":"pad",)"
+      R"("command_id":"user:{00000000-0000-0000-0000-0000000000bb}",)"
+      R"("commands_plus_ref":"user:{00000000-0000-0000-0000-0000000000bb}"},)"
+      R"("anchor_id":"open-with","after":true},)"
+      R"({"action":"move","node":{"id":"properties"},"position":"end","parent_id":"open-with"},)"
+      R"({"action":"remove","node":{"id":"pin-to-start"}}]}]})");
   EXPECT_EQ(
-      Model({L"publish-user", Schema(), scratch + L"\\baseline.json", scratch + L"\\overlay.json"})
+      Model({L"publish-user", kSchema, scratch + L"\\baseline.json", scratch + L"\\overlay.json"})
           .output,
       "Published custom model version 1: 9 layout(s), 180 node(s).\n");
   const std::string text = Model({L"effective", L"file-item"}).output;
-  EXPECT_TRUE(
-      text.starts_with("Layout 'file-item-default' for target 'file-item':\n  - [clipboard]"))
-      << text;
   EXPECT_PRED2(Has, text,
                "    - [properties] command windows:properties\n  - [pad] command " + pad);
-  EXPECT_PRED2(Lacks, text, "pin-to-start");
+  EXPECT_FALSE(Has(text, "pin-to-start"));
   // The user's own definition is marked as declared by the overlay.
   const std::string image = ReadBytes(CustomModelSnapshotPath(1));
   CustomModelView view;
@@ -381,9 +329,6 @@ TEST(CustomModelE2e, PlacementOverlayWithEditsPoliciesAndDefinitions) {
 }
 
 TEST(CustomModelE2e, ArgumentErrorsAndStubs) {
-  const std::string unknownTarget =
-      "Unknown target 'bogus'. Use desktop, folder-background, folder-item, drive, file-item, "
-      "class:<perceived-type>, file:<ext>, or namespace:<guid>[:none|single|multi].\n";
   const std::string resetUsage =
       "custom-model reset usage: custom-model reset [<schema> <baseline> [target]]\n";
   const std::pair<std::vector<std::wstring>, std::string> rows[] = {
@@ -393,7 +338,9 @@ TEST(CustomModelE2e, ArgumentErrorsAndStubs) {
        "custom-model publish-user needs <schema> <baseline> <overlay>.\n"},
       {{L"validate-user"}, "custom-model validate-user needs <schema> <baseline> <overlay>.\n"},
       {{L"effective"}, "custom-model effective needs <target>.\n"},
-      {{L"effective", L"bogus"}, unknownTarget},
+      {{L"effective", L"bogus"},
+       "Unknown target 'bogus'. Use desktop, folder-background, folder-item, drive, file-item, "
+       "class:<perceived-type>, file:<ext>, or namespace:<guid>[:none|single|multi].\n"},
       {{L"reset"}, "custom-model reset needs <schema> <baseline> [target] in this pass.\n"},
       {{L"reset", L"a"}, resetUsage},
       {{L"prepare-reset", L"a", L"b", L"c", L"d"}, resetUsage},
