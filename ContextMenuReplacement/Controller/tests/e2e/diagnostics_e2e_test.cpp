@@ -25,7 +25,6 @@ uint64_t At(WORD day, WORD hour, WORD minute = 15, WORD second = 0) {
   return (uint64_t{time.dwHighDateTime} << 32) | time.dwLowDateTime;
 }
 
-// Creates the key as needed.
 void Set(const std::wstring& key, const wchar_t* name, DWORD type, const void* data, size_t size) {
   ASSERT_EQ(
       ::RegSetKeyValueW(HKEY_CURRENT_USER, key.c_str(), name, type, data, static_cast<DWORD>(size)),
@@ -72,8 +71,7 @@ TEST(DiagnosticsE2e, RecordVerbsListAndClearExactlyTheNamedRecord) {
   Set(kCrashes, L"notepad.exe", REG_QWORD, &notepad, sizeof notepad);
   Set(kCrashes, L"Paint \"x\".exe", REG_QWORD, &paint, sizeof paint);
   SetText(kCrashes, L"odd.exe", L"yesterday");
-  // Within seven days of the newest: exactly seven days before it still counts, one second
-  // more has expired.
+  // Exactly seven days before the newest still counts; one second more has expired.
   const uint64_t times[] = {At(18, 9), At(20, 10), At(13, 10, 14, 59), At(13, 10)};
   Set(kStruck, L"Strikes", REG_BINARY, times, sizeof times);
   SetText(kStruck, L"Name", L"Archiver");
