@@ -51,7 +51,7 @@ void ExpectRuns(const std::vector<RunRow>& rows) {
   for (const RunRow& row : rows) {
     SCOPED_TRACE(ToUtf8(row.words));
     std::vector<std::wstring> args{L""};
-    for (const wchar_t c : row.words) c == L' ' ? args.emplace_back() : args.back().push_back(c);
+    for (const wchar_t c : row.words) c == L' ' ? args.emplace_back() : args.back() += c;
     const RunResult run = RunController(args);
     EXPECT_EQ(run.output, row.output);
     EXPECT_EQ(run.exitCode, row.exitCode);

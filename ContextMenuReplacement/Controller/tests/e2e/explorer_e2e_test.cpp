@@ -31,9 +31,7 @@ std::vector<std::string> ProbeLines(const wchar_t* className, DWORD processId) {
 
 size_t Occurrences(const std::string& output, const std::string& needle) {
   size_t count = 0;
-  for (size_t at = output.find(needle); at != std::string::npos; at = output.find(needle, at + 1)) {
-    ++count;
-  }
+  for (size_t at = 0; (at = output.find(needle, at)) != std::string::npos; ++at) ++count;
   return count;
 }
 
@@ -203,7 +201,7 @@ TEST(ExplorerHook, ProbeInjectAndEachCommandAgainstOneSetOfExplorers) {
   for (const ModeRow& row : kModeRows) {
     SCOPED_TRACE(ToUtf8(row.words));
     std::vector<std::wstring> args{L""};
-    for (const wchar_t c : row.words) c == L' ' ? args.emplace_back() : args.back().push_back(c);
+    for (const wchar_t c : row.words) c == L' ' ? args.emplace_back() : args.back() += c;
     const size_t before = rig.Count("command " + Pid(shell));
     const size_t sameBefore = rig.Count(Command(shell, row.code, row.argument));
     const std::string storedBefore = StoredReplacementMode();

@@ -287,6 +287,10 @@ struct Scenario {
   bool earlierCycle = false;  // an enable and a disable ran earlier without an override
 };
 
+void PrintTo(const Scenario& s, std::ostream* out) {
+  *out << s.name;
+}
+
 const Scenario kScenarios[] = {
     {"enable_classic_no_key", kEnable, kNoOverride},
     {"enable_classic_empty", kEnable, kEmptyOverride},
