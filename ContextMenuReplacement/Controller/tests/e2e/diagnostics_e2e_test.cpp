@@ -25,7 +25,6 @@ uint64_t At(WORD day, WORD hour, WORD minute = 15, WORD second = 0) {
   return (uint64_t{time.dwHighDateTime} << 32) | time.dwLowDateTime;
 }
 
-// Creates the key as needed.
 void Set(const std::wstring& key, const wchar_t* name, DWORD type, const void* data, size_t size) {
   ASSERT_EQ(
       ::RegSetKeyValueW(HKEY_CURRENT_USER, key.c_str(), name, type, data, static_cast<DWORD>(size)),
@@ -43,15 +42,17 @@ bool Exists(const std::wstring& key, const wchar_t* value) {
 }
 
 struct RunRow {
-  std::vector<std::wstring> args;
-  std::string output;
   DWORD exitCode;
+  std::wstring words;  // the arguments, separated by single spaces
+  std::string output;
 };
 
 void ExpectRuns(const std::vector<RunRow>& rows) {
   for (const RunRow& row : rows) {
-    SCOPED_TRACE(ToUtf8(row.args.front() + L" " + row.args.back()));
-    const RunResult run = RunController(row.args);
+    SCOPED_TRACE(ToUtf8(row.words));
+    std::vector<std::wstring> args{L""};
+    for (const wchar_t c : row.words) c == L' ' ? args.emplace_back() : args.back() += c;
+    const RunResult run = RunController(args);
     EXPECT_EQ(run.output, row.output);
     EXPECT_EQ(run.exitCode, row.exitCode);
   }
@@ -61,19 +62,16 @@ TEST(DiagnosticsE2e, RecordVerbsListAndClearExactlyTheNamedRecord) {
   ::RegDeleteTreeW(HKEY_CURRENT_USER, kCrashes.c_str());
   ::RegDeleteTreeW(HKEY_CURRENT_USER, kStrikes.c_str());
   ExpectRuns({
-      {{L"dialog-crashes"},
-       "No program is excluded from file-dialog enrolment after a crash.\n",
-       0},
-      {{L"dialog-crashes", L"--json"}, "[]\n", 0},
-      {{L"provider-strikes"}, "No context menu handler has been struck by the watchdog.\n", 0},
-      {{L"provider-strikes", L"--json"}, "[]\n", 0},
+      {0, L"dialog-crashes", "No program is excluded from file-dialog enrolment after a crash.\n"},
+      {0, L"dialog-crashes --json", "[]\n"},
+      {0, L"provider-strikes", "No context menu handler has been struck by the watchdog.\n"},
+      {0, L"provider-strikes --json", "[]\n"},
   });
   const uint64_t notepad = At(20, 10), paint = At(21, 8, 15, 30);
   Set(kCrashes, L"notepad.exe", REG_QWORD, &notepad, sizeof notepad);
   Set(kCrashes, L"Paint \"x\".exe", REG_QWORD, &paint, sizeof paint);
   SetText(kCrashes, L"odd.exe", L"yesterday");
-  // Within seven days of the newest: exactly seven days before it still counts, one second
-  // more has expired.
+  // Exactly seven days before the newest still counts; one second more has expired.
   const uint64_t times[] = {At(18, 9), At(20, 10), At(13, 10, 14, 59), At(13, 10)};
   Set(kStruck, L"Strikes", REG_BINARY, times, sizeof times);
   SetText(kStruck, L"Name", L"Archiver");
@@ -83,30 +81,26 @@ TEST(DiagnosticsE2e, RecordVerbsListAndClearExactlyTheNamedRecord) {
   Set(kStruckOther, L"Strikes", REG_BINARY, two, sizeof two - 1);
   Set(kStruckOther, L"Name", REG_DWORD, two, 4);
   ExpectRuns({
-      {{L"dialog-crashes"},
+      {0, L"dialog-crashes",
        "Programs excluded from file-dialog enrolment after a crash:\n"
        "  'Paint \"x\".exe' crashed at 2026-11-21 08:15:30 UTC.\n"
        "  'notepad.exe' crashed at 2026-11-20 10:15:00 UTC.\n"
-       "  'odd.exe' crashed at an unrecorded time.\n",
-       0},
-      {{L"dialog-crashes", L"--json"},
+       "  'odd.exe' crashed at an unrecorded time.\n"},
+      {0, L"dialog-crashes --json",
        "[{\"program\":\"Paint \\\"x\\\".exe\",\"crashedAt\":\"2026-11-21T08:15:30Z\"},"
        "{\"program\":\"notepad.exe\",\"crashedAt\":\"2026-11-20T10:15:00Z\"},"
-       "{\"program\":\"odd.exe\",\"crashedAt\":null}]\n",
-       0},
+       "{\"program\":\"odd.exe\",\"crashedAt\":null}]\n"},
       // Registry value names ignore case; a record is cleared only by its exact name.
-      {{L"dialog-crashes", L"clear", L"Notepad.exe"},
-       "No crash record exists for program 'Notepad.exe'.\n",
-       1},
-      {{L"dialog-crashes", L"clear"}, "dialog-crashes clear needs a program name.\n", 1},
-      {{L"dialog-crashes", L"clear", L"a", L"b"}, "Unexpected argument 'b'.\n", 1},
-      {{L"dialog-crashes", L"--json", L"x"}, "Unexpected argument 'x'.\n", 1},
-      {{L"dialog-crashes", L"--JSON"}, "Unknown dialog-crashes argument '--JSON'.\n", 1},
-      {{L"dialog-crashes", L"clear", L"notepad.exe"},
-       "Program 'notepad.exe' may enrol its file dialogs again; its crash record was removed.\n",
-       0},
+      {1, L"dialog-crashes clear Notepad.exe",
+       "No crash record exists for program 'Notepad.exe'.\n"},
+      {1, L"dialog-crashes clear", "dialog-crashes clear needs a program name.\n"},
+      {1, L"dialog-crashes clear a b", "Unexpected argument 'b'.\n"},
+      {1, L"dialog-crashes --json x", "Unexpected argument 'x'.\n"},
+      {1, L"dialog-crashes --JSON", "Unknown dialog-crashes argument '--JSON'.\n"},
+      {0, L"dialog-crashes clear notepad.exe",
+       "Program 'notepad.exe' may enrol its file dialogs again; its crash record was removed.\n"},
       // Strikes are listed as stored; the window counts back from the newest wherever it is.
-      {{L"provider-strikes"},
+      {0, L"provider-strikes",
        "Context menu handlers struck by the watchdog:\n"
        "  {6A1C2F0E-1111-4C4C-9A9A-0123456789AB} 'Archiver': 3 of 3 strikes within seven days; "
        "no longer activated.\n"
@@ -118,9 +112,8 @@ TEST(DiagnosticsE2e, RecordVerbsListAndClearExactlyTheNamedRecord) {
        "  {6A1C2F0E-2222-4C4C-9A9A-0123456789AB} '(unnamed)': 2 of 3 strikes within seven days; "
        "still activated.\n"
        "    2026-11-01 01:15:00 UTC\n"
-       "    2026-11-02 01:15:00 UTC\n",
-       0},
-      {{L"provider-strikes", L"--json"},
+       "    2026-11-02 01:15:00 UTC\n"},
+      {0, L"provider-strikes --json",
        "[{\"clsid\":\"{6A1C2F0E-1111-4C4C-9A9A-0123456789AB}\",\"name\":\"Archiver\","
        "\"blocked\":true,\"strikes\":[{\"at\":\"2026-11-18T09:15:00Z\",\"expired\":false},"
        "{\"at\":\"2026-11-20T10:15:00Z\",\"expired\":false},"
@@ -129,19 +122,15 @@ TEST(DiagnosticsE2e, RecordVerbsListAndClearExactlyTheNamedRecord) {
        "\"lastFault\":\"Access violation in Invoke.\"},"
        "{\"clsid\":\"{6A1C2F0E-2222-4C4C-9A9A-0123456789AB}\",\"name\":null,\"blocked\":false,"
        "\"strikes\":[{\"at\":\"2026-11-01T01:15:00Z\",\"expired\":false},"
-       "{\"at\":\"2026-11-02T01:15:00Z\",\"expired\":false}],\"lastFault\":null}]\n",
-       0},
-      {{L"provider-strikes", L"clear", L"Shell.Application"},
-       "'Shell.Application' is not a CLSID; write it as {xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx}.\n",
-       1},
-      {{L"provider-strikes", L"clear", L"{00000000-0000-0000-0000-000000000001}"},
-       "No strike record exists for handler '{00000000-0000-0000-0000-000000000001}'.\n",
-       1},
-      {{L"provider-strikes", L"clear"}, "provider-strikes clear needs a handler CLSID.\n", 1},
-      {{L"provider-strikes", L"clear", kHandler},
+       "{\"at\":\"2026-11-02T01:15:00Z\",\"expired\":false}],\"lastFault\":null}]\n"},
+      {1, L"provider-strikes clear Shell.Application",
+       "'Shell.Application' is not a CLSID; write it as {xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx}.\n"},
+      {1, L"provider-strikes clear {00000000-0000-0000-0000-000000000001}",
+       "No strike record exists for handler '{00000000-0000-0000-0000-000000000001}'.\n"},
+      {1, L"provider-strikes clear", "provider-strikes clear needs a handler CLSID.\n"},
+      {0, L"provider-strikes clear " + kHandler,
        "The strike record of handler '{6A1C2F0E-1111-4C4C-9A9A-0123456789AB}' was removed; the "
-       "hook may activate it again.\n",
-       0},
+       "hook may activate it again.\n"},
   });
   EXPECT_FALSE(Exists(kCrashes, L"notepad.exe"));
   EXPECT_TRUE(Exists(kCrashes, L"odd.exe"));
@@ -158,19 +147,11 @@ TEST(DiagnosticsE2e, ClassicIconsAnswersEveryLineUntilTheEndOfInput) {
           L"%SystemRoot%\\system32\\shell32.dll,-3", REG_EXPAND_SZ);
   SetText(classes + L"CmrIconRoot\\shell\\outer\\shell\\inner", L"Icon", L"\"C:\\Tools\\a,b.exe\"");
   SetText(classes + L"CmrIconRoot\\shell\\bare", L"MUIVerb", L"no icon");
-  const std::string input = "handler\t" + ToUtf8(kHandler) +
-                            "\tPack \"it\"\n"
-                            "handler\t" +
-                            ToUtf8(kOther) +
-                            "\tNone\r\n"
-                            "\n"
-                            "verb\tCmrIconRoot\touter\\inner\n"
-                            "verb\tCmrIconRoot\tbare\n"
-                            "verb\tCmrIconRoot\tmissing\n"
-                            "verb\tCmrIconRoot\n"
-                            "menu\ta\tb\n"
-                            "handler\tShell.Application\tx\n"
-                            "verb\t\tx";
+  const std::string input =
+      "handler\t" + ToUtf8(kHandler) + "\tPack \"it\"\nhandler\t" + ToUtf8(kOther) +
+      "\tNone\r\n\nverb\tCmrIconRoot\touter\\inner\n" +
+      "verb\tCmrIconRoot\tbare\nverb\tCmrIconRoot\tmissing\nverb\tCmrIconRoot\n" +
+      "menu\ta\tb\nhandler\tShell.Application\tx\nverb\t\tx";
   const RunResult run = RunControllerWithInput({L"classic-icons", L"--json"}, input);
   EXPECT_EQ(run.exitCode, 0u);
   EXPECT_EQ(

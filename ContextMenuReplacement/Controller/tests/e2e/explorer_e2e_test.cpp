@@ -1,5 +1,4 @@
-// The controller against stand-in Explorers under the virtual display: probe, Hook channel and
-// restart, with what reached each stand-in read from the rig's journal.
+// Probe, Hook channel and restart against stand-in Explorers, read back from the rig's journal.
 #include <gtest/gtest.h>
 
 #include "common/data_paths.h"
@@ -14,7 +13,7 @@
 namespace cmr::e2e {
 namespace {
 
-// The probe's lines for the top-level `className` windows of `processId` (0: any process).
+// The probe's lines for the `className` windows of `processId` (0: any).
 std::vector<std::string> ProbeLines(const wchar_t* className, DWORD processId) {
   std::vector<std::string> lines;
   for (HWND w = ::FindWindowExW(nullptr, nullptr, className, nullptr); w;
@@ -32,9 +31,7 @@ std::vector<std::string> ProbeLines(const wchar_t* className, DWORD processId) {
 
 size_t Occurrences(const std::string& output, const std::string& needle) {
   size_t count = 0;
-  for (size_t at = output.find(needle); at != std::string::npos; at = output.find(needle, at + 1)) {
-    ++count;
-  }
+  for (size_t at = 0; (at = output.find(needle, at)) != std::string::npos; ++at) ++count;
   return count;
 }
 
@@ -55,7 +52,7 @@ std::wstring ControllerCopy(const std::wstring& name, const std::wstring& hook) 
 }
 
 struct ModeRow {
-  std::vector<std::wstring> args;
+  std::wstring words;  // the arguments, separated by single spaces
   int code;
   long long argument;  // -1: nothing is sent
   std::string output;
@@ -73,30 +70,24 @@ const char kFallbackNote[] =
     "folder views is for finding out whether it is ever needed there, not a setting.\n";
 
 const ModeRow kModeRows[] = {
-    {{L"suppress", L"off"}, 5, 0, "", 0},
-    {{L"suppress", L"classnotreg"}, 5, 1, kRefusalNote, 0},
-    {{L"suppress", L"Off"},
-     5,
-     -1,
-     "Unknown suppression mode 'Off'. Use off, classnotreg, or efail.\n",
+    {L"suppress off", 5, 0, "", 0},
+    {L"suppress classnotreg", 5, 1, kRefusalNote, 0},
+    {L"suppress Off", 5, -1, "Unknown suppression mode 'Off'. Use off, classnotreg, or efail.\n",
      1},
-    {{L"context", L"off"}, 7, 0, "", 0},
-    {{L"context", L"log"}, 7, 1, "", 0},
-    {{L"context", L"log", L"fallback"}, 7, 5, kFallbackNote, 0},
-    {{L"context", L"off", L"fallback"}, 7, 0, kFallbackNote, 0},
-    {{L"context", L"log", L"Fallback"}, 7, 1, "", 0},
-    {{L"context", L"logs"}, 7, -1, "Unknown capture mode 'logs'. Use off, log, or overlay.\n", 1},
-    {{L"replacement", L"off"}, 8, 0, "", 0},
-    {{L"replacement", L"modern"}, 8, 4, "", 0},
-    {{L"replacement", L"moder"},
-     8,
-     -1,
-     "Unknown replacement mode 'moder'. Use off, native, modern, or fail.\n",
-     1},
-    {{L"topology"}, 4, 0, "", 0},
-    {{L"rescan"}, 1, 0, "", 0},
-    {{L"resetflash"}, 6, 0, "", 0},
-    {{L"discover"}, 9, 0, "", 0},
+    {L"context off", 7, 0, "", 0},
+    {L"context log", 7, 1, "", 0},
+    {L"context log fallback", 7, 5, kFallbackNote, 0},
+    {L"context off fallback", 7, 0, kFallbackNote, 0},
+    {L"context log Fallback", 7, 1, "", 0},
+    {L"context logs", 7, -1, "Unknown capture mode 'logs'. Use off, log, or overlay.\n", 1},
+    {L"replacement off", 8, 0, "", 0},
+    {L"replacement modern", 8, 4, "", 0},
+    {L"replacement moder", 8, -1,
+     "Unknown replacement mode 'moder'. Use off, native, modern, or fail.\n", 1},
+    {L"topology", 4, 0, "", 0},
+    {L"rescan", 1, 0, "", 0},
+    {L"resetflash", 6, 0, "", 0},
+    {L"discover", 9, 0, "", 0},
 };
 
 // LastReplacementMode as the registry holds it: "" when missing, else "<type>:<number>".
@@ -197,9 +188,8 @@ TEST(ExplorerHook, ProbeInjectAndEachCommandAgainstOneSetOfExplorers) {
 
   // A mode stored with another type is not a mode; the refusal ends with the feature.
   const wchar_t text[] = L"4";
-  ASSERT_EQ(::RegSetKeyValueW(HKEY_CURRENT_USER, kStateKeyPath, L"LastReplacementMode", REG_SZ,
-                              text, sizeof(text)),
-            ERROR_SUCCESS);
+  ::RegSetKeyValueW(HKEY_CURRENT_USER, kStateKeyPath, L"LastReplacementMode", REG_SZ, text,
+                    sizeof(text));
   state.featureEnabled = false;
   ASSERT_TRUE(WriteState(state).ok());
   run = RunController({L"inject"});
@@ -209,13 +199,13 @@ TEST(ExplorerHook, ProbeInjectAndEachCommandAgainstOneSetOfExplorers) {
   EXPECT_EQ(rig.Count(Command(shell, 5, 1)), 1u) << rig.Journal();
 
   for (const ModeRow& row : kModeRows) {
-    std::wstring words;
-    for (const std::wstring& word : row.args) words += word + L" ";
-    SCOPED_TRACE(ToUtf8(words));
+    SCOPED_TRACE(ToUtf8(row.words));
+    std::vector<std::wstring> args{L""};
+    for (const wchar_t c : row.words) c == L' ' ? args.emplace_back() : args.back() += c;
     const size_t before = rig.Count("command " + Pid(shell));
     const size_t sameBefore = rig.Count(Command(shell, row.code, row.argument));
     const std::string storedBefore = StoredReplacementMode();
-    run = RunController(row.args);
+    run = RunController(args);
     EXPECT_EQ(run.output, row.output);
     EXPECT_EQ(run.exitCode, row.exitCode);
     const size_t sent = row.argument < 0 ? 0 : 1;
@@ -245,12 +235,6 @@ constexpr char kFallback[] =
 constexpr char kRestored[] =
     "Desktop and taskbar are responsive; restoring folder locations.\n"
     "Explorer restart completed; folder locations restored.\n";
-
-std::wstring ShellPath() {
-  wchar_t windows[MAX_PATH] = {};
-  ::GetWindowsDirectoryW(windows, MAX_PATH);
-  return std::wstring(windows) + L"\\explorer.exe";
-}
 
 TEST(ExplorerRestart, EachWayTheShellComesBackOrDoesNot) {
   const struct {
@@ -282,7 +266,9 @@ TEST(ExplorerRestart, EachWayTheShellComesBackOrDoesNot) {
     std::vector<std::wstring> args = {L"--shell", L"--folder", L"C:\\users", L"--folder",
                                       L"C:\\windows\\system32"};
     if (row.respawns) args.insert(args.end(), {L"--respawn", L"500"});
-    rig.Start(args, ShellPath());
+    wchar_t windows[MAX_PATH] = {};
+    ::GetWindowsDirectoryW(windows, MAX_PATH);
+    rig.Start(args, std::wstring(windows) + L"\\explorer.exe");
 
     RunningController first({L"restart-explorer"});
     ASSERT_TRUE(first.WaitForOutput(kCaptured, 30000)) << first.Output();

