@@ -209,9 +209,12 @@ TEST(OverlayPipeline, EveryFailingStepLeavesTheOldStateOrTheNew) {
       ModelSources before = sources;
       if (!row.overlayBefore) before.overlayPath.clear();
       for (const bool publish : {true, false}) {
-        if (row.overlayBefore)
+        if (row.overlayBefore) {
           ASSERT_TRUE(AtomicWriteFile(sources.overlayPath, *row.overlayBefore).ok());
-        if (publish) ASSERT_TRUE(PublishWithOverlay(before, true, SystemFiles()).published);
+        }
+        if (publish) {
+          ASSERT_TRUE(PublishWithOverlay(before, true, SystemFiles()).published);
+        }
       }
 
       ScriptedFiles files;

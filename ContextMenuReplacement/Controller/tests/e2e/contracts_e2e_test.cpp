@@ -21,7 +21,8 @@ void ExpectAllPassed(const RunResult& run, size_t atLeast) {
   EXPECT_EQ(run.exitCode, 0u) << run.output;
   size_t passed = run.output.starts_with("PASS  ");
   for (size_t at = 0; (at = run.output.find("\nPASS  ", at)) != std::string::npos; ++at) ++passed;
-  EXPECT_TRUE(run.output.ends_with("\n" + std::to_string(passed) + " passed, 0 failed.\n"));
+  const std::string summary = std::to_string(passed) + " passed, 0 failed.\n";
+  EXPECT_TRUE(run.output.ends_with(std::string(1, '\n') + summary)) << run.output;
   EXPECT_EQ(static_cast<size_t>(std::ranges::count(run.output, '\n')), passed + 1) << run.output;
   EXPECT_GE(passed, atLeast);
 }
