@@ -88,6 +88,11 @@ OutputBatch::~OutputBatch() {
   if (--Pending().batches == 0) FlushStandardOutput();
 }
 
+void PrintIndentedLines(const std::vector<std::wstring>& messages) {
+  const OutputBatch batch;
+  for (const std::wstring& message : messages) PrintLine(L"  %s", message);
+}
+
 void PrintLineText(std::wstring line) {
   // No line format of the program holds a control character, so any in the line came from a
   // document or a path: printed raw, a carriage return or an escape sequence could rewrite

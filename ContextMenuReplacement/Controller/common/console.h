@@ -8,6 +8,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace cmr {
 
@@ -52,6 +53,10 @@ template <typename... Args>
 void PrintLine(std::wstring_view format, const Args&... args) {
   PrintLineText(FormatConsoleText(format, args...));
 }
+
+// Prints each message on its own line behind two spaces, in one batch: how the verbs list the
+// errors a step collected under the line that names the step.
+void PrintIndentedLines(const std::vector<std::wstring>& messages);
 
 // Prints the formatted text whole, without adding a line feed.
 template <typename... Args>

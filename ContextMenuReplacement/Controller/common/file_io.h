@@ -23,6 +23,8 @@ namespace cmr {
 
 // The folder part of a path ("" when the path names no folder).
 [[nodiscard]] std::wstring ParentFolder(const std::wstring& path);
+// The last component of a path: what follows its last "\\" or "/", or the whole path.
+[[nodiscard]] std::wstring_view FileNameOf(std::wstring_view path);
 [[nodiscard]] std::wstring JoinPath(const std::wstring& folder, std::wstring_view name);
 
 // Creates the folder and every missing parent. The failure carries the Win32 error of the first

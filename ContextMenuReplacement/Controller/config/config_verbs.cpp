@@ -73,7 +73,7 @@ int Path(const ConfigArguments& arguments) {
 int Check(const ConfigArguments& arguments) {
   MessageList messages;
   const bool accepted = CheckConfigurationTrust(SourcePath(arguments), messages);
-  for (const std::wstring& message : messages) PrintLine(L"  %s", message);
+  PrintIndentedLines(messages);
   if (accepted) {
     PrintLine(L"ACL accepted: only you, SYSTEM and Administrators can modify this file.");
   } else {

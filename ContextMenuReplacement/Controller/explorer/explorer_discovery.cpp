@@ -6,6 +6,7 @@
 #include <map>
 
 #include "common/console.h"
+#include "common/file_io.h"
 #include "common/unique_handle.h"
 
 namespace cmr {
@@ -14,11 +15,6 @@ namespace {
 
 constexpr std::wstring_view kShellWindowClasses[] = {L"Progman", L"WorkerW", L"CabinetWClass",
                                                      L"Shell_TrayWnd"};
-
-std::wstring_view FileNameOf(std::wstring_view path) {
-  const size_t slash = path.find_last_of(L"\\/");
-  return slash == std::wstring_view::npos ? path : path.substr(slash + 1);
-}
 
 struct WalkState {
   std::vector<ExplorerThread> threads;

@@ -17,18 +17,13 @@ namespace cmr {
 
 namespace {
 
-void PrintErrors(const MessageList& errors) {
-  const OutputBatch batch;
-  for (const std::wstring& error : errors) PrintLine(L"  %s", error);
-}
-
 bool PublishConfiguration() {
   ConfigPublisher publisher;
   const PublishResult result =
       LoadSettingsFile(SettingsFilePath(), PublishMode::publish, publisher);
   if (result.published) return true;
   PrintLine(L"Reconcile: configuration could not be published.");
-  PrintErrors(result.errors);
+  PrintIndentedLines(result.errors);
   return false;
 }
 
@@ -43,7 +38,7 @@ bool PublishCustomModel() {
   const ModelPipelineResult result = PublishWithOverlay(sources, true, SystemFiles());
   if (result.published) return true;
   PrintLine(L"Reconcile: custom menu model could not be published.");
-  PrintErrors(result.errors);
+  PrintIndentedLines(result.errors);
   return false;
 }
 

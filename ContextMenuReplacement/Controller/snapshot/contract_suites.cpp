@@ -8,8 +8,8 @@
 #include "common/json_text.h"
 #include "common/unique_handle.h"
 #include "common/win32.h"
-#include "snapshot/contract_fixture.h"
 #include "model/model_document.h"
+#include "snapshot/contract_fixture.h"
 #include "snapshot/overlay_pipeline.h"
 
 namespace cmr {
@@ -27,11 +27,6 @@ std::vector<std::wstring> FixtureNames(const std::wstring& folder) {
   } while (::FindNextFileW(find.get(), &entry));
   std::sort(names.begin(), names.end());
   return names;
-}
-
-std::wstring FileNameOf(const std::wstring& path) {
-  const size_t slash = path.find_last_of(L"\\/");
-  return slash == std::wstring::npos ? path : path.substr(slash + 1);
 }
 
 Status LoadJson(const std::wstring& path, rapidjson::Document& document) {
@@ -108,7 +103,7 @@ int RunSuite(const std::wstring& schemaPath, const std::wstring& fixturesFolder,
   ContractInputs inputs{&schema, {}};
   std::vector<std::unique_ptr<rapidjson::Document>> baselines;
   for (const std::wstring& path : baselinePaths) {
-    const std::wstring name = L"shipped " + FileNameOf(path);
+    const std::wstring name = L"shipped " + std::wstring(FileNameOf(path));
     auto baseline = std::make_unique<rapidjson::Document>();
     if (Status loaded = LoadJson(path, *baseline); !loaded) {
       suite.Report(name, loaded.message());
