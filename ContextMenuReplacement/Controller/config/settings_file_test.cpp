@@ -37,7 +37,6 @@ Read Globals(const std::string& text) {
   return r;
 }
 
-// Every ranged number at both bounds (accepted) and one past each (refused).
 TEST(SettingsFile, EachRangeAtItsBoundsAndOnePast) {
   const struct {
     const char* key;
@@ -74,15 +73,23 @@ TEST(SettingsFile, EachRangeAtItsBoundsAndOnePast) {
 
 TEST(SettingsFile, WordsColoursNamesAndSwitchesAreCheckedExactly) {
   // The first bad number stops the read: neither the later number nor the boolean is examined.
+  // The dialog settings are read before anything can stop the read.
   const Read first = Globals(SettingsText(
-      R"("appearance.fontSizeDip":7,"appearance.iconSizeDip":99,"appearance.showHotkeys":3)"));
+      R"("appearance.fontSizeDip":7,"appearance.iconSizeDip":99,"appearance.showHotkeys":3,)"
+      R"("dialogs.mode":"allowlist","dialogs.allowedProcessNames":["a.exe",1,"B.exe"],)"
+      R"("dialogs.excludedProcessNames":["c.exe"])"));
   EXPECT_FALSE(first.ok);
   EXPECT_EQ(first.errors,
             MessageList{L"'appearance.fontSizeDip' must be a whole number from 8 to 32."});
+  EXPECT_TRUE(first.config.enabled);
+  EXPECT_EQ(first.config.dialogs.mode, L"allowlist");
+  EXPECT_EQ(first.config.dialogs.allowedProcessNames,
+            (std::vector<std::wstring>{L"a.exe", L"B.exe"}));
+  EXPECT_EQ(first.config.dialogs.excludedProcessNames, std::vector<std::wstring>{L"c.exe"});
 
   const Read words = Globals(SettingsText(
       R"("appearance.customHeaderColor":"#1E1E1","appearance.customHotkeyColor":"1E1E1E",)"
-      R"("appearance.fontWeight":"bold","appearance.backgroundMode":"Dark",)"
+      R"("appearance.backgroundMode":"Dark",)"
       R"("appearance.backgroundImageFill":"fill",)"
       R"("appearance.fontFamily":"ABCDEFGHIJKLMNOPQRSTUVWXYZ012345",)"
       R"("taskbar.replaceBackgroundMenu":false,"taskbar.replaceClockMenu":true,)"
@@ -92,7 +99,6 @@ TEST(SettingsFile, WordsColoursNamesAndSwitchesAreCheckedExactly) {
             (MessageList{
                 L"'appearance.fontFamily' is longer than the 31 characters a font name may have.",
                 L"'appearance.backgroundImageFill' must be one of stretch, cover, tile, center.",
-                L"'appearance.fontWeight' is not a supported weight.",
                 L"'appearance.backgroundMode' must be one of system, light, dark, custom.",
                 L"'appearance.customHeaderColor' must be a hex color string like #1E1E1E.",
                 L"'appearance.customHotkeyColor' must be a hex color string like #1E1E1E.",
@@ -100,16 +106,19 @@ TEST(SettingsFile, WordsColoursNamesAndSwitchesAreCheckedExactly) {
   EXPECT_EQ(words.config.appearance.surfaceOptOutMask, 0x01u | 0x10u);
 
   // Only the exact words count: "Enabled" is not on, an organizer "Disabled" keeps its menus.
+  // Dialog settings never add an error: a value of the wrong type reads as its default.
   const Read exact = Globals(SettingsText(
-      R"("appearance.fontFamily":"ABCDEFGHIJKLMNOPQRSTUVWXYZ01234")", R"("status":"Enabled",)",
-      R"({"app_id":"window-organizer","status":"Disabled"},)"));
+      R"("appearance.fontFamily":"ABCDEFGHIJKLMNOPQRSTUVWXYZ01234","dialogs.mode":3,)"
+      R"("dialogs.allowedProcessNames":"a.exe","dialogs.excludedProcessNames":{})",
+      R"("status":"Enabled",)", R"({"app_id":"window-organizer","status":"Disabled"},)"));
   EXPECT_EQ(exact.errors, MessageList{});
   EXPECT_EQ(exact.config.appearance.fontFamily, L"ABCDEFGHIJKLMNOPQRSTUVWXYZ01234");
   EXPECT_EQ(exact.config.appearance.surfaceOptOutMask, 0u);
   EXPECT_FALSE(exact.config.enabled);
+  EXPECT_EQ(exact.config.dialogs.mode, L"all-except");
+  EXPECT_TRUE(exact.config.dialogs.allowedProcessNames.empty());
+  EXPECT_TRUE(exact.config.dialogs.excludedProcessNames.empty());
   EXPECT_FALSE(Globals(SettingsText("", R"("status":true,)")).config.enabled);
-  EXPECT_FALSE(Globals(SettingsText("", "")).config.enabled);
-  EXPECT_TRUE(Globals(SettingsText("")).config.enabled);
 }
 
 TEST(SettingsFile, EntryAndFileMessages) {
@@ -135,37 +144,12 @@ TEST(SettingsFile, EntryAndFileMessages) {
     // Off unless the entry was found and says so, whatever else failed.
     EXPECT_EQ(config.enabled, row.text.find(R"("status":"enabled")") != std::string::npos);
   }
-  MenuConfiguration config;
-  MessageList errors, warnings;
-  EXPECT_FALSE(ReadSettingsFile(L"C:\\no\\such.json", config, errors, warnings));
-  EXPECT_EQ(errors, MessageList{L"'C:\\no\\such.json' does not exist."});
-  EXPECT_FALSE(config.enabled);
-}
-
-// The dialog settings are read before anything can stop the read, and never add an error: a
-// value of the wrong type reads as its default.
-TEST(SettingsFile, DialogSettingsNeverFailTheRead) {
-  const Read stopped = Globals(SettingsText(
-      R"("appearance.fontSizeDip":7,"dialogs.mode":"allowlist",)"
-      R"("dialogs.allowedProcessNames":["a.exe",1,"B.exe"],"dialogs.excludedProcessNames":["c.exe"])"));
-  EXPECT_EQ(stopped.errors,
-            MessageList{L"'appearance.fontSizeDip' must be a whole number from 8 to 32."});
-  EXPECT_TRUE(stopped.config.enabled);
-  EXPECT_EQ(stopped.config.dialogs.mode, L"allowlist");
-  EXPECT_EQ(stopped.config.dialogs.allowedProcessNames,
-            (std::vector<std::wstring>{L"a.exe", L"B.exe"}));
-  EXPECT_EQ(stopped.config.dialogs.excludedProcessNames, std::vector<std::wstring>{L"c.exe"});
-  const Read wrong = Globals(SettingsText(
-      R"("dialogs.mode":3,"dialogs.allowedProcessNames":"a.exe","dialogs.excludedProcessNames":{})"));
-  EXPECT_EQ(wrong.errors, MessageList{});
-  EXPECT_EQ(wrong.config.dialogs.mode, L"all-except");
-  EXPECT_TRUE(wrong.config.dialogs.allowedProcessNames.empty());
-  EXPECT_TRUE(wrong.config.dialogs.excludedProcessNames.empty());
 }
 
 // The settings file that ships beside the exe is what the on/off and dialog readers fall back
-// to; it must read cleanly and spell out exactly the documented defaults.
-TEST(SettingsFile, ShippedDefaultsReadCleanly) {
+// to; it must read cleanly and spell out exactly the documented defaults. A missing file is
+// refused and leaves the feature off.
+TEST(SettingsFile, ShippedDefaultsReadCleanlyAndAMissingFileIsRefused) {
   MenuConfiguration config;
   MessageList messages;
   EXPECT_TRUE(ReadSettingsFile(StagedFile(L"Content\\Configurations\\High Level Settings.json"),
@@ -175,6 +159,10 @@ TEST(SettingsFile, ShippedDefaultsReadCleanly) {
   EXPECT_EQ(std::make_tuple(config.enabled, config.bypassMask, config.opacityPercent,
                             config.profiles.size(), config.items.size()),
             std::make_tuple(false, 6u, 78u, size_t{2}, size_t{6}));
+  config.enabled = true;
+  EXPECT_FALSE(ReadSettingsFile(L"C:\\no\\such.json", config, messages, messages));
+  EXPECT_EQ(messages, MessageList{L"'C:\\no\\such.json' does not exist."});
+  EXPECT_FALSE(config.enabled);
 }
 
 }  // namespace

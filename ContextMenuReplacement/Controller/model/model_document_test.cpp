@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
 
 namespace cmr {
 namespace {
@@ -23,16 +24,13 @@ TEST(ModelDocumentNodes, ReadsSettingsAndInternalKeys) {
   ASSERT_EQ(ParseModelDocument(document, model).message(), L"");
   const std::vector<ModelNode>& items = model.layouts.at(0).items;
   ASSERT_EQ(items.size(), 3u);
-  EXPECT_EQ(items[0].quickPins->list, L"Work");
-  EXPECT_EQ(items[0].quickPins->path, L"C:\\w");
-  EXPECT_EQ(items[0].rank, 4u);
-  EXPECT_EQ(items[0].from, L"base");
-  EXPECT_TRUE(items[0].fromOverlay);
-  EXPECT_EQ(items[1].quickPins->list, L"Pins");
-  EXPECT_FALSE(items[1].fromOverlay);
+  EXPECT_EQ(std::tie(items[0].quickPins->list, items[0].quickPins->path, items[0].from),
+            std::make_tuple(L"Work", L"C:\\w", L"base"));
+  EXPECT_EQ(std::make_pair(items[0].rank, items[0].fromOverlay), std::make_pair(4u, true));
+  EXPECT_EQ(std::make_pair(items[1].quickPins->list, items[1].fromOverlay),
+            std::make_pair(std::wstring(L"Pins"), false));
+  EXPECT_EQ(std::tie(items[2].title, items[2].executable), std::make_tuple(L"Edit", L"n.exe"));
   EXPECT_EQ(items[2].arguments, (std::vector<std::wstring>{L"-a", L"b c"}));
-  EXPECT_EQ(items[2].title, L"Edit");
-  EXPECT_EQ(items[2].executable, L"n.exe");
   EXPECT_EQ(items[2].order, 2.5);
 }
 

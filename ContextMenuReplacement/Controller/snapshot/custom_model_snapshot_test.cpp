@@ -6,7 +6,6 @@
 #include <utility>
 
 #include "common/text.h"
-#include "snapshot/effective_tree.h"
 
 namespace cmr {
 namespace {
@@ -41,7 +40,6 @@ std::string Image(const ModelDocument& model, uint32_t version = 1) {
   return FlattenCustomModel(CompileCustomModel(model), version);
 }
 
-// The image with `words` written from byte `offset` on.
 std::string Put(std::string image, size_t offset, std::initializer_list<uint32_t> words) {
   for (uint32_t word : words) std::memcpy(&image[std::exchange(offset, offset + 4)], &word, 4);
   return image;
@@ -69,7 +67,6 @@ TEST(CustomModelSnapshot, GoldenBytesOfASmallModel) {
          0,  0, 0, 0, none, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0});
   const std::u16string pool(u"\0desktop-default\0open\0windows:open\0sep\0001.0\0", 43);
   expected.append(reinterpret_cast<const char*>(pool.data()), pool.size() * 2);
-  ASSERT_EQ(expected.size(), 502u);
   EXPECT_EQ(Image(SmallModel(), 7), expected);
   CustomModelView view;
   ASSERT_TRUE(AttachCustomModel(expected.data(), expected.size(), view));
@@ -77,38 +74,7 @@ TEST(CustomModelSnapshot, GoldenBytesOfASmallModel) {
   EXPECT_EQ(view.modelTag(), L"1.0");
 }
 
-TEST(CustomModelSnapshot, SiblingsSortByOrderThenRankAndChildrenAreContiguous) {
-  ModelDocument model = SmallModel();
-  ModelNode menu = Node(NodeKind::submenu, L"more", L"", 2);
-  menu.titleOverride = L"More";
-  menu.items = {Node(NodeKind::command, L"b", L"windows:b", 0),
-                Node(NodeKind::command, L"a", L"windows:a", 1)};
-  menu.items[1].order = 0.0;  // declared order wins the tie with rank 0
-  ModelNode late = Node(NodeKind::command, L"late", L"windows:late");
-  late.order = 0.5;  // between rank 0 and rank 1
-  ModelNode withheld = Node(NodeKind::withheldSlots, L"kept", L"", 4);
-  withheld.items.push_back(Node(NodeKind::extensionSlot, L"slot"));
-  model.layouts[0].items.insert(
-      model.layouts[0].items.end(),
-      {menu, late, Node(NodeKind::windowsExtensionSlot, L"win", L"", 3), withheld});
-  const std::string image = Image(model);
-  CustomModelView view;
-  ASSERT_TRUE(AttachCustomModel(image.data(), image.size(), view));
-  EXPECT_EQ(EffectiveTreeText(view, 0),
-            L"  - [open] command windows:open\n"
-            L"  - [late] command windows:late\n"
-            L"  - (separator)\n"
-            L"  - [more] More >\n"
-            L"    - [a] command windows:a\n"
-            L"    - [b] command windows:b\n"
-            L"  - [win] (windows extension slot)\n"
-            L"  - [kept] (withheld - slots kept from a hidden subtree)\n"
-            L"    - [slot] (modern extension slot)\n");
-  EXPECT_EQ(view.Layout(0).blockCount, 9u);
-  EXPECT_EQ(view.Node(3).childFirst, 6u);
-}
-
-TEST(CustomModelSnapshot, UserCommandPlacementsShareOneDefinitionRow) {
+TEST(CustomModelSnapshot, RowsOfSubmenusAndUserCommandPlacements) {
   ModelDocument model = SmallModel();
   const std::wstring id = L"user:{11111111-2222-3333-4444-555555555555}";
   model.definitions.push_back({id, L"Terminal", L"C:\\wt.exe", {L"-d", L"."}, L"", L""});
@@ -117,12 +83,22 @@ TEST(CustomModelSnapshot, UserCommandPlacementsShareOneDefinitionRow) {
     model.layouts[0].items.push_back(Node(NodeKind::command, placement, id, rank++));
     model.layouts[0].items.back().commandsPlusRef = id;
   }
+  ModelNode menu = Node(NodeKind::submenu, L"more", L"", rank);
+  menu.titleOverride = L"More";
+  menu.items = {Node(NodeKind::command, L"a", L"windows:a")};
+  model.layouts[0].items.push_back(menu);
   const std::string image = Image(model);
   CustomModelView view;
   ASSERT_TRUE(AttachCustomModel(image.data(), image.size(), view));
+  // The sibling order and the tree's rendering are held by the shipped self-check fixtures; the
+  // layout's block, which only the Hook reads, spans the children written after the top level.
+  EXPECT_EQ(std::make_pair(view.Layout(0).blockFirst, view.Layout(0).blockCount),
+            std::make_pair(0u, 6u));
+  EXPECT_EQ(std::make_pair(view.Node(4).childFirst, view.Node(4).childCount),
+            std::make_pair(5u, 1u));
   ASSERT_EQ(view.definitionCount(), 1u);
-  ASSERT_EQ(view.nodeCount(), 5u);  // four layout rows and the synthetic definition node
-  EXPECT_EQ(view.Text(view.Node(4).id), L"definition-1");
+  ASSERT_EQ(view.nodeCount(), 7u);  // six layout rows and the synthetic definition node
+  EXPECT_EQ(view.Text(view.Node(6).id), L"definition-1");
   EXPECT_EQ(view.Node(2).definitionIndex, 0u);
   EXPECT_EQ(view.Text(view.Node(3).userTitle), L"Terminal");
   const DefinitionRow definition = *view.DefinitionOf(view.Node(3));
@@ -147,6 +123,7 @@ std::string WithPins(const std::wstring& label) {
 }
 
 // Each rule of the reader at its bound and one past it; a refused image leaves the view empty.
+// The writer makes images up to 4 MiB and refuses anything larger.
 TEST(CustomModelSnapshot, ReaderRules) {
   const std::string good = Image(SmallModel()), pins = WithPins(L"Pins");
   const auto L = [&](uint32_t word) { return GetWord(good, 32) + 4 * word; };
@@ -156,12 +133,24 @@ TEST(CustomModelSnapshot, ReaderRules) {
   std::string unterminated = good;  // the zero after "open" (pool unit 21)
   unterminated[GetWord(good, 60) + 2 * 21] = 'x';
   const uint32_t pinsList = GetWord(pins, GetWord(pins, 40) + 2 * 136 + 4 * kNodeQuickPinsList);
+  auto withPadding = [](size_t units) {
+    ModelDocument model = SmallModel();
+    model.layouts[0].items[0].titleOverride.assign(units, L'x');
+    return CompileCustomModel(model);
+  };
+  // A padding string of n units adds n + 1 units (its terminator) to the pool.
+  const size_t fits =
+      static_cast<size_t>((kCustomModelMaxBytes - CustomModelImageSize(withPadding(0)) - 2) / 2);
+  const std::string largest = FlattenCustomModel(withPadding(fits), 1);
+  EXPECT_EQ(largest.size(), kCustomModelMaxBytes);
+  EXPECT_TRUE(FlattenCustomModel(withPadding(fits + 1), 1).empty());
   const struct {
     const char* name;
     std::string image;
     const char* refusal;  // nullptr: the image attaches
   } rows[] = {
       {"intact; the tag ends on the pool's last unit", good, nullptr},
+      {"the largest image", largest, nullptr},
       {"pool one unit short of the tag's terminator", Put(good, 64, {84}), "model tag"},
       {"a string without its terminator", unterminated, "node string"},
       {"totalBytes one unit past the image", Put(good, 12, {504}), "totalBytes"},
@@ -200,25 +189,8 @@ TEST(CustomModelSnapshot, ReaderRules) {
               row.refusal ? "The custom model snapshot fails the reader's check of its "s +
                                 row.refusal + "."
                           : "");
-    EXPECT_EQ(view.attached(), row.refusal == nullptr);
     EXPECT_EQ(view.nodeCount() == 0, row.refusal != nullptr);
   }
-}
-
-TEST(CustomModelSnapshot, SizeLimitIsExactlyFourMebibytes) {
-  auto withPadding = [](size_t units) {
-    ModelDocument model = SmallModel();
-    model.layouts[0].items[0].titleOverride.assign(units, L'x');
-    return CompileCustomModel(model);
-  };
-  // A padding string of n units adds n + 1 units (its terminator) to the pool.
-  const size_t fits =
-      static_cast<size_t>((kCustomModelMaxBytes - CustomModelImageSize(withPadding(0)) - 2) / 2);
-  const std::string image = FlattenCustomModel(withPadding(fits), 1);
-  EXPECT_EQ(image.size(), kCustomModelMaxBytes);
-  CustomModelView view;
-  EXPECT_TRUE(AttachCustomModel(image.data(), image.size(), view));
-  EXPECT_TRUE(FlattenCustomModel(withPadding(fits + 1), 1).empty());
 }
 
 }  // namespace
