@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "common/data_paths.h"
 #include "common/file_io.h"
 #include "common/unique_handle.h"
 #include "common/win32.h"
@@ -12,9 +13,7 @@ namespace {
 // Standard output goes to a file while the real console path formats and prints. Formats have
 // their Microsoft meanings: the C99 reading of a wide "%s" would print only "C".
 TEST(ConsoleOutput, LinesReachThePipeWholeAsUtf8CutAndEscaped) {
-  wchar_t temp[MAX_PATH + 1] = {};
-  ::GetTempPathW(MAX_PATH, temp);
-  const std::wstring path = JoinPath(temp, L"cmr-console-capture.txt");
+  const std::wstring path = JoinPath(ExecutableFolder(), L"console-capture.txt");
   {
     UniqueHandle file(::CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr,
                                     CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));

@@ -38,22 +38,21 @@ TEST(DialogEnrolment, TheFirstFailingRuleGivesTheLine) {
 
 TEST(DialogEnrolment, DialogSettingsAdmitByModeAndListIgnoringCase) {
   const struct {
-    const wchar_t* mode;
-    std::vector<std::wstring> allowed, excluded;
+    DialogSettings settings;
     const wchar_t* program;
     bool eligible;
   } rows[] = {
-      {L"all-except", {}, {L"Other.exe", L"APP.EXE"}, L"app.exe", false},
-      {L"allowlist", {L"other.exe", L"App.Exe"}, {}, L"app.exe", true},
-      {L"allowlist", {L"app.ex"}, {L"other.exe"}, L"other.exe", false},
-      {L"off", {L"app.exe"}, {}, L"app.exe", false},
-      {L"all-except", {}, {}, L"", false},
-      {L"Off", {}, {}, L"app.exe", true},
-      {L"all-except", {}, {}, L"explorer.exe", false},
+      {{L"all-except", {}, {L"Other.exe", L"APP.EXE"}}, L"app.exe", false},
+      {{L"allowlist", {L"other.exe", L"App.Exe"}, {}}, L"app.exe", true},
+      {{L"allowlist", {L"app.ex"}, {L"other.exe"}}, L"other.exe", false},
+      {{L"off", {L"app.exe"}, {}}, L"app.exe", false},
+      {{L"all-except", {}, {}}, L"", false},
+      {{L"Off", {}, {}}, L"app.exe", true},
+      {{L"all-except", {}, {}}, L"explorer.exe", false},
   };
   for (const auto& row : rows) {
-    EXPECT_EQ(IsEligibleProgram(row.program, {row.mode, row.allowed, row.excluded}), row.eligible)
-        << row.mode << L" " << row.program;
+    EXPECT_EQ(IsEligibleProgram(row.program, row.settings), row.eligible)
+        << row.settings.mode << L" " << row.program;
   }
 }
 

@@ -33,15 +33,13 @@ TEST(RestartLoopGuard, OneRowPerRule) {
       {"quiet window of 600 s still refuses", 12, inWindow, kNew, kNew, false, 12, inWindow, true},
   };
   for (const auto& c : cases) {
-    LifecycleState state;
-    state.explorerRestarts = c.restarts;
-    state.restartWindowStart = c.windowStart;
-    state.lastExplorerStart = c.lastStart;
+    LifecycleState state{true, true,       true,          1,          false, L"",
+                         L"",  c.restarts, c.windowStart, c.lastStart};
     SCOPED_TRACE(c.rule);
     EXPECT_EQ(CheckRestartLoop(state, c.currentStart, kNow, c.force), c.refused);
-    EXPECT_EQ(state.explorerRestarts, c.restartsAfter);
-    EXPECT_EQ(state.restartWindowStart, c.windowAfter);
-    EXPECT_EQ(state.lastExplorerStart, c.currentStart);
+    // Only the guard's three counters change.
+    EXPECT_EQ(state, (LifecycleState{true, true, true, 1, false, L"", L"", c.restartsAfter,
+                                     c.windowAfter, c.currentStart}));
   }
 }
 

@@ -66,7 +66,9 @@ TEST_F(LifecycleStateTest, WholeRecordRoundTripsAndOddValuesReadAsDefaults) {
   EXPECT_EQ(DeleteStateKey(), static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
 }
 
-TEST_F(LifecycleStateTest, LegacyKeyOverwritesPriorOnlyWhenItRecordsAnAppliedSuppression) {
+// The pre-0.9.9 key is carried across on a read and deleted, its prior winning only when it
+// records an applied suppression; under a volatile family key (error 1021) it stays.
+TEST_F(LifecycleStateTest, LegacyKeyIsCarriedAcrossOnceAndKeptWhileItCannotBe) {
   for (const DWORD legacyApplied : {1u, 0u}) {
     SetRaw(kStateKeyPath, {{L"PriorOverrideValue", REG_SZ, L"y"}, Dword(L"ExplorerRestarts", 3)});
     SetRaw(kLegacyStateKeyPath, {Dword(L"SuppressionApplied", legacyApplied),
@@ -77,16 +79,9 @@ TEST_F(LifecycleStateTest, LegacyKeyOverwritesPriorOnlyWhenItRecordsAnAppliedSup
     EXPECT_EQ(state.priorOverrideValue, legacyApplied ? L"x" : L"y");
     EXPECT_EQ(state.explorerRestarts, 3u);
     EXPECT_TRUE(state.priorOverrideKeyPresent);  // missing in the new key: copied either way
-    UniqueHkey legacy;
-    EXPECT_EQ(::RegOpenKeyExW(HKEY_CURRENT_USER, kLegacyStateKeyPath, 0, KEY_READ, legacy.put()),
-              ERROR_FILE_NOT_FOUND);
+    EXPECT_EQ(::RegDeleteTreeW(HKEY_CURRENT_USER, kLegacyStateKeyPath), ERROR_FILE_NOT_FOUND);
     ::RegDeleteTreeW(HKEY_CURRENT_USER, kFamilyKey);
   }
-}
-
-// A volatile family key refuses a non-volatile state key below it (error 1021): the state
-// cannot be written, and the legacy key cannot be carried across, so it is kept.
-TEST_F(LifecycleStateTest, UnwritableStateKeyFailsTheWriteAndKeepsTheLegacyKey) {
   for (const wchar_t* path : {kFamilyKey, kLegacyStateKeyPath}) {
     UniqueHkey key;
     ASSERT_EQ(::RegCreateKeyExW(HKEY_CURRENT_USER, path, 0, nullptr, REG_OPTION_VOLATILE, KEY_WRITE,
@@ -96,9 +91,8 @@ TEST_F(LifecycleStateTest, UnwritableStateKeyFailsTheWriteAndKeepsTheLegacyKey) 
   EXPECT_EQ(WriteState(LifecycleState{}).message(),
             L"Could not open the state key for writing: 1021");
   EXPECT_FALSE(ReadState().present);
-  UniqueHkey legacy;
-  EXPECT_EQ(::RegOpenKeyExW(HKEY_CURRENT_USER, kLegacyStateKeyPath, 0, KEY_READ, legacy.put()),
-            ERROR_SUCCESS);
+  // Still there to be deleted.
+  EXPECT_EQ(::RegDeleteTreeW(HKEY_CURRENT_USER, kLegacyStateKeyPath), ERROR_SUCCESS);
 }
 
 }  // namespace
