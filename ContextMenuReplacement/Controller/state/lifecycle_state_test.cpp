@@ -16,12 +16,8 @@ constexpr wchar_t kFamilyKey[] = L"Software\\Orvanta\\Brenlowpack";
 struct RawValue {
   const wchar_t* name;
   DWORD type;
-  std::wstring text;  // REG_SZ / REG_EXPAND_SZ data, or the bytes of a number
+  std::wstring text;  // REG_SZ / REG_EXPAND_SZ data, or a number's bytes: {5, 0} is DWORD 5
 };
-
-RawValue Dword(const wchar_t* name, DWORD value) {
-  return {name, REG_DWORD, std::wstring(reinterpret_cast<const wchar_t*>(&value), 2)};
-}
 
 void SetRaw(const wchar_t* path, const std::vector<RawValue>& values) {
   for (const RawValue& v : values) {
@@ -50,13 +46,13 @@ TEST_F(LifecycleStateTest, WholeRecordRoundTripsAndOddValuesReadAsDefaults) {
   EXPECT_EQ(ReadState(), state);
   EXPECT_EQ(WriteLastReplacementMode(4), static_cast<DWORD>(ERROR_SUCCESS));
   ASSERT_TRUE(WriteState(LifecycleState{}).ok());
-  EXPECT_EQ(ReadState(), LifecycleState{true});
+  EXPECT_EQ(ReadState(), (LifecycleState{true, false, false, 0, false, {}, {}}));
   EXPECT_EQ(ReadLastReplacementMode(), 4u);
   SetRaw(kStateKeyPath, {{L"SuppressionStrategy", REG_SZ, L"1"},
-                         Dword(L"RestartWindowStart", 5),
+                         {L"RestartWindowStart", REG_DWORD, {5, 0}},
                          {L"FeatureEnabled", REG_BINARY, std::wstring(2, L'\x1')},
                          {L"ExplorerRestarts", REG_QWORD, std::wstring(4, L'\x1')},
-                         Dword(L"SuppressionApplied", 2),
+                         {L"SuppressionApplied", REG_DWORD, {2, 0}},
                          {L"PriorOverrideValue", REG_EXPAND_SZ, std::wstring(1023, L'b')},
                          {L"SuppressionAppliedAt", REG_SZ, std::wstring(1024, L'a')},
                          {L"LastExplorerStart", REG_BINARY, std::wstring(4, L'\x1')}});
@@ -70,11 +66,13 @@ TEST_F(LifecycleStateTest, WholeRecordRoundTripsAndOddValuesReadAsDefaults) {
 // records an applied suppression; under a volatile family key (error 1021) it stays.
 TEST_F(LifecycleStateTest, LegacyKeyIsCarriedAcrossOnceAndKeptWhileItCannotBe) {
   for (const DWORD legacyApplied : {1u, 0u}) {
-    SetRaw(kStateKeyPath, {{L"PriorOverrideValue", REG_SZ, L"y"}, Dword(L"ExplorerRestarts", 3)});
-    SetRaw(kLegacyStateKeyPath, {Dword(L"SuppressionApplied", legacyApplied),
-                                 {L"priorOVERRIDEvalue", REG_SZ, L"x"},
-                                 Dword(L"ExplorerRestarts", 8),
-                                 Dword(L"PriorOverrideKeyPresent", 1)});
+    SetRaw(kStateKeyPath,
+           {{L"PriorOverrideValue", REG_SZ, L"y"}, {L"ExplorerRestarts", REG_DWORD, {3, 0}}});
+    SetRaw(kLegacyStateKeyPath,
+           {{L"SuppressionApplied", REG_DWORD, {static_cast<wchar_t>(legacyApplied), 0}},
+            {L"priorOVERRIDEvalue", REG_SZ, L"x"},
+            {L"ExplorerRestarts", REG_DWORD, {8, 0}},
+            {L"PriorOverrideKeyPresent", REG_DWORD, {1, 0}}});
     const LifecycleState state = ReadState();
     EXPECT_EQ(state.priorOverrideValue, legacyApplied ? L"x" : L"y");
     EXPECT_EQ(state.explorerRestarts, 3u);
