@@ -4,8 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <vector>
-
 #include "common/unique_handle.h"
 
 namespace cmr {
@@ -13,19 +11,13 @@ namespace {
 
 constexpr wchar_t kFamilyKey[] = L"Software\\Orvanta\\Brenlowpack";
 
-struct RawValue {
-  const wchar_t* name;
-  DWORD type;
-  std::wstring text;  // REG_SZ / REG_EXPAND_SZ data, or a number's bytes: {5, 0} is DWORD 5
-};
-
-void SetRaw(const wchar_t* path, const std::vector<RawValue>& values) {
-  for (const RawValue& v : values) {
-    const size_t units = v.text.size() + (v.type == REG_SZ || v.type == REG_EXPAND_SZ ? 1 : 0);
-    ASSERT_EQ(::RegSetKeyValueW(HKEY_CURRENT_USER, path, v.name, v.type, v.text.c_str(),
-                                static_cast<DWORD>(units * sizeof(wchar_t))),
-              ERROR_SUCCESS);
-  }
+// Stores `data` under HKCU\`path` as it is: text with its NUL, or a number's bytes ({5, 0} is
+// DWORD 5).
+void Set(const wchar_t* path, const wchar_t* name, DWORD type, const std::wstring& data) {
+  const size_t units = data.size() + (type == REG_SZ || type == REG_EXPAND_SZ ? 1 : 0);
+  ASSERT_EQ(::RegSetKeyValueW(HKEY_CURRENT_USER, path, name, type, data.c_str(),
+                              static_cast<DWORD>(units * sizeof(wchar_t))),
+            ERROR_SUCCESS);
 }
 
 class LifecycleStateTest : public ::testing::Test {
@@ -48,14 +40,14 @@ TEST_F(LifecycleStateTest, WholeRecordRoundTripsAndOddValuesReadAsDefaults) {
   ASSERT_TRUE(WriteState(LifecycleState{}).ok());
   EXPECT_EQ(ReadState(), (LifecycleState{true, false, false, 0, false, {}, {}}));
   EXPECT_EQ(ReadLastReplacementMode(), 4u);
-  SetRaw(kStateKeyPath, {{L"SuppressionStrategy", REG_SZ, L"1"},
-                         {L"RestartWindowStart", REG_DWORD, {5, 0}},
-                         {L"FeatureEnabled", REG_BINARY, std::wstring(2, L'\x1')},
-                         {L"ExplorerRestarts", REG_QWORD, std::wstring(4, L'\x1')},
-                         {L"SuppressionApplied", REG_DWORD, {2, 0}},
-                         {L"PriorOverrideValue", REG_EXPAND_SZ, std::wstring(1023, L'b')},
-                         {L"SuppressionAppliedAt", REG_SZ, std::wstring(1024, L'a')},
-                         {L"LastExplorerStart", REG_BINARY, std::wstring(4, L'\x1')}});
+  Set(kStateKeyPath, L"SuppressionStrategy", REG_SZ, L"1");
+  Set(kStateKeyPath, L"RestartWindowStart", REG_DWORD, {5, 0});
+  Set(kStateKeyPath, L"FeatureEnabled", REG_BINARY, std::wstring(2, L'\x1'));
+  Set(kStateKeyPath, L"ExplorerRestarts", REG_QWORD, std::wstring(4, L'\x1'));
+  Set(kStateKeyPath, L"SuppressionApplied", REG_DWORD, {2, 0});
+  Set(kStateKeyPath, L"PriorOverrideValue", REG_EXPAND_SZ, std::wstring(1023, L'b'));
+  Set(kStateKeyPath, L"SuppressionAppliedAt", REG_SZ, std::wstring(1024, L'a'));
+  Set(kStateKeyPath, L"LastExplorerStart", REG_BINARY, std::wstring(4, L'\x1'));
   EXPECT_EQ(ReadState(), (LifecycleState{true, true, false, 0, false, std::wstring(1023, L'b'),
                                          std::wstring(1023, L'a')}));
   EXPECT_EQ(DeleteStateKey(), static_cast<DWORD>(ERROR_SUCCESS));
@@ -66,13 +58,13 @@ TEST_F(LifecycleStateTest, WholeRecordRoundTripsAndOddValuesReadAsDefaults) {
 // records an applied suppression; under a volatile family key (error 1021) it stays.
 TEST_F(LifecycleStateTest, LegacyKeyIsCarriedAcrossOnceAndKeptWhileItCannotBe) {
   for (const DWORD legacyApplied : {1u, 0u}) {
-    SetRaw(kStateKeyPath,
-           {{L"PriorOverrideValue", REG_SZ, L"y"}, {L"ExplorerRestarts", REG_DWORD, {3, 0}}});
-    SetRaw(kLegacyStateKeyPath,
-           {{L"SuppressionApplied", REG_DWORD, {static_cast<wchar_t>(legacyApplied), 0}},
-            {L"priorOVERRIDEvalue", REG_SZ, L"x"},
-            {L"ExplorerRestarts", REG_DWORD, {8, 0}},
-            {L"PriorOverrideKeyPresent", REG_DWORD, {1, 0}}});
+    Set(kStateKeyPath, L"PriorOverrideValue", REG_SZ, L"y");
+    Set(kStateKeyPath, L"ExplorerRestarts", REG_DWORD, {3, 0});
+    Set(kLegacyStateKeyPath, L"SuppressionApplied", REG_DWORD,
+        {static_cast<wchar_t>(legacyApplied), 0});
+    Set(kLegacyStateKeyPath, L"priorOVERRIDEvalue", REG_SZ, L"x");
+    Set(kLegacyStateKeyPath, L"ExplorerRestarts", REG_DWORD, {8, 0});
+    Set(kLegacyStateKeyPath, L"PriorOverrideKeyPresent", REG_DWORD, {1, 0});
     const LifecycleState state = ReadState();
     EXPECT_EQ(state.priorOverrideValue, legacyApplied ? L"x" : L"y");
     EXPECT_EQ(state.explorerRestarts, 3u);
@@ -86,8 +78,7 @@ TEST_F(LifecycleStateTest, LegacyKeyIsCarriedAcrossOnceAndKeptWhileItCannotBe) {
                                 nullptr, key.put(), nullptr),
               ERROR_SUCCESS);
   }
-  EXPECT_EQ(WriteState(LifecycleState{}).message(),
-            L"Could not open the state key for writing: 1021");
+  EXPECT_FALSE(WriteState(LifecycleState{}).ok());
   EXPECT_FALSE(ReadState().present);
   // Still there to be deleted.
   EXPECT_EQ(::RegDeleteTreeW(HKEY_CURRENT_USER, kLegacyStateKeyPath), ERROR_SUCCESS);
