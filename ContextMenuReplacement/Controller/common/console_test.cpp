@@ -22,9 +22,9 @@ TEST(ConsoleOutput, LinesReachThePipeWholeAsUtf8CutAndEscaped) {
     PrintLine(L"Publishing %s", L"C:\\Users\\J\u00fcrgen\\menu.json");
     PrintLine(L"%lu (%lu bytes): %zu, %d%% %X|%x|%llX", 4294967295u, 112u, size_t{3}, -2, 255u,
               255u, 0x1234ABCDull);
-    PrintLine(L"a %s b");                        // more arguments named than given
-    PrintLine(L"%s", std::wstring(3000, L'a'));  // a line is cut but still ended
-    PrintLine(L"'%s'", L"\x1b[2J\rx");           // never a document's control characters raw
+    PrintLine(L"a %s b");                               // more arguments named than given
+    PrintLine(L"%s", std::wstring(3000, L'a'));         // a line is cut but still ended
+    PrintLine(L"'%s'", L"\x1b[2J\r\n\x7f\x85z\u00e4");  // never a document's control characters raw
     Print(L"%s|%zu", std::wstring(3000, L'b'), size_t{7});  // Print is never cut
     ::SetStdHandle(STD_OUTPUT_HANDLE, saved);
   }
@@ -35,8 +35,8 @@ TEST(ConsoleOutput, LinesReachThePipeWholeAsUtf8CutAndEscaped) {
             "Publishing C:\\Users\\J\xC3\xBCrgen\\menu.json\n"
             "4294967295 (112 bytes): 3, -2% FF|ff|1234ABCD\n"
             "a %s b [format error: argument not found]\n" +
-                std::string(2047, 'a') + "\n'\\u001b[2J\\u000dx'\n" + std::string(3000, 'b') +
-                "|7");
+                std::string(2047, 'a') + "\n'\\u001b[2J\\u000d\\u000a\\u007f\\u0085z\xC3\xA4'\n" +
+                std::string(3000, 'b') + "|7");
 }
 
 }  // namespace

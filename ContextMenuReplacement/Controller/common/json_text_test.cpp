@@ -63,11 +63,6 @@ TEST(JsonText, HostileTextIsRefusedWithWhereAndWhyAndTheRestAccepted) {
   EXPECT_EQ(JsonWide(document["a"]), L"\u00e4");
 }
 
-TEST(JsonText, ControlCharactersAreEscapedForMessages) {
-  EXPECT_EQ(EscapeControlCharacters(L"a\x1b[2J\r\n\x7f\x85z\u00e4"),
-            L"a\\u001b[2J\\u000d\\u000a\\u007f\\u0085z\u00e4");
-}
-
 // Schemas whose references never resolve, or resolve back to themselves, are refused before
 // any validator is built from them.
 TEST(JsonText, SchemaReferencesMustResolveAndNeverLoop) {
