@@ -10,7 +10,6 @@ TEST(ClassicIcons, IconLocationAlwaysNamesAnIndex) {
       {L"C:\\a.dll,-3", L"C:\\a.dll,-3"}, {L"C:\\a.dll,12", L"C:\\a.dll,12"},
       {L"C:\\a.ico", L"C:\\a.ico,0"},     {L"\"C:\\a b.exe\",1", L"C:\\a b.exe,1"},
       {L"C:\\x,y.exe", L"C:\\x,y.exe,0"}, {L"C:\\a.dll,-", L"C:\\a.dll,-,0"},
-      {L"C:\\a.dll,", L"C:\\a.dll,,0"},
   };
   for (const auto& [stored, location] : rows) EXPECT_EQ(IconLocation(stored), location);
 }

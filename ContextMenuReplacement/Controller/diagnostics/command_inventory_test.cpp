@@ -21,8 +21,7 @@ TEST(CommandInventory, EachFaultNamesTheCommandAndKey) {
        L"Command 1 of the command inventory 't.json' has no 'families' array of strings."},
   };
   for (const auto& [text, message] : rows) {
-    const auto table = ParseCommandInventory(text, L"t.json");
-    EXPECT_EQ(table.message(), message);
+    EXPECT_EQ(ParseCommandInventory(text, L"t.json").message(), message);
   }
 }
 

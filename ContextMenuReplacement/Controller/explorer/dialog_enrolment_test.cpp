@@ -2,67 +2,57 @@
 
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <iterator>
 
 namespace cmr {
 namespace {
 
-// Row k breaks rule k and every rule after it, so each row holds a rule to its line and to its
-// place in the order.
+// The rules apply in this order and the first one broken gives the line: row k breaks rule k
+// and every rule after it, so each row holds a rule to its line and to its place in the order.
 TEST(DialogEnrolment, TheFirstFailingRuleGivesTheLine) {
-  const struct {
-    std::function<void(DialogCandidate&, DialogRules&)> breakRule;
-    const wchar_t* line;
-  } rules[] = {
-      {[](DialogCandidate&, DialogRules& r) { r.enabled = false; },
-       L"inject-dialog: Ravelin is not enabled in Settings; nothing to do."},
-      {[](DialogCandidate& d, DialogRules&) { d.className = L"#32771"; },
-       L"inject-dialog: window 0x2A0B4 is not a dialog."},
-      {[](DialogCandidate& d, DialogRules&) { d.program = L"explorer.exe"; },
-       L"inject-dialog: pid 77 is Explorer, which 'enable' already covers."},
-      {[](DialogCandidate&, DialogRules& r) { r.settings.mode = L"off"; },
-       L"inject-dialog: app.exe (pid 77) is not eligible under the 'off' dialog setting."},
-      {[](DialogCandidate&, DialogRules& r) {
-         r.crashExcluded = {L"x.exe", L"app.exe"};
-       },
-       L"inject-dialog: app.exe crashed while the hook was loaded in it and stays off until it is "
-       L"allowed again in Settings."},
-      {[](DialogCandidate& d, DialogRules&) { d.sameIntegrity = false; },
-       L"inject-dialog: app.exe (pid 77) runs at a different integrity level (as administrator, "
-       L"or sandboxed); its dialogs keep Windows' menu."},
-      {[](DialogCandidate& d, DialogRules&) { d.nativeArchitecture = false; },
-       L"inject-dialog: app.exe (pid 77) is not the controller's architecture, or could not be "
-       L"opened; its dialogs keep Windows' menu."},
+  const wchar_t* const lines[] = {
+      L"inject-dialog: Ravelin is not enabled in Settings; nothing to do.",
+      L"inject-dialog: window 0x2A0B4 is not a dialog.",
+      L"inject-dialog: pid 77 is Explorer, which 'enable' already covers.",
+      L"inject-dialog: app.exe (pid 77) is not eligible under the 'off' dialog setting.",
+      L"inject-dialog: app.exe crashed while the hook was loaded in it and stays off until it is "
+      L"allowed again in Settings.",
+      L"inject-dialog: app.exe (pid 77) runs at a different integrity level (as administrator, "
+      L"or sandboxed); its dialogs keep Windows' menu.",
+      L"inject-dialog: app.exe (pid 77) is not the controller's architecture, or could not be "
+      L"opened; its dialogs keep Windows' menu.",
+      L"",
   };
-  for (size_t k = 0; k <= std::size(rules); ++k) {
-    DialogCandidate dialog{0x2A0B4, L"#32770", 77, L"app.exe", true, true};
-    DialogRules settings{true, {}, {L"App.exe", L"app.ex"}};  // crash records compare exactly
-    for (size_t later = k; later < std::size(rules); ++later)
-      rules[later].breakRule(dialog, settings);
-    EXPECT_EQ(DialogRefusal(dialog, settings), k < std::size(rules) ? rules[k].line : L"") << k;
+  for (size_t k = 0; k < std::size(lines); ++k) {
+    const auto broken = [k](size_t rule) { return rule >= k; };
+    const DialogCandidate dialog{0x2A0B4,    broken(1) ? L"#32771" : L"#32770",
+                                 77,         broken(2) ? L"explorer.exe" : L"app.exe",
+                                 !broken(5), !broken(6)};
+    // Crash records compare exactly.
+    DialogRules rules{
+        !broken(0), {broken(3) ? L"off" : L"all-except", {}, {}}, {L"App.exe", L"app.ex"}};
+    if (broken(4)) rules.crashExcluded.push_back(L"app.exe");
+    EXPECT_EQ(DialogRefusal(dialog, rules), lines[k]) << k;
   }
 }
 
 TEST(DialogEnrolment, DialogSettingsAdmitByModeAndListIgnoringCase) {
   const struct {
-    const wchar_t* mode;
-    std::vector<std::wstring> allowed, excluded;
+    DialogSettings settings;
     const wchar_t* program;
     bool eligible;
   } rows[] = {
-      {L"all-except", {}, {L"Other.exe", L"APP.EXE"}, L"app.exe", false},
-      {L"whatever", {L"app.exe"}, {}, L"app.exe", true},
-      {L"allowlist", {L"other.exe", L"App.Exe"}, {}, L"app.exe", true},
-      {L"allowlist", {L"app.ex"}, {L"other.exe"}, L"other.exe", false},
-      {L"off", {L"app.exe"}, {}, L"app.exe", false},
-      {L"all-except", {}, {}, L"", false},
-      {L"Off", {}, {}, L"app.exe", true},
-      {L"all-except", {}, {}, L"explorer.exe", false},
+      {{L"all-except", {}, {L"Other.exe", L"APP.EXE"}}, L"app.exe", false},
+      {{L"allowlist", {L"other.exe", L"App.Exe"}, {}}, L"app.exe", true},
+      {{L"allowlist", {L"app.ex"}, {L"other.exe"}}, L"other.exe", false},
+      {{L"off", {L"app.exe"}, {}}, L"app.exe", false},
+      {{L"all-except", {}, {}}, L"", false},
+      {{L"Off", {}, {}}, L"app.exe", true},
+      {{L"all-except", {}, {}}, L"explorer.exe", false},
   };
   for (const auto& row : rows) {
-    EXPECT_EQ(IsEligibleProgram(row.program, {row.mode, row.allowed, row.excluded}), row.eligible)
-        << row.mode << L" " << row.program;
+    EXPECT_EQ(IsEligibleProgram(row.program, row.settings), row.eligible)
+        << row.settings.mode << L" " << row.program;
   }
 }
 

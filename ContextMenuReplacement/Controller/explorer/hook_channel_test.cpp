@@ -15,7 +15,6 @@ constexpr std::pair<const wchar_t*, bool> kNames[] = {
     {L"BRENLOW.CONTEXTMENUREPLACEMENT.HOOK.1.0.10.0.DLL", false},
     {L"Brenlow.ContextMenuReplacement.Hoo.dll", false},
     {L"Brenlow.ContextMenuReplacement.Hook.1.0.9.0.dl", false},
-    {L"Brenlow.ContextMenuReplacement.Hookdll", false},
     {L"xBrenlow.ContextMenuReplacement.Hook.dll", false},
 };
 
