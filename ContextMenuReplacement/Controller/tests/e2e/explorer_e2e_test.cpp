@@ -74,7 +74,6 @@ const ModeRow kModeRows[] = {
     {L"suppress classnotreg", 5, 1, kRefusalNote, 0},
     {L"suppress Off", 5, -1, "Unknown suppression mode 'Off'. Use off, classnotreg, or efail.\n",
      1},
-    {L"context off", 7, 0, "", 0},
     {L"context log", 7, 1, "", 0},
     {L"context log fallback", 7, 5, kFallbackNote, 0},
     {L"context off fallback", 7, 0, kFallbackNote, 0},
@@ -89,16 +88,6 @@ const ModeRow kModeRows[] = {
     {L"resetflash", 6, 0, "", 0},
     {L"discover", 9, 0, "", 0},
 };
-
-// LastReplacementMode as the registry holds it: "" when missing, else "<type>:<number>".
-std::string StoredReplacementMode() {
-  DWORD type = 0, value = 0, size = sizeof(value);
-  if (::RegGetValueW(HKEY_CURRENT_USER, kStateKeyPath, L"LastReplacementMode", RRF_RT_ANY, &type,
-                     &value, &size) != ERROR_SUCCESS) {
-    return "";
-  }
-  return std::to_string(type) + ":" + std::to_string(value);
-}
 
 // One set of stand-ins for discovery, enrolment and every command verb: what the probe lists,
 // what inject bootstraps and what each word sends all walk the same enumeration.
@@ -204,17 +193,18 @@ TEST(ExplorerHook, ProbeInjectAndEachCommandAgainstOneSetOfExplorers) {
     for (const wchar_t c : row.words) c == L' ' ? args.emplace_back() : args.back() += c;
     const size_t before = rig.Count("command " + Pid(shell));
     const size_t sameBefore = rig.Count(Command(shell, row.code, row.argument));
-    const std::string storedBefore = StoredReplacementMode();
+    const std::optional<uint32_t> storedBefore = ReadLastReplacementMode();
     run = RunController(args);
     EXPECT_EQ(run.output, row.output);
     EXPECT_EQ(run.exitCode, row.exitCode);
     const size_t sent = row.argument < 0 ? 0 : 1;
     EXPECT_EQ(rig.Count("command " + Pid(shell)), before + sent) << rig.Journal();
     EXPECT_EQ(rig.Count(Command(shell, row.code, row.argument)), sameBefore + sent);
-    // The replacement verb records the number it sent, and only that verb writes it.
+    // The replacement verb records the number it sent as a DWORD (a mode of another type reads as
+    // none), and only that verb writes it.
     const bool records = row.code == 8 && row.argument >= 0;
-    EXPECT_EQ(StoredReplacementMode(),
-              records ? "4:" + std::to_string(row.argument) : storedBefore);
+    EXPECT_EQ(ReadLastReplacementMode(),
+              records ? std::optional<uint32_t>(row.argument) : storedBefore);
   }
   (void)DeleteStateKey();
 
