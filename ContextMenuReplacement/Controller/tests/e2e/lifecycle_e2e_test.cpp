@@ -285,6 +285,10 @@ struct Scenario {
   bool earlierCycle = false;  // an enable and a disable ran earlier without an override
 };
 
+void PrintTo(const Scenario& s, std::ostream* out) {
+  *out << s.name;
+}
+
 const Scenario kScenarios[] = {
     {"enable_classic_no_key", kEnable, kNoOverride},
     {"enable_classic_dll", kEnable, kDllOverride},
@@ -342,9 +346,8 @@ void Prepare(const Scenario& s) {
   if (s.featureOff) RecordFeatureOff();
 }
 
-// While something of ours is in force the next logon must be able to undo it. That the state
-// holds the prior with SuppressionApplied shows in the last check: only the recorded prior,
-// restored because SuppressionApplied was set, gives the preference back.
+// While something of ours is in force the next logon must be able to undo it (armed). The recorded
+// prior and SuppressionApplied show in the last check: only their restore gives the prior back.
 void ExpectRecovers(const Preference& prior, const std::string& where) {
   EXPECT_TRUE(ReadPreference() == prior || is_boot_restore_armed()) << where << ", interrupted";
   (void)RunBootRestoreVerb();
