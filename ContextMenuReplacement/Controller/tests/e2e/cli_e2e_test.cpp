@@ -13,7 +13,6 @@ namespace {
 
 TEST(CliE2e, DispatcherMessagesAndExitCodes) {
   const std::string usage = ReadBytes(FromUtf8(CMR_GOLDEN_DIR) + L"/usage.txt");
-  ASSERT_TRUE(usage.starts_with("ContextMenuReplacement.Controller\n\n"));
   const auto unknown = [&](const std::string& verb) {
     return "Unknown verb '" + verb + "'\n\n" + usage;
   };

@@ -33,10 +33,6 @@ StandInDialog StartDialog(ExplorerRig& rig, const std::vector<std::wstring>& arg
   return dialog;
 }
 
-RunResult InjectDialog(const std::string& handle) {
-  return RunController({L"inject-dialog", FromUtf8(handle)});
-}
-
 TEST(InjectDialog, EnrolsADialogWhoseShellViewAppearsLateThenEachRuleAnswers) {
   ResetUserData();
   (void)DeleteStateKey();
@@ -68,7 +64,8 @@ TEST(InjectDialog, EnrolsADialogWhoseShellViewAppearsLateThenEachRuleAnswers) {
   }
 
   // The same window named in decimal; the log gains a line and keeps the first.
-  const RunResult run = InjectDialog(std::to_string(std::stoull(late.handle, nullptr, 16)));
+  const RunResult run = RunController(
+      {L"inject-dialog", FromUtf8(std::to_string(std::stoull(late.handle, nullptr, 16)))});
   EXPECT_EQ(run.exitCode, 0u) << run.output;
   const std::string log = ReadBytes(DialogEnrolmentLogPath());
   const size_t time = std::string("YYYY-MM-DD HH:MM:SS ").size();
@@ -127,7 +124,7 @@ TEST(InjectDialog, EnrolsADialogWhoseShellViewAppearsLateThenEachRuleAnswers) {
       ::RegSetKeyValueW(HKEY_CURRENT_USER, kDialogCrashExclusionsKey, L"stand_in_dialog.exe",
                         REG_QWORD, &crashedAt, 8);
     }
-    const RunResult run = InjectDialog(row.handle);
+    const RunResult run = RunController({L"inject-dialog", FromUtf8(row.handle)});
     ::RegDeleteTreeW(HKEY_CURRENT_USER, kDialogCrashExclusionsKey);
     EXPECT_EQ(run.output, row.output.empty() ? "" : "inject-dialog: " + row.output + "\n");
     EXPECT_EQ(run.exitCode, row.exitCode) << row.output;
