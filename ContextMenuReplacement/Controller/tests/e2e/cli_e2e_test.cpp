@@ -13,7 +13,6 @@ namespace {
 
 TEST(CliE2e, DispatcherMessagesAndExitCodes) {
   const std::string usage = ReadBytes(FromUtf8(CMR_GOLDEN_DIR) + L"/usage.txt");
-  ASSERT_TRUE(usage.starts_with("ContextMenuReplacement.Controller\n\n"));
   const auto unknown = [&](const std::string& verb) {
     return "Unknown verb '" + verb + "'\n\n" + usage;
   };
@@ -21,7 +20,6 @@ TEST(CliE2e, DispatcherMessagesAndExitCodes) {
       {{}, usage, 1},
       // Verbs are matched exactly, whatever their case or script.
       {{L"Status"}, unknown("Status"), 1},
-      {{L"--help"}, unknown("--help"), 1},
       {{L"St\u00e4ll-\u2713"}, unknown("St\xC3\xA4ll-\xE2\x9C\x93"), 1},
       // placement-contracts takes exactly two arguments; otherwise it is no verb at all.
       {{L"placement-contracts", L"schema.json"}, unknown("placement-contracts"), 1},

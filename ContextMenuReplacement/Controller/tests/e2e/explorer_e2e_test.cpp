@@ -54,9 +54,8 @@ std::wstring ControllerCopy(const std::wstring& name, const std::wstring& hook) 
 struct ModeRow {
   std::wstring words;  // the arguments, separated by single spaces
   int code;
-  long long argument;  // -1: nothing is sent
-  std::string output;
-  DWORD exitCode;
+  long long argument;  // -1: nothing is sent, the word is refused with exit code 1
+  std::string output = "";
 };
 
 const char kRefusalNote[] =
@@ -70,35 +69,23 @@ const char kFallbackNote[] =
     "folder views is for finding out whether it is ever needed there, not a setting.\n";
 
 const ModeRow kModeRows[] = {
-    {L"suppress off", 5, 0, "", 0},
-    {L"suppress classnotreg", 5, 1, kRefusalNote, 0},
-    {L"suppress Off", 5, -1, "Unknown suppression mode 'Off'. Use off, classnotreg, or efail.\n",
-     1},
-    {L"context off", 7, 0, "", 0},
-    {L"context log", 7, 1, "", 0},
-    {L"context log fallback", 7, 5, kFallbackNote, 0},
-    {L"context off fallback", 7, 0, kFallbackNote, 0},
-    {L"context log Fallback", 7, 1, "", 0},
-    {L"context logs", 7, -1, "Unknown capture mode 'logs'. Use off, log, or overlay.\n", 1},
-    {L"replacement off", 8, 0, "", 0},
-    {L"replacement modern", 8, 4, "", 0},
+    {L"suppress off", 5, 0},
+    {L"suppress classnotreg", 5, 1, kRefusalNote},
+    {L"suppress Off", 5, -1, "Unknown suppression mode 'Off'. Use off, classnotreg, or efail.\n"},
+    {L"context log", 7, 1},
+    {L"context log fallback", 7, 5, kFallbackNote},
+    {L"context off fallback", 7, 0, kFallbackNote},
+    {L"context log Fallback", 7, 1},
+    {L"context logs", 7, -1, "Unknown capture mode 'logs'. Use off, log, or overlay.\n"},
+    {L"replacement off", 8, 0},
+    {L"replacement modern", 8, 4},
     {L"replacement moder", 8, -1,
-     "Unknown replacement mode 'moder'. Use off, native, modern, or fail.\n", 1},
-    {L"topology", 4, 0, "", 0},
-    {L"rescan", 1, 0, "", 0},
-    {L"resetflash", 6, 0, "", 0},
-    {L"discover", 9, 0, "", 0},
+     "Unknown replacement mode 'moder'. Use off, native, modern, or fail.\n"},
+    {L"topology", 4, 0},
+    {L"rescan", 1, 0},
+    {L"resetflash", 6, 0},
+    {L"discover", 9, 0},
 };
-
-// LastReplacementMode as the registry holds it: "" when missing, else "<type>:<number>".
-std::string StoredReplacementMode() {
-  DWORD type = 0, value = 0, size = sizeof(value);
-  if (::RegGetValueW(HKEY_CURRENT_USER, kStateKeyPath, L"LastReplacementMode", RRF_RT_ANY, &type,
-                     &value, &size) != ERROR_SUCCESS) {
-    return "";
-  }
-  return std::to_string(type) + ":" + std::to_string(value);
-}
 
 // One set of stand-ins for discovery, enrolment and every command verb: what the probe lists,
 // what inject bootstraps and what each word sends all walk the same enumeration.
@@ -204,17 +191,18 @@ TEST(ExplorerHook, ProbeInjectAndEachCommandAgainstOneSetOfExplorers) {
     for (const wchar_t c : row.words) c == L' ' ? args.emplace_back() : args.back() += c;
     const size_t before = rig.Count("command " + Pid(shell));
     const size_t sameBefore = rig.Count(Command(shell, row.code, row.argument));
-    const std::string storedBefore = StoredReplacementMode();
+    const std::optional<uint32_t> storedBefore = ReadLastReplacementMode();
     run = RunController(args);
     EXPECT_EQ(run.output, row.output);
-    EXPECT_EQ(run.exitCode, row.exitCode);
+    EXPECT_EQ(run.exitCode, row.argument < 0 ? 1u : 0u);
     const size_t sent = row.argument < 0 ? 0 : 1;
     EXPECT_EQ(rig.Count("command " + Pid(shell)), before + sent) << rig.Journal();
     EXPECT_EQ(rig.Count(Command(shell, row.code, row.argument)), sameBefore + sent);
-    // The replacement verb records the number it sent, and only that verb writes it.
+    // The replacement verb records the number it sent as a DWORD (a mode of another type reads as
+    // none), and only that verb writes it.
     const bool records = row.code == 8 && row.argument >= 0;
-    EXPECT_EQ(StoredReplacementMode(),
-              records ? "4:" + std::to_string(row.argument) : storedBefore);
+    EXPECT_EQ(ReadLastReplacementMode(),
+              records ? std::optional<uint32_t>(row.argument) : storedBefore);
   }
   (void)DeleteStateKey();
 

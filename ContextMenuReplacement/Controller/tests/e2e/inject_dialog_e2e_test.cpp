@@ -33,11 +33,7 @@ StandInDialog StartDialog(ExplorerRig& rig, const std::vector<std::wstring>& arg
   return dialog;
 }
 
-RunResult InjectDialog(const std::string& handle) {
-  return RunController({L"inject-dialog", FromUtf8(handle)});
-}
-
-TEST(InjectDialog, EnrolsADialogWhoseShellViewAppearsLate) {
+TEST(InjectDialog, EnrolsADialogWhoseShellViewAppearsLateThenEachRuleAnswers) {
   ResetUserData();
   (void)DeleteStateKey();
   ASSERT_EQ(WriteLastReplacementMode(3), static_cast<DWORD>(ERROR_SUCCESS));
@@ -47,11 +43,11 @@ TEST(InjectDialog, EnrolsADialogWhoseShellViewAppearsLate) {
   ASSERT_EQ(RunController({L"inject"}).exitCode, 0u);
   UniqueHandle viewSignal(::CreateEventW(nullptr, TRUE, FALSE, L"CmrRig.DialogView"));
   ::ResetEvent(viewSignal.get());
-  const StandInDialog dialog = StartDialog(rig, {L"--view-after", L"400", L"--view-on-signal"});
+  const StandInDialog late = StartDialog(rig, {L"--view-after", L"400", L"--view-on-signal"});
   {
     // The view appears 400 ms after the controller has begun to wait for it.
-    RunningController running({L"inject-dialog", FromUtf8(dialog.handle)});
-    const std::string waiting = "[dialogs] Waiting for the shell view of window " + dialog.handle;
+    RunningController running({L"inject-dialog", FromUtf8(late.handle)});
+    const std::string waiting = "[dialogs] Waiting for the shell view of window " + late.handle;
     const ULONGLONG deadline = ::GetTickCount64() + 20000;
     while (TodaysLog().find(waiting) == std::string::npos && ::GetTickCount64() < deadline) {
       ::Sleep(10);
@@ -62,29 +58,27 @@ TEST(InjectDialog, EnrolsADialogWhoseShellViewAppearsLate) {
     EXPECT_TRUE(running.WaitForOutput("\n", 20000));
     EXPECT_EQ(running.Output(), "\n");
   }
-  EXPECT_EQ(rig.Count("bootstrap " + Pid(dialog.processId) + " "), 1u) << rig.Journal();
-  for (const DWORD processId : {dialog.processId, explorer}) {
+  EXPECT_EQ(rig.Count("bootstrap " + Pid(late.processId) + " "), 1u) << rig.Journal();
+  for (const DWORD processId : {late.processId, explorer}) {
     EXPECT_EQ(rig.Count("command " + Pid(processId) + " code=8 arg=3\n"), 1u) << rig.Journal();
   }
 
   // The same window named in decimal; the log gains a line and keeps the first.
-  const RunResult run = InjectDialog(std::to_string(std::stoull(dialog.handle, nullptr, 16)));
+  const RunResult run = RunController(
+      {L"inject-dialog", FromUtf8(std::to_string(std::stoull(late.handle, nullptr, 16)))});
   EXPECT_EQ(run.exitCode, 0u) << run.output;
   const std::string log = ReadBytes(DialogEnrolmentLogPath());
   const size_t time = std::string("YYYY-MM-DD HH:MM:SS ").size();
   const std::string line =
-      Pid(dialog.processId) + " hwnd=" + dialog.handle + " program=stand_in_dialog.exe\n";
+      Pid(late.processId) + " hwnd=" + late.handle + " program=stand_in_dialog.exe\n";
   ASSERT_EQ(log.size(), 2 * (time + line.size())) << log;
   EXPECT_EQ(log.substr(time, line.size()), line);
   EXPECT_EQ(log.substr(2 * time + line.size()), line);
-  (void)DeleteStateKey();
-}
 
-// One row per rule, in the order the rules apply; settings, crash record and window vary.
-TEST(InjectDialog, EachRuleAnswersWithItsLineAndExitCode) {
-  ResetUserData();
+  // One row per rule, in the order the rules apply; settings, crash record and window vary. No
+  // mode is recorded, so an enrolment resends nothing.
   (void)DeleteStateKey();
-  ExplorerRig rig;
+  const size_t enrolled = rig.Count("bootstrap");
   const StandInDialog dialog = StartDialog(rig, {L"--view-after", L"0"});
   const StandInDialog plain = StartDialog(rig, {L"--plain"});
   const StandInDialog viewless = StartDialog(rig, {});
@@ -130,13 +124,13 @@ TEST(InjectDialog, EachRuleAnswersWithItsLineAndExitCode) {
       ::RegSetKeyValueW(HKEY_CURRENT_USER, kDialogCrashExclusionsKey, L"stand_in_dialog.exe",
                         REG_QWORD, &crashedAt, 8);
     }
-    const RunResult run = InjectDialog(row.handle);
+    const RunResult run = RunController({L"inject-dialog", FromUtf8(row.handle)});
     ::RegDeleteTreeW(HKEY_CURRENT_USER, kDialogCrashExclusionsKey);
     EXPECT_EQ(run.output, row.output.empty() ? "" : "inject-dialog: " + row.output + "\n");
     EXPECT_EQ(run.exitCode, row.exitCode) << row.output;
   }
   // Only the last two rows enrol.
-  EXPECT_EQ(rig.Count("bootstrap"), 2u) << rig.Journal();
+  EXPECT_EQ(rig.Count("bootstrap"), enrolled + 2) << rig.Journal();
 }
 
 }  // namespace
