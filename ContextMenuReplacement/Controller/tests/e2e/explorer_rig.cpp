@@ -10,7 +10,6 @@
 #include "common/text.h"
 #include "explorer/explorer_discovery.h"
 #include "explorer/hook_channel.h"
-#include "tests/e2e/harness.h"
 #include "tests/support/child_process.h"
 
 namespace cmr::e2e {
@@ -27,9 +26,8 @@ void ShutDownHooks() {
     windows.push_back(after);
   }
   for (HWND window : windows) {
-    DWORD_PTR reply = 0;
     ::SendMessageTimeoutW(window, message, hook_command::kShutdown, 0, SMTO_ABORTIFHUNG, 2000,
-                          &reply);
+                          nullptr);
   }
 }
 
@@ -143,8 +141,7 @@ DWORD ExplorerRig::Start(const std::vector<std::wstring>& args, const std::wstri
 }
 
 std::string ExplorerRig::Journal() const {
-  const Result<std::string> bytes = ReadWholeFile(journal_);
-  return bytes ? bytes.value() : std::string();
+  return ReadBytes(journal_);
 }
 
 std::string ExplorerRig::LineAfter(const std::string& prefix) const {

@@ -55,23 +55,6 @@ struct RunningController::Shared {
   UniqueHandle pipe;
 };
 
-namespace {
-
-DWORD WINAPI ReadLoop(void* context) {
-  auto* shared = static_cast<RunningController::Shared*>(context);
-  char buffer[4096];
-  DWORD got = 0;
-  // End-of-file comes when the child exits: the pipe's write end was ours only until the child
-  // inherited it.
-  while (::ReadFile(shared->pipe.get(), buffer, sizeof(buffer), &got, nullptr) && got > 0) {
-    std::lock_guard lock(shared->mutex);
-    shared->output.append(buffer, got);
-  }
-  return 0;
-}
-
-}  // namespace
-
 RunningController::RunningController(const std::vector<std::wstring>& args,
                                      const std::wstring& exePath, const std::string& input,
                                      const std::function<void()>& beforeItRuns)
@@ -103,8 +86,18 @@ RunningController::RunningController(const std::vector<std::wstring>& args,
   }
   process_ = std::move(child.process);
   // The child holds its own copies of the pipe ends now; closing ours (on the way out) is what
-  // ends its input and lets the reader see the end of its output.
-  readThread_.reset(::CreateThread(nullptr, 0, ReadLoop, shared_, 0, nullptr));
+  // ends its input and lets the reader see the end of its output when it exits.
+  const auto readLoop = [](void* context) -> DWORD {
+    auto* shared = static_cast<Shared*>(context);
+    char buffer[4096];
+    DWORD got = 0;
+    while (::ReadFile(shared->pipe.get(), buffer, sizeof(buffer), &got, nullptr) && got > 0) {
+      std::lock_guard lock(shared->mutex);
+      shared->output.append(buffer, got);
+    }
+    return 0;
+  };
+  readThread_.reset(::CreateThread(nullptr, 0, readLoop, shared_, 0, nullptr));
 }
 
 RunningController::~RunningController() {
@@ -113,15 +106,12 @@ RunningController::~RunningController() {
 }
 
 void RunningController::Stop() {
-  if (process_) {
-    ::TerminateProcess(process_.get(), 0xDEAD);
-    ::WaitForSingleObject(process_.get(), 10000);
-    process_.reset();
-  }
-  if (readThread_) {
-    ::WaitForSingleObject(readThread_.get(), 10000);
-    readThread_.reset();
-  }
+  // Once stopped (or never started) the handles are empty and every call here fails harmlessly.
+  ::TerminateProcess(process_.get(), 0xDEAD);
+  ::WaitForSingleObject(process_.get(), 10000);
+  process_.reset();
+  ::WaitForSingleObject(readThread_.get(), 10000);
+  readThread_.reset();
 }
 
 DWORD RunningController::Wait(DWORD timeoutMs) {

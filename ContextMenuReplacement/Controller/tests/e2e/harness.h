@@ -56,9 +56,8 @@ class RunningController {
   // Ends the controller if it still runs and collects the rest of its output.
   void Stop();
 
-  struct Shared;
-
  private:
+  struct Shared;
   UniqueHandle process_;
   UniqueHandle readThread_;
   Shared* shared_;

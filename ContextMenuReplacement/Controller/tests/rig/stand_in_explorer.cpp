@@ -108,8 +108,7 @@ int Watch(DWORD processId, int delayMs) {
   HANDLE process = ::OpenProcess(SYNCHRONIZE, FALSE, processId);
   HANDLE waits[2] = {process, RigShutdownEvent()};
   if (!process || ::WaitForMultipleObjects(2, waits, FALSE, INFINITE) != WAIT_OBJECT_0) return 0;
-  ::Sleep(delayMs);
-  if (::WaitForSingleObject(waits[1], 0) == WAIT_OBJECT_0) return 0;
+  if (::WaitForSingleObject(waits[1], delayMs) == WAIT_OBJECT_0) return 0;
   if (const cmr::Child child = cmr::StartChild(Self())) RigJournal("respawned pid=%lu", child.id);
   return 0;
 }

@@ -108,20 +108,6 @@ static HRESULT STDMETHODCALLTYPE CurrentFolder(IPersistFolder2* self, PIDLIST_AB
   return SHParseDisplayName(location, NULL, pidl, 0, NULL);
 }
 
-static void BuildEntryVtables(void) {
-  FillVtable(&g_app, sizeof(g_app), (void*)AppQuery);
-  g_app.get_HWND = AppWindow;
-  FillVtable(&g_services, sizeof(g_services), (void*)ServicesQuery);
-  g_services.QueryService = QueryService;
-  FillVtable(&g_browser, sizeof(g_browser), (void*)BrowserQuery);
-  g_browser.QueryActiveShellView = ActiveView;
-  FillVtable(&g_view, sizeof(g_view), (void*)ViewQuery);
-  FillVtable(&g_folderView, sizeof(g_folderView), (void*)FolderViewQuery);
-  g_folderView.GetFolder = GetFolder;
-  FillVtable(&g_persist, sizeof(g_persist), (void*)PersistQuery);
-  g_persist.GetCurFolder = CurrentFolder;
-}
-
 /* The list itself: the folder windows present when it is asked. */
 typedef struct {
   HWND windows[64];
@@ -142,14 +128,17 @@ static WindowList g_list;
 static IShellWindowsVtbl g_shellWindowsVtbl;
 static struct { IShellWindowsVtbl* vtbl; } g_shellWindows = {&g_shellWindowsVtbl};
 
+/* The list and the factory are one interface each: they answer for themselves or not at all. */
+static HRESULT Itself(void* self, BOOL answers, void** out) {
+  *out = answers ? self : NULL;
+  return answers ? S_OK : E_NOINTERFACE;
+}
+
 static HRESULT STDMETHODCALLTYPE ListQuery(IShellWindows* self, REFIID riid, void** out) {
-  *out = NULL;
-  if (!IsEqualIID(riid, &IID_IUnknown) && !IsEqualIID(riid, &IID_IDispatch) &&
-      !IsEqualIID(riid, &IID_IShellWindows)) {
-    return E_NOINTERFACE;
-  }
-  *out = self;
-  return S_OK;
+  return Itself(self,
+                IsEqualIID(riid, &IID_IUnknown) || IsEqualIID(riid, &IID_IDispatch) ||
+                    IsEqualIID(riid, &IID_IShellWindows),
+                out);
 }
 
 static HRESULT STDMETHODCALLTYPE ListCount(IShellWindows* self, LONG* count) {
@@ -176,12 +165,7 @@ static IClassFactoryVtbl g_factoryVtbl;
 static struct { IClassFactoryVtbl* vtbl; } g_factory = {&g_factoryVtbl};
 
 static HRESULT STDMETHODCALLTYPE FactoryQuery(IClassFactory* self, REFIID riid, void** out) {
-  *out = NULL;
-  if (!IsEqualIID(riid, &IID_IUnknown) && !IsEqualIID(riid, &IID_IClassFactory)) {
-    return E_NOINTERFACE;
-  }
-  *out = self;
-  return S_OK;
+  return Itself(self, IsEqualIID(riid, &IID_IUnknown) || IsEqualIID(riid, &IID_IClassFactory), out);
 }
 
 static HRESULT STDMETHODCALLTYPE FactoryCreate(IClassFactory* self, IUnknown* outer, REFIID riid,
@@ -193,7 +177,17 @@ static HRESULT STDMETHODCALLTYPE FactoryCreate(IClassFactory* self, IUnknown* ou
 
 __declspec(dllexport) HRESULT WINAPI DllGetClassObject(REFCLSID clsid, REFIID riid, void** out) {
   if (!IsEqualCLSID(clsid, &CLSID_ShellWindows)) return CLASS_E_CLASSNOTAVAILABLE;
-  BuildEntryVtables();
+  FillVtable(&g_app, sizeof(g_app), (void*)AppQuery);
+  g_app.get_HWND = AppWindow;
+  FillVtable(&g_services, sizeof(g_services), (void*)ServicesQuery);
+  g_services.QueryService = QueryService;
+  FillVtable(&g_browser, sizeof(g_browser), (void*)BrowserQuery);
+  g_browser.QueryActiveShellView = ActiveView;
+  FillVtable(&g_view, sizeof(g_view), (void*)ViewQuery);
+  FillVtable(&g_folderView, sizeof(g_folderView), (void*)FolderViewQuery);
+  g_folderView.GetFolder = GetFolder;
+  FillVtable(&g_persist, sizeof(g_persist), (void*)PersistQuery);
+  g_persist.GetCurFolder = CurrentFolder;
   FillVtable(&g_shellWindowsVtbl, sizeof(g_shellWindowsVtbl), (void*)ListQuery);
   g_shellWindowsVtbl.get_Count = ListCount;
   g_shellWindowsVtbl.Item = ListItem;

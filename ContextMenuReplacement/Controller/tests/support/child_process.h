@@ -26,7 +26,6 @@ struct Child {
 };
 
 inline std::wstring QuoteArgument(const std::wstring& arg) {
-  if (!arg.empty() && arg.find_first_of(L" \t\"") == std::wstring::npos) return arg;
   // Backslashes double only before a quote.
   std::wstring out = L"\"";
   size_t backslashes = 0;
@@ -66,12 +65,8 @@ inline Child StartCommandLine(std::wstring line, const ChildOptions& options = {
                                options.suspended ? CREATE_SUSPENDED : 0, nullptr, options.folder,
                                &startup, &info);
   }
-  Child child;
-  if (!started) return child;
-  child.process.reset(info.hProcess);
-  child.thread.reset(info.hThread);
-  child.id = info.dwProcessId;
-  return child;
+  if (!started) return {};
+  return {UniqueHandle(info.hProcess), UniqueHandle(info.hThread), info.dwProcessId};
 }
 
 inline Child StartChild(const std::wstring& exe, const std::vector<std::wstring>& args = {},
