@@ -113,10 +113,9 @@ DWORD ExplorerRig::StartShell(const std::vector<std::wstring>& args,
                               const std::wstring& nextShells) {
   const std::wstring shell = ShellPath();
   // A shell an earlier test left starting cannot be overwritten, and needs not be.
-  if (ReadBytes(shell) != ReadBytes(Explorer()) &&
-      !::CopyFileW(Explorer().c_str(), shell.c_str(), FALSE)) {
-    ADD_FAILURE() << "could not put the stand-in at " << ToUtf8(shell) << ": " << ::GetLastError();
-  }
+  EXPECT_TRUE(ReadBytes(shell) == ReadBytes(Explorer()) ||
+              ::CopyFileW(Explorer().c_str(), shell.c_str(), FALSE))
+      << "could not put the stand-in at " << ToUtf8(shell) << ": " << ::GetLastError();
   const std::wstring standIn = JoinPath(Folder(), L"stand_in_shell_windows.dll");
   if (replacedServer_.empty()) replacedServer_ = ShellWindowsServer();
   // A run stopped halfway left the stand-in registered: what it replaced was Wine's own.

@@ -60,9 +60,7 @@ RunningController::RunningController(const std::vector<std::wstring>& args,
                                      const std::function<void()>& beforeItRuns)
     : shared_(new Shared) {
   SECURITY_ATTRIBUTES inherit{sizeof(inherit), nullptr, TRUE};
-  UniqueHandle writer;
-  UniqueHandle inputReader;
-  UniqueHandle inputWriter;
+  UniqueHandle writer, inputReader, inputWriter;
   if (!::CreatePipe(shared_->pipe.put(), writer.put(), &inherit, 0)) return;
   ::SetHandleInformation(shared_->pipe.get(), HANDLE_FLAG_INHERIT, 0);
   if (!input.empty()) {
