@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "common/unique_handle.h"
-#include "tests/support/quiet_process.h"
+#include "tests/support/child_process.h"
 
 namespace cmr::bench {
 
@@ -45,7 +45,7 @@ rapidjson::Document ParseOrAbort(const std::string& text);
 // (<build>\bench holds the benchmark, <build>\stage the controller, <build>\rig the stand-ins).
 std::wstring BuildFile(const wchar_t* folder, const wchar_t* file);
 std::wstring StagedController();
-// StartQuietly (tests/support/quiet_process.h), then waits for the process to end.
+// StartCommandLine (tests/support/child_process.h), then waits for the process to end.
 void RunToExit(const std::wstring& exe, const std::wstring& arguments = L"");
 // Microseconds from starting the staged controller with `arguments` to its exit.
 double TimedControllerRun(const std::wstring& arguments);

@@ -10,7 +10,7 @@
 #include "common/data_paths.h"
 #include "common/file_io.h"
 #include "common/json_text.h"
-#include "tests/support/quiet_process.h"
+#include "tests/support/child_process.h"
 #include "tests/support/staged_install.h"
 
 namespace cmr::bench {
@@ -76,7 +76,7 @@ std::wstring StagedController() {
 }
 
 void RunToExit(const std::wstring& exe, const std::wstring& arguments) {
-  const UniqueHandle process = StartQuietly(exe, arguments);
+  const UniqueHandle process = StartCommandLine(QuoteArgument(exe) + L" " + arguments).process;
   if (process) ::WaitForSingleObject(process.get(), INFINITE);
 }
 

@@ -39,7 +39,7 @@ class StandIns {
   }
   // Starts one stand-in with `arguments` and waits until `folderWindows` folder windows exist.
   void Start(const std::wstring& exe, const std::wstring& arguments, size_t folderWindows) {
-    processes_.push_back(cmr::StartQuietly(exe, arguments));
+    processes_.push_back(cmr::StartCommandLine(cmr::QuoteArgument(exe) + L" " + arguments).process);
     while (CountWindows(L"CabinetWClass") < folderWindows) ::Sleep(10);
   }
 
@@ -60,13 +60,15 @@ const std::wstring& StandInExplorer() {
 
 const bool probeAndInject = cmr::bench::Register(
     {"explorer: probe and inject start-to-exit, 1 and 8 stand-in UI threads (ratio)", 0, [] {
-       const auto baseline = cmr::bench::Measure(20, [] { cmr::bench::RunToExit(Controller(), L""); });
+       const auto baseline =
+           cmr::bench::Measure(20, [] { cmr::bench::RunToExit(Controller(), L""); });
        cmr::bench::PrintFigures("explorer: controller, no arguments", 20, baseline);
        for (const int threads : {1, 8}) {
          StandIns standIns;
          standIns.Start(StandInExplorer(), L"--threads " + std::to_wstring(threads), threads);
          for (const wchar_t* verb : {L"probe", L"inject"}) {
-           const auto figures = cmr::bench::Measure(20, [&] { cmr::bench::RunToExit(Controller(), verb); });
+           const auto figures =
+               cmr::bench::Measure(20, [&] { cmr::bench::RunToExit(Controller(), verb); });
            const std::string name =
                fmt::format("explorer: {} with {} stand-in thread(s)",
                            verb == std::wstring(L"probe") ? "probe" : "inject", threads);

@@ -23,7 +23,7 @@ const bool enable = cmr::bench::Register(
        const cmr::UniqueHandle shutdown(::CreateEventW(nullptr, TRUE, FALSE, L"CmrRig.Shutdown"));
        ::ResetEvent(shutdown.get());
        const cmr::UniqueHandle explorer =
-           cmr::StartQuietly(cmr::bench::BuildFile(L"rig", L"explorer.exe"), L"--shell");
+           cmr::StartChild(cmr::bench::BuildFile(L"rig", L"explorer.exe"), {L"--shell"}).process;
        ::Sleep(1000);  // its windows up; nothing here is timed against it
        std::vector<double> micros;
        for (int i = 0; i < 15; ++i) {

@@ -12,6 +12,7 @@
 #include "common/file_io.h"
 #include "common/text.h"
 #include "common/unique_handle.h"
+#include "tests/support/child_process.h"
 #include "tests/support/todays_log.h"
 
 namespace cmr {
@@ -77,14 +78,8 @@ TEST(LogFile, TwoProcessesAppendWholeLines) {
   std::vector<UniqueHandle> children;
   for (const char* who : {"A", "B"}) {
     ::SetEnvironmentVariableW(L"CMR_LOG_WRITER_MARKER", FromUtf8(run + "-" + who).c_str());
-    std::wstring line = L"\"" + std::wstring(self) + L"\" --gtest_filter=LogFile.WriterChild";
-    STARTUPINFOW startup{};
-    startup.cb = sizeof(startup);
-    PROCESS_INFORMATION info{};
-    ASSERT_TRUE(::CreateProcessW(nullptr, line.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr,
-                                 &startup, &info));
-    ::CloseHandle(info.hThread);
-    children.emplace_back(info.hProcess);
+    children.push_back(StartChild(self, {L"--gtest_filter=LogFile.WriterChild"}).process);
+    ASSERT_TRUE(children.back());
   }
   ::SetEnvironmentVariableW(L"CMR_LOG_WRITER_MARKER", nullptr);
   for (const UniqueHandle& child : children) {

@@ -7,7 +7,6 @@
 #include <string>
 #include <vector>
 
-#include "common/text.h"
 #include "tests/e2e/harness.h"
 
 namespace cmr::e2e {
@@ -21,15 +20,11 @@ struct CommandRow {
 
 inline void RunRows(const std::vector<CommandRow>& rows) {
   for (const CommandRow& row : rows) {
-    std::wstring line;
-    for (const std::wstring& arg : row.args) line += arg + L" ";
-    SCOPED_TRACE(ToUtf8(line));
+    SCOPED_TRACE(::testing::PrintToString(row.args));
     const RunResult run = RunController(row.args);
-    if (row.outputStartsWith) {
-      EXPECT_TRUE(run.output.starts_with(row.output)) << run.output;
-    } else {
-      EXPECT_EQ(run.output, row.output);
-    }
+    EXPECT_EQ(row.outputStartsWith ? run.output.substr(0, row.output.size()) : run.output,
+              row.output)
+        << run.output;
     EXPECT_EQ(run.exitCode, row.exitCode);
   }
 }

@@ -25,15 +25,6 @@ RunResult Model(std::vector<std::wstring> args) {
   return RunController(args);
 }
 
-bool Has(const std::string& text, const std::string& part) {
-  return text.find(part) != std::string::npos;
-}
-size_t Count(const std::string& text, const std::string& part) {
-  size_t n = 0;
-  for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++n;
-  return n;
-}
-
 const std::string kNothingPublished = "No compatible custom model has been published yet.\n";
 const std::string kStillInEffect =
     "Nothing was published. The previously published custom model is still in effect.\n";

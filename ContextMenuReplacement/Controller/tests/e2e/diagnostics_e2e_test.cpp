@@ -5,7 +5,7 @@
 #include "common/text.h"
 #include "common/unique_handle.h"
 #include "tests/e2e/harness.h"
-#include "tests/support/quiet_process.h"
+#include "tests/support/child_process.h"
 
 namespace cmr::e2e {
 namespace {
@@ -152,7 +152,8 @@ TEST(DiagnosticsE2e, ClassicIconsAnswersEveryLineUntilTheEndOfInput) {
       "\tNone\r\n\nverb\tCmrIconRoot\touter\\inner\n" +
       "verb\tCmrIconRoot\tbare\nverb\tCmrIconRoot\tmissing\nverb\tCmrIconRoot\n" +
       "menu\ta\tb\nhandler\tShell.Application\tx\nverb\t\tx";
-  const RunResult run = RunControllerWithInput({L"classic-icons", L"--json"}, input);
+  const RunResult run =
+      RunControllerAt(ControllerPath(), {L"classic-icons", L"--json"}, 60000, input);
   EXPECT_EQ(run.exitCode, 0u);
   EXPECT_EQ(
       run.output,
@@ -186,7 +187,7 @@ TEST(DiagnosticsE2e, ClassicIconsAnswersEveryLineUntilTheEndOfInput) {
 // output pipe would then stay open after the controller exits. One probe run with NUL handles
 // starts the desktop first.
 void StartWineDesktopWithoutThePipe() {
-  const UniqueHandle process = StartQuietly(ControllerPath(), L"inventory");
+  const UniqueHandle process = StartChild(ControllerPath(), {L"inventory"}).process;
   ASSERT_TRUE(process.valid());
   ASSERT_EQ(::WaitForSingleObject(process.get(), 60000), WAIT_OBJECT_0);
 }

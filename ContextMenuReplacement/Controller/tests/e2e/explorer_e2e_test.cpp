@@ -29,26 +29,9 @@ std::vector<std::string> ProbeLines(const wchar_t* className, DWORD processId) {
   return lines;
 }
 
-size_t Occurrences(const std::string& output, const std::string& needle) {
-  size_t count = 0;
-  for (size_t at = 0; (at = output.find(needle, at)) != std::string::npos; ++at) ++count;
-  return count;
-}
-
 std::string Command(DWORD processId, int code, long long argument) {
   return "command " + Pid(processId) + " code=" + std::to_string(code) +
          " arg=" + std::to_string(argument) + "\n";
-}
-
-// A copy of the controller in a folder of its own, with `hook` (if any) beside it as the Hook.
-std::wstring ControllerCopy(const std::wstring& name, const std::wstring& hook) {
-  const std::wstring folder = ScratchFolder(name);
-  const std::wstring exe = JoinPath(folder, L"ContextMenuReplacement.Controller.exe");
-  EXPECT_TRUE(::CopyFileW(ControllerPath().c_str(), exe.c_str(), FALSE));
-  if (!hook.empty()) {
-    EXPECT_TRUE(::CopyFileW(hook.c_str(), JoinPath(folder, kHookModuleFileName).c_str(), FALSE));
-  }
-  return exe;
 }
 
 struct ModeRow {
@@ -126,19 +109,17 @@ TEST(ExplorerHook, ProbeInjectAndEachCommandAgainstOneSetOfExplorers) {
       run.output.ends_with("\nProbe injects nothing. Run 'enable' to load the Ravelin hook.\n"));
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
-    EXPECT_EQ(Occurrences(run.output, "  pid " + std::to_string(row.processId) + " thread "),
-              row.threads)
+    EXPECT_EQ(Count(run.output, "  pid " + std::to_string(row.processId) + " thread "), row.threads)
         << run.output;
     for (const std::string& line : ProbeLines(L"CabinetWClass", row.processId)) {
-      EXPECT_EQ(Occurrences(run.output, line), row.threads == 0 ? 0u : 1u) << run.output;
+      EXPECT_EQ(Count(run.output, line), row.threads == 0 ? 0u : 1u) << run.output;
     }
   }
 
   // A Hook that is missing or exports no bootstrap enrols nothing, so no command has a taker.
-  const std::wstring missing = ControllerCopy(L"hook-missing", L"");
+  const std::wstring missing = ControllerCopy(L"hook-missing");
   const std::wstring exportless = ControllerCopy(
-      L"hook-no-export", JoinPath(ExplorerRig::Folder(),
-                                  L"no-export\\Brenlow.ContextMenuReplacement.Hook.1.0.10.0.dll"));
+      L"hook-no-export", {JoinPath(ExplorerRig::Folder() + L"\\no-export", kHookModuleFileName)});
   const struct {
     std::wstring exe;
     const wchar_t* verb;
@@ -248,15 +229,10 @@ TEST(ExplorerRestart, EachWayTheShellComesBackOrDoesNot) {
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
     ExplorerRig rig;
-    ExplorerRig::InstallShell();
-    rig.RegisterShellWindowList();
-    rig.SetShellOptions(row.nextShells);
     std::vector<std::wstring> args = {L"--shell", L"--folder", L"C:\\users", L"--folder",
                                       L"C:\\windows\\system32"};
     if (row.respawns) args.insert(args.end(), {L"--respawn", L"500"});
-    wchar_t windows[MAX_PATH] = {};
-    ::GetWindowsDirectoryW(windows, MAX_PATH);
-    rig.Start(args, std::wstring(windows) + L"\\explorer.exe");
+    rig.StartShell(args, row.nextShells);
 
     RunningController first({L"restart-explorer"});
     ASSERT_TRUE(first.WaitForOutput(kCaptured, 30000)) << first.Output();

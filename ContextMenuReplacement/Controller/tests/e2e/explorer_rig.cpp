@@ -3,20 +3,18 @@
 #include <gtest/gtest.h>
 #include <tlhelp32.h>
 
+#include <sstream>
+
 #include "common/data_paths.h"
 #include "common/file_io.h"
 #include "common/text.h"
 #include "explorer/explorer_discovery.h"
 #include "explorer/hook_channel.h"
-#include "tests/e2e/harness.h"
+#include "tests/support/child_process.h"
 
 namespace cmr::e2e {
 
 namespace {
-
-std::wstring Quote(const std::wstring& text) {
-  return L"\"" + text + L"\"";
-}
 
 // Every stand-in Hook goes inert through its own shutdown command, so no test leaves one
 // answering in a process it did not start (Wine's desktop takes the Hook too).
@@ -28,9 +26,8 @@ void ShutDownHooks() {
     windows.push_back(after);
   }
   for (HWND window : windows) {
-    DWORD_PTR reply = 0;
     ::SendMessageTimeoutW(window, message, hook_command::kShutdown, 0, SMTO_ABORTIFHUNG, 2000,
-                          &reply);
+                          nullptr);
   }
 }
 
@@ -38,12 +35,10 @@ constexpr wchar_t kShellWindowsServerKey[] =
     L"Software\\Classes\\CLSID\\{9BA05972-F6A8-11CF-A442-00A0C90A8F39}\\InprocServer32";
 
 std::wstring ShellWindowsServer() {
-  wchar_t value[MAX_PATH] = {};
+  wchar_t value[MAX_PATH] = {};  // stays empty when there is none
   DWORD size = sizeof(value);
-  if (::RegGetValueW(HKEY_LOCAL_MACHINE, kShellWindowsServerKey, nullptr, RRF_RT_REG_SZ, nullptr,
-                     value, &size) != ERROR_SUCCESS) {
-    return {};
-  }
+  ::RegGetValueW(HKEY_LOCAL_MACHINE, kShellWindowsServerKey, nullptr, RRF_RT_REG_SZ, nullptr, value,
+                 &size);
   return value;
 }
 
@@ -99,9 +94,8 @@ ExplorerRig::~ExplorerRig() {
   ::SetEvent(shutdown_.get());
   for (const UniqueHandle& process : started_) ::WaitForSingleObject(process.get(), 10000);
   // Shells the controller started end on the same event.
-  const ULONGLONG deadline = ::GetTickCount64() + 20000;
-  while (AnyStandInProcess() && ::GetTickCount64() < deadline) ::Sleep(50);
-  EXPECT_FALSE(AnyStandInProcess()) << "a stand-in Explorer did not leave";
+  EXPECT_TRUE(WaitUntil([] { return !AnyStandInProcess(); }, 20000))
+      << "a stand-in Explorer did not leave";
   if (!replacedServer_.empty()) SetShellWindowsServer(replacedServer_);
   ::SetEnvironmentVariableW(L"CMR_RIG_JOURNAL", nullptr);
   ::SetEnvironmentVariableW(L"CMR_RIG_EXPLORER", nullptr);
@@ -115,85 +109,50 @@ std::wstring ExplorerRig::Explorer() {
   return JoinPath(Folder(), L"explorer.exe");
 }
 
-void ExplorerRig::InstallShell() {
+DWORD ExplorerRig::StartShell(const std::vector<std::wstring>& args,
+                              const std::wstring& nextShells) {
   const std::wstring shell = ShellPath();
   // A shell an earlier test left starting cannot be overwritten, and needs not be.
-  if (ReadBytes(shell) == ReadBytes(Explorer())) return;
-  ASSERT_TRUE(::CopyFileW(Explorer().c_str(), shell.c_str(), FALSE))
+  EXPECT_TRUE(ReadBytes(shell) == ReadBytes(Explorer()) ||
+              ::CopyFileW(Explorer().c_str(), shell.c_str(), FALSE))
       << "could not put the stand-in at " << ToUtf8(shell) << ": " << ::GetLastError();
-}
-
-void ExplorerRig::RegisterShellWindowList() {
   const std::wstring standIn = JoinPath(Folder(), L"stand_in_shell_windows.dll");
   if (replacedServer_.empty()) replacedServer_ = ShellWindowsServer();
   // A run stopped halfway left the stand-in registered: what it replaced was Wine's own.
   if (EqualsIgnoreCase(replacedServer_, standIn)) {
     replacedServer_ = L"C:\\windows\\system32\\ieframe.dll";
   }
-  ASSERT_FALSE(replacedServer_.empty());
+  EXPECT_FALSE(replacedServer_.empty());
   SetShellWindowsServer(standIn);
-}
-
-void ExplorerRig::SetShellOptions(const std::wstring& options) {
-  ::SetEnvironmentVariableW(L"CMR_RIG_EXPLORER", options.c_str());
+  ::SetEnvironmentVariableW(L"CMR_RIG_EXPLORER", nextShells.c_str());
+  return Start(args, shell);
 }
 
 DWORD ExplorerRig::Start(const std::vector<std::wstring>& args, const std::wstring& image) {
-  std::wstring line = Quote(image);
-  for (const std::wstring& arg : args) line += L" " + Quote(arg);
-  STARTUPINFOW startup{};
-  startup.cb = sizeof(startup);
-  startup.dwFlags = STARTF_USESTDHANDLES;  // none: Wine would pass ours on
-  PROCESS_INFORMATION info{};
-  bool started = false;
-  for (int attempt = 0; attempt < 5 && !started; ++attempt) {
-    if (attempt != 0) ::Sleep(200);
-    started = ::CreateProcessW(image.c_str(), line.data(), nullptr, nullptr, FALSE, 0, nullptr,
-                               nullptr, &startup, &info);
-  }
-  if (!started) {
+  Child child = StartChild(image, args);
+  if (!child) {
     ADD_FAILURE() << "could not start " << ToUtf8(image) << ": " << ::GetLastError();
     return 0;
   }
-  ::CloseHandle(info.hThread);
-  started_.emplace_back(info.hProcess);
-  EXPECT_TRUE(WaitFor("ready " + Pid(info.dwProcessId))) << Journal();
-  return info.dwProcessId;
+  started_.push_back(std::move(child.process));
+  EXPECT_TRUE(WaitFor("ready " + Pid(child.id))) << Journal();
+  return child.id;
 }
 
 std::string ExplorerRig::Journal() const {
-  const Result<std::string> bytes = ReadWholeFile(journal_);
-  return bytes ? bytes.value() : std::string();
-}
-
-size_t ExplorerRig::Count(const std::string& text) const {
-  const std::string journal = Journal();
-  size_t count = 0;
-  for (size_t at = journal.find(text); at != std::string::npos; at = journal.find(text, at + 1)) {
-    ++count;
-  }
-  return count;
+  return ReadBytes(journal_);
 }
 
 std::string ExplorerRig::LineAfter(const std::string& prefix) const {
-  // Built up rather than "\n" + text, which GCC 12 takes for an overlapping copy.
-  std::string journal(1, '\n');
-  journal += Journal();
-  std::string line(1, '\n');
-  line += prefix;
-  const size_t at = journal.find(line);
-  if (at == std::string::npos) return {};
-  const size_t start = at + line.size();
-  return journal.substr(start, journal.find('\n', start) - start);
+  std::istringstream journal(Journal());
+  for (std::string line; std::getline(journal, line);) {
+    if (line.starts_with(prefix)) return line.substr(prefix.size());
+  }
+  return {};
 }
 
 bool ExplorerRig::WaitFor(const std::string& text, size_t count, unsigned timeoutMs) const {
-  const ULONGLONG deadline = ::GetTickCount64() + timeoutMs;
-  while (Count(text) < count) {
-    if (::GetTickCount64() >= deadline) return false;
-    ::Sleep(20);
-  }
-  return true;
+  return WaitUntil([&] { return Count(text) >= count; }, timeoutMs);
 }
 
 }  // namespace cmr::e2e

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "common/unique_handle.h"
+#include "tests/e2e/harness.h"
 
 namespace cmr::e2e {
 
@@ -23,18 +24,16 @@ class ExplorerRig {
 
   // Starts a stand-in and waits until it has made its windows; returns its process id.
   DWORD Start(const std::vector<std::wstring>& args, const std::wstring& image = Explorer());
-  // Options of the stand-ins the controller starts as the shell.
-  void SetShellOptions(const std::wstring& options);
-  // Puts the stand-in where the restart looks for the shell: <Windows directory>\explorer.exe.
-  static void InstallShell();
-  // Registers the stand-in shell window list in place of Wine's (which cannot count folder
-  // windows) until the rig goes.
-  void RegisterShellWindowList();
+  // The same as the shell a restart ends and starts again: the stand-in is put where the restart
+  // looks for it (<Windows directory>\explorer.exe), the stand-in shell window list replaces
+  // Wine's (which cannot count folder windows) until the rig goes, and the shells the controller
+  // starts take `nextShells` as their options.
+  DWORD StartShell(const std::vector<std::wstring>& args, const std::wstring& nextShells);
 
   std::string Journal() const;
   // Waits until the journal holds `text` `count` times.
   bool WaitFor(const std::string& text, size_t count = 1, unsigned timeoutMs = 20000) const;
-  size_t Count(const std::string& text) const;
+  size_t Count(const std::string& text) const { return e2e::Count(Journal(), text); }
   // The rest of the first journal line that starts with `prefix`; empty when there is none.
   std::string LineAfter(const std::string& prefix) const;
 

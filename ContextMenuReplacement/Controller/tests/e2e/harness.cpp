@@ -6,78 +6,11 @@
 
 #include "common/data_paths.h"
 #include "common/file_io.h"
-#include "tests/support/staged_install.h"
 #include "common/text.h"
+#include "tests/support/child_process.h"
+#include "tests/support/staged_install.h"
 
 namespace cmr::e2e {
-
-namespace {
-
-std::wstring QuoteArgument(const std::wstring& arg) {
-  if (!arg.empty() && arg.find_first_of(L" \t\"") == std::wstring::npos) return arg;
-  // CommandLineToArgvW rules: backslashes double only before a quote.
-  std::wstring out = L"\"";
-  size_t backslashes = 0;
-  for (const wchar_t c : arg) {
-    if (c == L'\\') {
-      ++backslashes;
-      continue;
-    }
-    out.append(c == L'"' ? backslashes * 2 + 1 : backslashes, L'\\');
-    backslashes = 0;
-    out += c;
-  }
-  out.append(backslashes * 2, L'\\');
-  out += L'"';
-  return out;
-}
-
-std::wstring CommandLine(const std::wstring& exePath, const std::vector<std::wstring>& args) {
-  std::wstring line = QuoteArgument(exePath);
-  for (const std::wstring& arg : args) line += L" " + QuoteArgument(arg);
-  return line;
-}
-
-// Starts the controller with standard output on a new pipe; returns the read end.
-// Standard input is `input` when given, otherwise NUL.
-UniqueHandle Start(const std::wstring& exePath, const std::vector<std::wstring>& args,
-                   UniqueHandle& process, HANDLE input = nullptr) {
-  SECURITY_ATTRIBUTES inherit{sizeof(inherit), nullptr, TRUE};
-  HANDLE readEnd = nullptr;
-  HANDLE writeEnd = nullptr;
-  if (!::CreatePipe(&readEnd, &writeEnd, &inherit, 0)) return {};
-  UniqueHandle reader(readEnd);
-  UniqueHandle writer(writeEnd);
-  ::SetHandleInformation(reader.get(), HANDLE_FLAG_INHERIT, 0);
-  UniqueHandle nul(::CreateFileW(L"NUL", GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, &inherit,
-                                 OPEN_EXISTING, 0, nullptr));
-
-  STARTUPINFOW startup{};
-  startup.cb = sizeof(startup);
-  startup.dwFlags = STARTF_USESTDHANDLES;
-  startup.hStdInput = input != nullptr ? input : nul.get();
-  startup.hStdOutput = writer.get();
-  startup.hStdError = writer.get();
-  PROCESS_INFORMATION info{};
-  std::wstring line = CommandLine(exePath, args);
-  // Under a loaded machine Wine now and then refuses a process start that succeeds a moment
-  // later; a test is about the controller, not about that.
-  bool started = false;
-  for (int attempt = 0; attempt < 5 && !started; ++attempt) {
-    if (attempt != 0) ::Sleep(200);
-    started = ::CreateProcessW(nullptr, line.data(), nullptr, nullptr, TRUE, 0, nullptr,
-                               ParentFolder(exePath).c_str(), &startup, &info);
-  }
-  if (!started) {
-    ADD_FAILURE() << "could not start the controller: error " << ::GetLastError();
-    return {};
-  }
-  ::CloseHandle(info.hThread);
-  process.reset(info.hProcess);
-  return reader;
-}
-
-}  // namespace
 
 std::wstring InstallFolder() {
   return StagedInstallFolder();
@@ -87,93 +20,96 @@ std::wstring ControllerPath() {
   return JoinPath(InstallFolder(), L"ContextMenuReplacement.Controller.exe");
 }
 
+std::wstring ControllerCopy(const std::wstring& folderName,
+                            const std::vector<std::wstring>& beside) {
+  const std::wstring folder = ScratchFolder(folderName);
+  const std::wstring exe = JoinPath(folder, L"ContextMenuReplacement.Controller.exe");
+  EXPECT_TRUE(::CopyFileW(ControllerPath().c_str(), exe.c_str(), FALSE));
+  for (const std::wstring& file : beside) {
+    const bool relative = file.size() < 2 || file[1] != L':';
+    const std::wstring to = JoinPath(folder, relative ? file : std::wstring(FileNameOf(file)));
+    EXPECT_TRUE(EnsureDirectories(ParentFolder(to)).ok());
+    EXPECT_TRUE(
+        ::CopyFileW((relative ? JoinPath(InstallFolder(), file) : file).c_str(), to.c_str(), FALSE))
+        << ToUtf8(file);
+  }
+  return exe;
+}
+
 RunResult RunController(const std::vector<std::wstring>& args, DWORD timeoutMs) {
   return RunControllerAt(ControllerPath(), args, timeoutMs);
 }
 
 RunResult RunControllerAt(const std::wstring& exePath, const std::vector<std::wstring>& args,
-                          DWORD timeoutMs) {
-  return RunControllerWithInput(args, {}, timeoutMs, exePath);
-}
-
-RunResult RunControllerWithInput(const std::vector<std::wstring>& args, const std::string& input,
-                                 DWORD timeoutMs, const std::wstring& exePath) {
-  RunResult result;
-  UniqueHandle process;
-  UniqueHandle inputReader;
-  UniqueHandle inputWriter;
-  if (!input.empty()) {
-    SECURITY_ATTRIBUTES inherit{sizeof(inherit), nullptr, TRUE};
-    // Large enough that the whole input fits before the child reads any of it.
-    if (!::CreatePipe(inputReader.put(), inputWriter.put(), &inherit, 1 << 16)) return result;
-    ::SetHandleInformation(inputWriter.get(), HANDLE_FLAG_INHERIT, 0);
-    DWORD written = 0;
-    ::WriteFile(inputWriter.get(), input.data(), static_cast<DWORD>(input.size()), &written,
-                nullptr);
-  }
-  UniqueHandle reader = Start(exePath.empty() ? ControllerPath() : exePath, args, process,
-                              inputReader.get());
-  // The child holds its own copies now; closing ours is what ends its input.
-  inputReader.reset();
-  inputWriter.reset();
-  if (!reader) return result;
-  // Read until the child closes its end; the pipe's write end was ours only until the child
-  // inherited it, so end-of-file comes when the child exits.
-  char buffer[4096];
-  DWORD got = 0;
-  while (::ReadFile(reader.get(), buffer, sizeof(buffer), &got, nullptr) && got > 0) {
-    result.output.append(buffer, got);
-  }
-  if (::WaitForSingleObject(process.get(), timeoutMs) != WAIT_OBJECT_0) {
-    ::TerminateProcess(process.get(), 0xDEAD);
-  }
-  ::GetExitCodeProcess(process.get(), &result.exitCode);
-  return result;
+                          DWORD timeoutMs, const std::string& input,
+                          const std::function<void()>& beforeItRuns) {
+  RunningController running(args, exePath, input, beforeItRuns);
+  const DWORD exitCode = running.Wait(timeoutMs);
+  running.Stop();
+  return {exitCode, running.Output()};
 }
 
 struct RunningController::Shared {
   std::mutex mutex;
   std::string output;
-  HANDLE pipe = nullptr;
+  UniqueHandle pipe;
 };
 
-namespace {
-
-DWORD WINAPI ReadLoop(void* context) {
-  auto* shared = static_cast<RunningController::Shared*>(context);
-  char buffer[4096];
-  DWORD got = 0;
-  while (::ReadFile(shared->pipe, buffer, sizeof(buffer), &got, nullptr) && got > 0) {
-    std::lock_guard lock(shared->mutex);
-    shared->output.append(buffer, got);
+RunningController::RunningController(const std::vector<std::wstring>& args,
+                                     const std::wstring& exePath, const std::string& input,
+                                     const std::function<void()>& beforeItRuns)
+    : shared_(new Shared) {
+  SECURITY_ATTRIBUTES inherit{sizeof(inherit), nullptr, TRUE};
+  UniqueHandle writer, inputReader, inputWriter;
+  if (!::CreatePipe(shared_->pipe.put(), writer.put(), &inherit, 0)) return;
+  ::SetHandleInformation(shared_->pipe.get(), HANDLE_FLAG_INHERIT, 0);
+  if (!input.empty()) {
+    // Large enough that the whole input fits before the child reads any of it.
+    if (!::CreatePipe(inputReader.put(), inputWriter.put(), &inherit, 1 << 16)) return;
+    ::SetHandleInformation(inputWriter.get(), HANDLE_FLAG_INHERIT, 0);
+    DWORD written = 0;
+    ::WriteFile(inputWriter.get(), input.data(), static_cast<DWORD>(input.size()), &written,
+                nullptr);
   }
-  return 0;
-}
-
-}  // namespace
-
-RunningController::RunningController(const std::vector<std::wstring>& args) : shared_(new Shared) {
-  UniqueHandle reader = Start(ControllerPath(), args, process_);
-  shared_->pipe = reader.release();
-  if (shared_->pipe) readThread_.reset(::CreateThread(nullptr, 0, ReadLoop, shared_, 0, nullptr));
+  const std::wstring folder = ParentFolder(exePath);
+  Child child = StartChild(exePath, args,
+                           {inputReader.get(), writer.get(), bool(beforeItRuns), folder.c_str()});
+  if (!child) {
+    ADD_FAILURE() << "could not start " << ToUtf8(exePath) << ": error " << ::GetLastError();
+    return;
+  }
+  if (beforeItRuns) {
+    beforeItRuns();
+    ::ResumeThread(child.thread.get());
+  }
+  process_ = std::move(child.process);
+  // The child holds its own copies of the pipe ends now; closing ours (on the way out) is what
+  // ends its input and lets the reader see the end of its output when it exits.
+  const auto readLoop = [](void* context) -> DWORD {
+    auto* shared = static_cast<Shared*>(context);
+    char buffer[4096];
+    DWORD got = 0;
+    while (::ReadFile(shared->pipe.get(), buffer, sizeof(buffer), &got, nullptr) && got > 0) {
+      std::lock_guard lock(shared->mutex);
+      shared->output.append(buffer, got);
+    }
+    return 0;
+  };
+  readThread_.reset(::CreateThread(nullptr, 0, readLoop, shared_, 0, nullptr));
 }
 
 RunningController::~RunningController() {
   Stop();
-  if (shared_->pipe) ::CloseHandle(shared_->pipe);
   delete shared_;
 }
 
 void RunningController::Stop() {
-  if (process_) {
-    ::TerminateProcess(process_.get(), 0);
-    ::WaitForSingleObject(process_.get(), 10000);
-    process_.reset();
-  }
-  if (readThread_) {
-    ::WaitForSingleObject(readThread_.get(), 10000);
-    readThread_.reset();
-  }
+  // Once stopped (or never started) the handles are empty and every call here fails harmlessly.
+  ::TerminateProcess(process_.get(), 0xDEAD);
+  ::WaitForSingleObject(process_.get(), 10000);
+  process_.reset();
+  ::WaitForSingleObject(readThread_.get(), 10000);
+  readThread_.reset();
 }
 
 DWORD RunningController::Wait(DWORD timeoutMs) {
@@ -185,17 +121,7 @@ DWORD RunningController::Wait(DWORD timeoutMs) {
 }
 
 bool RunningController::WaitForOutput(const std::string& text, DWORD timeoutMs, size_t from) {
-  const ULONGLONG deadline = ::GetTickCount64() + timeoutMs;
-  for (;;) {
-    {
-      std::lock_guard lock(shared_->mutex);
-      if (shared_->output.size() >= from && shared_->output.find(text, from) != std::string::npos) {
-        return true;
-      }
-    }
-    if (::GetTickCount64() >= deadline) return false;
-    ::Sleep(20);
-  }
+  return WaitUntil([&] { return Output().find(text, from) != std::string::npos; }, timeoutMs);
 }
 
 std::string RunningController::Output() {
@@ -245,10 +171,23 @@ std::wstring ScratchFolder(const std::wstring& name) {
   return folder;
 }
 
-std::string Lines(const std::vector<std::string>& lines) {
-  std::string out;
-  for (const std::string& line : lines) out += line + "\n";
-  return out;
+bool WaitUntil(const std::function<bool()>& done, DWORD timeoutMs) {
+  const ULONGLONG deadline = ::GetTickCount64() + timeoutMs;
+  while (!done()) {
+    if (::GetTickCount64() >= deadline) return false;
+    ::Sleep(20);
+  }
+  return true;
+}
+
+bool Has(const std::string& text, const std::string& part) {
+  return text.find(part) != std::string::npos;
+}
+
+size_t Count(const std::string& text, const std::string& part) {
+  size_t count = 0;
+  for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++count;
+  return count;
 }
 
 }  // namespace cmr::e2e

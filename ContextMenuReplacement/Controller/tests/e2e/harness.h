@@ -3,6 +3,7 @@
 // through a pipe, exit code from the process.
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -13,25 +14,35 @@ namespace cmr::e2e {
 struct RunResult {
   DWORD exitCode = 0xFFFFFFFF;
   std::string output;  // the bytes written to standard output (UTF-8)
+  // A run stands for its output where the output is searched (Has, Count).
+  operator const std::string&() const { return output; }
 };
 
 // The staged install tree: the exe with Content and Schema beside it.
 std::wstring InstallFolder();
 std::wstring ControllerPath();
 
-RunResult RunController(const std::vector<std::wstring>& args, DWORD timeoutMs = 60000);
-// The same with a copy of the controller at another path (an installation missing a file).
-RunResult RunControllerAt(const std::wstring& exePath, const std::vector<std::wstring>& args,
-                          DWORD timeoutMs = 60000);
+// A copy of the controller in the scratch folder `folderName` (an installation missing a file)
+// with `beside` copied too: a relative path from the install folder to the same place beside the
+// copy, an absolute one beside the copy under its own name.
+std::wstring ControllerCopy(const std::wstring& folderName,
+                            const std::vector<std::wstring>& beside = {});
 
-// The same with `input` on standard input through a pipe that ends after it (NUL when empty).
-RunResult RunControllerWithInput(const std::vector<std::wstring>& args, const std::string& input,
-                                 DWORD timeoutMs = 60000, const std::wstring& exePath = L"");
+RunResult RunController(const std::vector<std::wstring>& args, DWORD timeoutMs = 60000);
+// The same with another exe (a controller copy), with `input` on standard input through a pipe
+// that ends after it (NUL when empty), and with `beforeItRuns` called while the process exists
+// but has not run yet.
+RunResult RunControllerAt(const std::wstring& exePath, const std::vector<std::wstring>& args,
+                          DWORD timeoutMs = 60000, const std::string& input = {},
+                          const std::function<void()>& beforeItRuns = {});
 
 // A controller that keeps running (config watch); its output is collected by a reader thread.
 class RunningController {
  public:
-  explicit RunningController(const std::vector<std::wstring>& args);
+  explicit RunningController(const std::vector<std::wstring>& args,
+                             const std::wstring& exePath = ControllerPath(),
+                             const std::string& input = {},
+                             const std::function<void()>& beforeItRuns = {});
   ~RunningController();
   RunningController(const RunningController&) = delete;
   RunningController& operator=(const RunningController&) = delete;
@@ -42,11 +53,11 @@ class RunningController {
   std::string Output();
   // Waits for the controller to end by itself; its exit code, or 0xFFFFFFFF after the time limit.
   DWORD Wait(DWORD timeoutMs);
+  // Ends the controller if it still runs and collects the rest of its output.
   void Stop();
 
-  struct Shared;
-
  private:
+  struct Shared;
   UniqueHandle process_;
   UniqueHandle readThread_;
   Shared* shared_;
@@ -63,8 +74,11 @@ void WriteBytes(const std::wstring& path, const std::string& bytes);
 // A scratch folder for a test's own files, emptied on creation.
 std::wstring ScratchFolder(const std::wstring& name);
 
-// The output with every "\n" turned into the platform-neutral expectation (the controller
-// writes bare line feeds; this only exists to make failures readable).
-std::string Lines(const std::vector<std::string>& lines);
+// Polls `done` until it holds or the time limit passes; returns whether it held.
+bool WaitUntil(const std::function<bool()>& done, DWORD timeoutMs);
+
+// Whether `text` holds `part`, and how many times (overlapping occurrences included).
+bool Has(const std::string& text, const std::string& part);
+size_t Count(const std::string& text, const std::string& part);
 
 }  // namespace cmr::e2e

@@ -48,10 +48,7 @@ TEST(InjectDialog, EnrolsADialogWhoseShellViewAppearsLateThenEachRuleAnswers) {
     // The view appears 400 ms after the controller has begun to wait for it.
     RunningController running({L"inject-dialog", FromUtf8(late.handle)});
     const std::string waiting = "[dialogs] Waiting for the shell view of window " + late.handle;
-    const ULONGLONG deadline = ::GetTickCount64() + 20000;
-    while (TodaysLog().find(waiting) == std::string::npos && ::GetTickCount64() < deadline) {
-      ::Sleep(10);
-    }
+    WaitUntil([&] { return Has(TodaysLog(), waiting); }, 20000);
     ::SetEvent(viewSignal.get());
     EXPECT_EQ(running.Wait(60000), 0u);
     // The resend (an empty line before it) reaches the dialog's process only.

@@ -21,10 +21,6 @@ const std::vector<std::wstring> kEnable{L"enable", L"--yes", L"--no-restart"};
 const std::vector<std::wstring> kRefusal{L"enable", L"--yes", L"--no-restart", L"--strategy",
                                          L"refusal"};
 
-bool Has(const RunResult& run, const std::string& part) {
-  return run.output.find(part) != std::string::npos;
-}
-
 void RecordFeatureOff() {
   LifecycleState state = ReadState();
   state.featureEnabled = false;
@@ -80,29 +76,11 @@ TEST_F(LifecycleE2e, EnableThenDisableGivesBackThePriorUnlessTheUserChoseAgain) 
 
 // Starts a copy of the controller, takes its file away while it runs, and returns its output.
 std::string RunDeletedCopy(const std::vector<std::wstring>& args) {
-  const std::wstring folder = ScratchFolder(L"gone");
-  const std::wstring copy = JoinPath(folder, L"ContextMenuReplacement.Controller.exe");
-  const std::wstring out = JoinPath(folder, L"out.txt");
-  EXPECT_TRUE(::CopyFileW(ControllerPath().c_str(), copy.c_str(), FALSE));
-  SECURITY_ATTRIBUTES inherit{sizeof(inherit), nullptr, TRUE};
-  UniqueHandle file(::CreateFileW(out.c_str(), GENERIC_WRITE, FILE_SHARE_READ, &inherit,
-                                  CREATE_ALWAYS, 0, nullptr));
-  STARTUPINFOW startup{};
-  startup.cb = sizeof(startup);
-  startup.dwFlags = STARTF_USESTDHANDLES;
-  startup.hStdOutput = startup.hStdError = file.get();
-  std::wstring line = L"\"" + copy + L"\"";
-  for (const std::wstring& arg : args) line += L" " + arg;
-  PROCESS_INFORMATION info{};
-  EXPECT_TRUE(::CreateProcessW(nullptr, line.data(), nullptr, nullptr, TRUE, CREATE_SUSPENDED,
-                               nullptr, folder.c_str(), &startup, &info));
-  UniqueHandle process(info.hProcess), thread(info.hThread);
+  const std::wstring copy = ControllerCopy(L"gone");
   // Moved away rather than deleted: the image of a suspended process is still held open.
-  EXPECT_TRUE(::MoveFileW(copy.c_str(), (copy + L".old").c_str()));
-  ::ResumeThread(thread.get());
-  EXPECT_EQ(::WaitForSingleObject(process.get(), 60000), WAIT_OBJECT_0);
-  file.reset();
-  return ReadBytes(out);
+  return RunControllerAt(copy, args, 60000, {},
+                         [&] { EXPECT_TRUE(::MoveFileW(copy.c_str(), (copy + L".old").c_str())); })
+      .output;
 }
 
 TEST_F(LifecycleE2e, BootRestoreAcrossItsDecisionTable) {

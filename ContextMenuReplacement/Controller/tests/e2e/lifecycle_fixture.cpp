@@ -8,6 +8,7 @@
 #include "lifecycle/boot_restore.h"
 #include "lifecycle/suppression_strategy.h"
 #include "state/lifecycle_state.h"
+#include "state/registry_value.h"
 #include "tests/e2e/harness.h"
 
 namespace cmr::e2e {
@@ -39,10 +40,7 @@ void SetPreference(const Preference& preference) {
                               nullptr, key.put(), nullptr),
             ERROR_SUCCESS);
   if (!preference.valuePresent) return;
-  ASSERT_EQ(::RegSetValueExW(key.get(), nullptr, 0, REG_SZ,
-                             reinterpret_cast<const BYTE*>(preference.value.c_str()),
-                             static_cast<DWORD>((preference.value.size() + 1) * sizeof(wchar_t))),
-            ERROR_SUCCESS);
+  ASSERT_EQ(WriteStringValue(key.get(), nullptr, preference.value), ERROR_SUCCESS);
 }
 
 std::string Describe(const Preference& preference) {
@@ -55,11 +53,7 @@ void ResetLifecycle() {
   ::RegDeleteTreeW(HKEY_CURRENT_USER, kStateKeyPath);
   ::RegDeleteTreeW(HKEY_CURRENT_USER, kLegacyStateKeyPath);
   ::RegDeleteTreeW(HKEY_CURRENT_USER, kOverrideParentPath);
-  UniqueHkey runOnce;
-  if (::RegOpenKeyExW(HKEY_CURRENT_USER, kRunOnceKeyPath, 0, KEY_SET_VALUE, runOnce.put()) ==
-      ERROR_SUCCESS) {
-    ::RegDeleteValueW(runOnce.get(), kBootRestoreValueName);
-  }
+  ::RegDeleteKeyValueW(HKEY_CURRENT_USER, kRunOnceKeyPath, kBootRestoreValueName);
 }
 
 std::string ExportUserSoftware() {
@@ -67,7 +61,7 @@ std::string ExportUserSoftware() {
   wchar_t system[MAX_PATH] = {};
   ::GetSystemDirectoryW(system, MAX_PATH);
   const RunResult run = RunControllerAt(JoinPath(system, L"reg.exe"),
-                                   {L"export", L"HKEY_CURRENT_USER\\Software", file, L"/y"});
+                                        {L"export", L"HKEY_CURRENT_USER\\Software", file, L"/y"});
   EXPECT_EQ(run.exitCode, 0u) << run.output;
   return ReadBytes(file);
 }

@@ -10,7 +10,7 @@
 #include "tests/e2e/explorer_rig.h"
 #include "tests/e2e/harness.h"
 #include "tests/e2e/lifecycle_fixture.h"
-#include "tests/support/quiet_process.h"
+#include "tests/support/child_process.h"
 
 namespace cmr::e2e {
 namespace {
@@ -41,7 +41,7 @@ class ReconcileE2e : public ::testing::Test {
 };
 
 TEST_F(ReconcileE2e, TheInstallerGateHoldsOnlyForTheRecordedProcessStillRunning) {
-  UniqueHandle exited = StartQuietly(ControllerPath());
+  UniqueHandle exited = StartChild(ControllerPath()).process;
   ASSERT_TRUE(exited);
   ASSERT_EQ(::WaitForSingleObject(exited.get(), 60000), WAIT_OBJECT_0);
   const uint64_t self = CreationTime(::GetCurrentProcess());
@@ -71,13 +71,7 @@ TEST_F(ReconcileE2e, TheInstallerGateHoldsOnlyForTheRecordedProcessStillRunning)
 
 TEST_F(ReconcileE2e, AMissingInstalledBaselineStopsAfterTheConfiguration) {
   EnableInSettings();
-  const std::wstring folder = ScratchFolder(L"no-baseline");
-  const std::wstring exe = JoinPath(folder, L"ContextMenuReplacement.Controller.exe");
-  ASSERT_TRUE(::CopyFileW(ControllerPath().c_str(), exe.c_str(), FALSE));
-  ASSERT_TRUE(EnsureDirectories(JoinPath(folder, L"Schema")).ok());
-  const std::wstring schema = L"Schema\\custom-menu.schema.json";
-  ASSERT_TRUE(::CopyFileW(JoinPath(InstallFolder(), schema).c_str(),
-                          JoinPath(folder, schema).c_str(), FALSE));
+  const std::wstring exe = ControllerCopy(L"no-baseline", {L"Schema\\custom-menu.schema.json"});
   const RunResult run = RunControllerAt(exe, {L"reconcile"});
   EXPECT_EQ(run.output,
             "Reconcile: installed Schema/custom-menu.schema.json or baseline is missing.\n");
@@ -123,12 +117,7 @@ TEST_F(ReconcileE2e, WithRestartAllowedAnExplorerOlderThanTheOverrideIsRestarted
   ASSERT_TRUE(WriteState(state).ok());
   SetPreference(kEmptyOverride);  // after Wine's own desktop process started
   ExplorerRig rig;
-  ExplorerRig::InstallShell();
-  rig.RegisterShellWindowList();
-  rig.SetShellOptions(L"--shell");
-  wchar_t windows[MAX_PATH] = {};
-  ::GetWindowsDirectoryW(windows, MAX_PATH);
-  rig.Start({L"--shell", L"--respawn", L"500"}, std::wstring(windows) + L"\\explorer.exe");
+  rig.StartShell({L"--shell", L"--respawn", L"500"}, L"--shell");
   const RunResult run = RunController({L"reconcile", L"--allow-restart"}, 120000);
   EXPECT_EQ(run.exitCode, 0u) << run.output;
   EXPECT_TRUE(run.output.starts_with(

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "tests/rig/rig_journal.h"
+#include "tests/support/child_process.h"
 
 // Read by the stand-in Hook loaded into this process.
 extern "C" {
@@ -95,75 +96,44 @@ DWORD WINAPI FolderThread(void* context) {
   return 0;
 }
 
+std::wstring Self() {
+  wchar_t self[MAX_PATH];
+  ::GetModuleFileNameW(nullptr, self, MAX_PATH);
+  return self;
+}
+
 // Waits for the shell process to end, then starts its successor: Windows brings a killed
 // shell back the same way, from outside it.
 int Watch(DWORD processId, int delayMs) {
   HANDLE process = ::OpenProcess(SYNCHRONIZE, FALSE, processId);
   HANDLE waits[2] = {process, RigShutdownEvent()};
   if (!process || ::WaitForMultipleObjects(2, waits, FALSE, INFINITE) != WAIT_OBJECT_0) return 0;
-  ::Sleep(delayMs);
-  if (::WaitForSingleObject(waits[1], 0) == WAIT_OBJECT_0) return 0;
-  wchar_t self[MAX_PATH];
-  ::GetModuleFileNameW(nullptr, self, MAX_PATH);
-  std::wstring line = L"\"" + std::wstring(self) + L"\"";
-  STARTUPINFOW startup{};
-  startup.cb = sizeof(startup);
-  startup.dwFlags = STARTF_USESTDHANDLES;  // none: Wine would pass ours on
-  PROCESS_INFORMATION info{};
-  if (::CreateProcessW(self, line.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
-                       &info)) {
-    RigJournal("respawned pid=%lu", info.dwProcessId);
-    ::CloseHandle(info.hThread);
-    ::CloseHandle(info.hProcess);
-  }
+  if (::WaitForSingleObject(waits[1], delayMs) == WAIT_OBJECT_0) return 0;
+  if (const cmr::Child child = cmr::StartChild(Self())) RigJournal("respawned pid=%lu", child.id);
   return 0;
-}
-
-void StartWatcher(int delayMs) {
-  wchar_t self[MAX_PATH];
-  ::GetModuleFileNameW(nullptr, self, MAX_PATH);
-  std::wstring line = L"\"" + std::wstring(self) + L"\" --watch " +
-                      std::to_wstring(::GetCurrentProcessId()) + L" " + std::to_wstring(delayMs);
-  STARTUPINFOW startup{};
-  startup.cb = sizeof(startup);
-  startup.dwFlags = STARTF_USESTDHANDLES;  // none: Wine would pass ours on
-  PROCESS_INFORMATION info{};
-  if (::CreateProcessW(self, line.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
-                       &info)) {
-    ::CloseHandle(info.hThread);
-    ::CloseHandle(info.hProcess);
-  }
 }
 
 void ReadOptions(const std::vector<std::wstring>& words) {
   for (size_t i = 0; i < words.size(); ++i) {
     const std::wstring& w = words[i];
     const bool hasNext = i + 1 < words.size();
-    if (w == L"--shell") {
-      g_options.shell = true;
-    } else if (w == L"--folder" && hasNext) {
-      g_options.folders.push_back(words[++i]);
-    } else if (w == L"--threads" && hasNext) {
-      g_options.threads = std::stoi(words[++i]);
-    } else if (w == L"--hang-every" && hasNext) {
-      g_options.hangEvery = std::stoi(words[++i]);
-    } else if (w == L"--respawn" && hasNext) {
-      g_options.respawnMs = std::stoi(words[++i]);
-    } else if (w == L"--hook-hangs") {
-      rig_hook_hangs = 1;
-    } else if (w == L"--load" && hasNext) {
-      ::LoadLibraryW(words[++i].c_str());
-    } else if (w.rfind(L"--", 0) != 0) {
-      g_options.folders.push_back(w);
-    }
+    if (w.rfind(L"--", 0) != 0) g_options.folders.push_back(w);
+    if (w == L"--shell") g_options.shell = true;
+    if (w == L"--hook-hangs") rig_hook_hangs = 1;
+    if (w == L"--folder" && hasNext) g_options.folders.push_back(words[++i]);
+    if (w == L"--threads" && hasNext) g_options.threads = std::stoi(words[++i]);
+    if (w == L"--hang-every" && hasNext) g_options.hangEvery = std::stoi(words[++i]);
+    if (w == L"--respawn" && hasNext) g_options.respawnMs = std::stoi(words[++i]);
+    if (w == L"--load" && hasNext) ::LoadLibraryW(words[++i].c_str());
   }
 }
 
-std::vector<std::wstring> SplitWords(const wchar_t* text) {
+// The words of a command line after the first, which names the program.
+std::vector<std::wstring> Arguments(const std::wstring& line) {
   std::vector<std::wstring> words;
   int count = 0;
-  if (wchar_t** argv = ::CommandLineToArgvW(text, &count)) {
-    for (int i = 0; i < count; ++i) words.emplace_back(argv[i]);
+  if (wchar_t** argv = ::CommandLineToArgvW(line.c_str(), &count)) {
+    for (int i = 1; i < count; ++i) words.emplace_back(argv[i]);
     ::LocalFree(argv);
   }
   return words;
@@ -172,19 +142,15 @@ std::vector<std::wstring> SplitWords(const wchar_t* text) {
 }  // namespace
 
 int WINAPI wWinMain(HINSTANCE instance, HINSTANCE, PWSTR, int) {
-  std::vector<std::wstring> args = SplitWords(::GetCommandLineW());
-  if (args.size() == 4 && args[1] == L"--watch") {
-    return Watch(static_cast<DWORD>(std::stoul(args[2])), std::stoi(args[3]));
+  std::vector<std::wstring> args = Arguments(::GetCommandLineW());
+  if (args.size() == 3 && args[0] == L"--watch") {
+    return Watch(static_cast<DWORD>(std::stoul(args[1])), std::stoi(args[2]));
   }
-  args.erase(args.begin());
   // Started without options, as the shell is: the test's options for shells come from the
   // environment.
-  if (args.empty()) {
-    wchar_t shellOptions[1024] = {};
-    if (::GetEnvironmentVariableW(L"CMR_RIG_EXPLORER", shellOptions, 1024)) {
-      args = SplitWords((L"x " + std::wstring(shellOptions)).c_str());
-      args.erase(args.begin());
-    }
+  wchar_t shellOptions[1024] = {};
+  if (args.empty() && ::GetEnvironmentVariableW(L"CMR_RIG_EXPLORER", shellOptions, 1024)) {
+    args = Arguments(L"x " + std::wstring(shellOptions));
   }
   ReadOptions(args);
   RegisterClasses(instance);
@@ -210,7 +176,10 @@ int WINAPI wWinMain(HINSTANCE instance, HINSTANCE, PWSTR, int) {
         ::CreateThread(nullptr, 0, FolderThread, reinterpret_cast<void*>(intptr_t{i}), 0, nullptr));
   }
   for (int i = 0; i < g_options.threads; ++i) ::WaitForSingleObject(g_threadReady, 10000);
-  if (g_options.respawnMs >= 0) StartWatcher(g_options.respawnMs);
+  if (g_options.respawnMs >= 0) {
+    cmr::StartChild(Self(), {L"--watch", std::to_wstring(::GetCurrentProcessId()),
+                             std::to_wstring(g_options.respawnMs)});
+  }
   RigJournal("ready pid=%lu", ::GetCurrentProcessId());
   PumpUntilShutdown();
   return 0;

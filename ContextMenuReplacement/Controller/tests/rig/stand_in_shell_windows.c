@@ -9,18 +9,26 @@
  * signature). Objects live as long as the process: the capture is short and runs once. */
 #define CINTERFACE
 #define COBJMACROS
-#include <windows.h>
 #include <exdisp.h>
 #include <shlguid.h>
 #include <shlobj.h>
 #include <shobjidl.h>
+#include <windows.h>
 
-static HRESULT STDMETHODCALLTYPE NotImplemented(void) { return E_NOTIMPL; }
-static ULONG STDMETHODCALLTYPE Immortal(void* self) { (void)self; return 1; }
+static HRESULT STDMETHODCALLTYPE NotImplemented(void) {
+  return E_NOTIMPL;
+}
+static ULONG STDMETHODCALLTYPE Immortal(void* self) {
+  (void)self;
+  return 1;
+}
 
-static void FillVtable(void* vtable, size_t bytes) {
+/* Every vtable starts with QueryInterface, AddRef and Release. */
+static void FillVtable(void* vtable, size_t bytes, void* query) {
   void** slots = (void**)vtable;
   for (size_t i = 0; i < bytes / sizeof(void*); ++i) slots[i] = (void*)NotImplemented;
+  slots[0] = query;
+  slots[1] = slots[2] = (void*)Immortal;
 }
 
 typedef struct FolderWindow {
@@ -41,8 +49,7 @@ static IFolderViewVtbl g_folderView;
 static IPersistFolder2Vtbl g_persist;
 
 /* Every interface of an entry starts one pointer after the previous; the slot says which. */
-#define ENTRY_OF(self, member) \
-  ((FolderWindow*)((char*)(self) - offsetof(FolderWindow, member)))
+#define ENTRY_OF(self, member) ((FolderWindow*)((char*)(self)-offsetof(FolderWindow, member)))
 
 static HRESULT EntryQuery(FolderWindow* entry, REFIID riid, void** out) {
   *out = NULL;
@@ -64,9 +71,9 @@ static HRESULT EntryQuery(FolderWindow* entry, REFIID riid, void** out) {
   return *out ? S_OK : E_NOINTERFACE;
 }
 
-#define QUERY(name, member)                                                            \
-  static HRESULT STDMETHODCALLTYPE name(void* self, REFIID riid, void** out) {         \
-    return EntryQuery(ENTRY_OF(self, member), riid, out);                              \
+#define QUERY(name, member)                                                    \
+  static HRESULT STDMETHODCALLTYPE name(void* self, REFIID riid, void** out) { \
+    return EntryQuery(ENTRY_OF(self, member), riid, out);                      \
   }
 QUERY(AppQuery, app)
 QUERY(ServicesQuery, services)
@@ -101,38 +108,6 @@ static HRESULT STDMETHODCALLTYPE CurrentFolder(IPersistFolder2* self, PIDLIST_AB
   return SHParseDisplayName(location, NULL, pidl, 0, NULL);
 }
 
-static void BuildEntryVtables(void) {
-  FillVtable(&g_app, sizeof(g_app));
-  g_app.QueryInterface = (void*)AppQuery;
-  g_app.AddRef = (void*)Immortal;
-  g_app.Release = (void*)Immortal;
-  g_app.get_HWND = AppWindow;
-  FillVtable(&g_services, sizeof(g_services));
-  g_services.QueryInterface = (void*)ServicesQuery;
-  g_services.AddRef = (void*)Immortal;
-  g_services.Release = (void*)Immortal;
-  g_services.QueryService = QueryService;
-  FillVtable(&g_browser, sizeof(g_browser));
-  g_browser.QueryInterface = (void*)BrowserQuery;
-  g_browser.AddRef = (void*)Immortal;
-  g_browser.Release = (void*)Immortal;
-  g_browser.QueryActiveShellView = ActiveView;
-  FillVtable(&g_view, sizeof(g_view));
-  g_view.QueryInterface = (void*)ViewQuery;
-  g_view.AddRef = (void*)Immortal;
-  g_view.Release = (void*)Immortal;
-  FillVtable(&g_folderView, sizeof(g_folderView));
-  g_folderView.QueryInterface = (void*)FolderViewQuery;
-  g_folderView.AddRef = (void*)Immortal;
-  g_folderView.Release = (void*)Immortal;
-  g_folderView.GetFolder = GetFolder;
-  FillVtable(&g_persist, sizeof(g_persist));
-  g_persist.QueryInterface = (void*)PersistQuery;
-  g_persist.AddRef = (void*)Immortal;
-  g_persist.Release = (void*)Immortal;
-  g_persist.GetCurFolder = CurrentFolder;
-}
-
 /* The list itself: the folder windows present when it is asked. */
 typedef struct {
   HWND windows[64];
@@ -142,7 +117,8 @@ typedef struct {
 static BOOL CALLBACK CollectFolderWindow(HWND window, LPARAM context) {
   WindowList* list = (WindowList*)context;
   wchar_t name[32] = {0};
-  if (GetClassNameW(window, name, 32) && lstrcmpW(name, L"CabinetWClass") == 0 && list->count < 64) {
+  if (GetClassNameW(window, name, 32) && lstrcmpW(name, L"CabinetWClass") == 0 &&
+      list->count < 64) {
     list->windows[list->count++] = window;
   }
   return TRUE;
@@ -152,14 +128,17 @@ static WindowList g_list;
 static IShellWindowsVtbl g_shellWindowsVtbl;
 static struct { IShellWindowsVtbl* vtbl; } g_shellWindows = {&g_shellWindowsVtbl};
 
+/* The list and the factory are one interface each: they answer for themselves or not at all. */
+static HRESULT Itself(void* self, BOOL answers, void** out) {
+  *out = answers ? self : NULL;
+  return answers ? S_OK : E_NOINTERFACE;
+}
+
 static HRESULT STDMETHODCALLTYPE ListQuery(IShellWindows* self, REFIID riid, void** out) {
-  *out = NULL;
-  if (!IsEqualIID(riid, &IID_IUnknown) && !IsEqualIID(riid, &IID_IDispatch) &&
-      !IsEqualIID(riid, &IID_IShellWindows)) {
-    return E_NOINTERFACE;
-  }
-  *out = self;
-  return S_OK;
+  return Itself(self,
+                IsEqualIID(riid, &IID_IUnknown) || IsEqualIID(riid, &IID_IDispatch) ||
+                    IsEqualIID(riid, &IID_IShellWindows),
+                out);
 }
 
 static HRESULT STDMETHODCALLTYPE ListCount(IShellWindows* self, LONG* count) {
@@ -175,13 +154,9 @@ static HRESULT STDMETHODCALLTYPE ListItem(IShellWindows* self, VARIANT index, ID
   *item = NULL;
   if (index.vt != VT_I4 || index.lVal < 0 || index.lVal >= g_list.count) return S_FALSE;
   FolderWindow* entry = (FolderWindow*)CoTaskMemAlloc(sizeof(FolderWindow));
-  entry->app = &g_app;
-  entry->services = &g_services;
-  entry->browser = &g_browser;
-  entry->view = &g_view;
-  entry->folderView = &g_folderView;
-  entry->persist = &g_persist;
-  entry->window = g_list.windows[index.lVal];
+  FolderWindow fresh = {&g_app, &g_services, &g_browser, &g_view, &g_folderView, &g_persist, 0};
+  fresh.window = g_list.windows[index.lVal];
+  *entry = fresh;
   *item = (IDispatch*)&entry->app;
   return S_OK;
 }
@@ -190,12 +165,7 @@ static IClassFactoryVtbl g_factoryVtbl;
 static struct { IClassFactoryVtbl* vtbl; } g_factory = {&g_factoryVtbl};
 
 static HRESULT STDMETHODCALLTYPE FactoryQuery(IClassFactory* self, REFIID riid, void** out) {
-  *out = NULL;
-  if (!IsEqualIID(riid, &IID_IUnknown) && !IsEqualIID(riid, &IID_IClassFactory)) {
-    return E_NOINTERFACE;
-  }
-  *out = self;
-  return S_OK;
+  return Itself(self, IsEqualIID(riid, &IID_IUnknown) || IsEqualIID(riid, &IID_IClassFactory), out);
 }
 
 static HRESULT STDMETHODCALLTYPE FactoryCreate(IClassFactory* self, IUnknown* outer, REFIID riid,
@@ -207,19 +177,25 @@ static HRESULT STDMETHODCALLTYPE FactoryCreate(IClassFactory* self, IUnknown* ou
 
 __declspec(dllexport) HRESULT WINAPI DllGetClassObject(REFCLSID clsid, REFIID riid, void** out) {
   if (!IsEqualCLSID(clsid, &CLSID_ShellWindows)) return CLASS_E_CLASSNOTAVAILABLE;
-  BuildEntryVtables();
-  FillVtable(&g_shellWindowsVtbl, sizeof(g_shellWindowsVtbl));
-  g_shellWindowsVtbl.QueryInterface = ListQuery;
-  g_shellWindowsVtbl.AddRef = (void*)Immortal;
-  g_shellWindowsVtbl.Release = (void*)Immortal;
+  FillVtable(&g_app, sizeof(g_app), (void*)AppQuery);
+  g_app.get_HWND = AppWindow;
+  FillVtable(&g_services, sizeof(g_services), (void*)ServicesQuery);
+  g_services.QueryService = QueryService;
+  FillVtable(&g_browser, sizeof(g_browser), (void*)BrowserQuery);
+  g_browser.QueryActiveShellView = ActiveView;
+  FillVtable(&g_view, sizeof(g_view), (void*)ViewQuery);
+  FillVtable(&g_folderView, sizeof(g_folderView), (void*)FolderViewQuery);
+  g_folderView.GetFolder = GetFolder;
+  FillVtable(&g_persist, sizeof(g_persist), (void*)PersistQuery);
+  g_persist.GetCurFolder = CurrentFolder;
+  FillVtable(&g_shellWindowsVtbl, sizeof(g_shellWindowsVtbl), (void*)ListQuery);
   g_shellWindowsVtbl.get_Count = ListCount;
   g_shellWindowsVtbl.Item = ListItem;
-  FillVtable(&g_factoryVtbl, sizeof(g_factoryVtbl));
-  g_factoryVtbl.QueryInterface = FactoryQuery;
-  g_factoryVtbl.AddRef = (void*)Immortal;
-  g_factoryVtbl.Release = (void*)Immortal;
+  FillVtable(&g_factoryVtbl, sizeof(g_factoryVtbl), (void*)FactoryQuery);
   g_factoryVtbl.CreateInstance = FactoryCreate;
   return FactoryQuery((IClassFactory*)&g_factory, riid, out);
 }
 
-__declspec(dllexport) HRESULT WINAPI DllCanUnloadNow(void) { return S_FALSE; }
+__declspec(dllexport) HRESULT WINAPI DllCanUnloadNow(void) {
+  return S_FALSE;
+}

@@ -52,8 +52,7 @@ class ScriptedFiles : public FileOperations {
 
  private:
   Status Step(const wchar_t* kind, const std::wstring& path) {
-    const size_t slash = path.find_last_of(L"\\/");
-    steps.push_back(fmt::format(L"{} {}", kind, path.substr(slash == std::wstring::npos ? 0 : slash + 1)));
+    steps.push_back(fmt::format(L"{} {}", kind, FileNameOf(path)));
     const int number = static_cast<int>(steps.size());
     if (number == failAt || (dieAtFailure && failAt != 0 && number > failAt)) {
       return Status::Failure(fmt::format(L"injected failure at step {}", number));
