@@ -171,9 +171,9 @@ const std::string kOverlay =
     R"("icon_path":"C:\\windows\\notepad.exe"}}],)"
     R"("node_overrides":[{"layout_id":"background-base","node_id":"sort","visibility":"hidden"}]})";
 
-TEST(CustomModelE2e, OverlayValidatedPublishedAndMigrated) {
+TEST(CustomModelE2e, OverlayValidatedPublishedMigratedAndReset) {
   ResetUserData();
-  const std::wstring overlay = ScratchFolder(L"overlay-publish") + L"\\overlay.json";
+  std::wstring overlay = ScratchFolder(L"overlay-publish") + L"\\overlay.json";
   WriteBytes(overlay, kOverlay);
   // 177 shipped rows, + my-tool; "sort" hidden on the background parent reaches the desktop's
   // inherited copy (-5), not the folder background's own redefined row. Validation publishes and
@@ -210,11 +210,9 @@ TEST(CustomModelE2e, OverlayValidatedPublishedAndMigrated) {
   const std::string saved = ReadBytes(overlay);
   EXPECT_PRED2(Has, saved, "\"baseline_version\": \"win11-shell-2026.11\"");
   EXPECT_PRED2(Has, saved, "\"node_id\": \"group\"");
-}
 
-TEST(CustomModelE2e, OverlayResetWholeAndByTarget) {
-  ResetUserData();
-  const std::wstring overlay = OverlayPath(L"");
+  // Resets act on the overlay in its own place.
+  overlay = OverlayPath(L"");
   const auto reset = [](const wchar_t* verb, std::vector<std::wstring> target,
                         const std::string& output, DWORD exitCode = 0) {
     target.insert(target.begin(), {verb, kSchema, kBaseline});
@@ -223,7 +221,7 @@ TEST(CustomModelE2e, OverlayResetWholeAndByTarget) {
     EXPECT_EQ(run.exitCode, exitCode);
   };
   reset(L"reset", {},
-        "No overlay existed; the overlay and republished the baseline: version 1, 9 layout(s), "
+        "No overlay existed; the overlay and republished the baseline: version 3, 9 layout(s), "
         "177 node(s).\n");
   reset(L"reset", {L"desktop"}, "No customizations exist for target 'desktop'.\n");
   const std::string hides = R"("node_overrides":[{"layout_id":"desktop-default","node_id":)"
@@ -241,11 +239,11 @@ TEST(CustomModelE2e, OverlayResetWholeAndByTarget) {
         "No customizations reference target 'taskbar-clock'; nothing to reset.\n");
   EXPECT_EQ(ReadBytes(overlay), text);
   reset(L"reset", {L"drive"},
-        "Reset target 'drive' and republished: version 2, 9 layout(s), 176 node(s).\n");
+        "Reset target 'drive' and republished: version 4, 9 layout(s), 176 node(s).\n");
   EXPECT_FALSE(Has(ReadBytes(overlay), "eject"));
   EXPECT_PRED2(Has, ReadBytes(overlay), "refresh");
   reset(L"reset", {},
-        "Removed the overlay and republished the baseline: version 3, 9 layout(s), 177 "
+        "Removed the overlay and republished the baseline: version 5, 9 layout(s), 177 "
         "node(s).\n");
   EXPECT_FALSE(FileExists(overlay));
   WriteBytes(overlay, "{not json");
