@@ -1,6 +1,7 @@
 // The config verbs as a user and the Settings application see them: console bytes, exit codes
 // and the bytes of the published files.
 
+#include <aclapi.h>
 #include <gtest/gtest.h>
 #include <sddl.h>
 
@@ -127,7 +128,7 @@ TEST(ConfigVerbsE2e, InitPublishStatusAndRefusalsThatChangeNothing) {
   EXPECT_EQ(ReadBytes(SnapshotFilePath(1)), snapshot);
 
   // Bad input never changes what is published.
-  const std::string control = ReadBytes(ControlFilePath());
+  const std::string announced = ReadBytes(ControlFilePath());
   // Its opacity differs from the published one, so globals written early would show.
   WriteBytes(file(L"huge.json"),
              R"({"backgroundOpacityPercent":50,"profiles":[{"match":{"context":["folder-item"]},)"
@@ -158,7 +159,7 @@ TEST(ConfigVerbsE2e, InitPublishStatusAndRefusalsThatChangeNothing) {
     EXPECT_EQ(run.output,
               "Publishing " + ToUtf8(row.file) + "\n" + row.messages + kNothingPublished);
     EXPECT_EQ(run.exitCode, 1u);
-    EXPECT_EQ(ReadBytes(ControlFilePath()), control);
+    EXPECT_EQ(ReadBytes(ControlFilePath()), announced);
     EXPECT_EQ(ReadBytes(SnapshotFilePath(3)), "<unreadable>");
   }
 

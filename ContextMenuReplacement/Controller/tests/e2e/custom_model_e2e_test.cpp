@@ -249,7 +249,7 @@ TEST(CustomModelE2e, OverlayValidatedPublishedMigratedAndReset) {
   EXPECT_EQ(ReadBytes(overlay), "{not json");
 }
 
-TEST(CustomModelE2e, PlacementOverlayWithEditsAndDefinitions) {
+TEST(CustomModelE2e, PlacementOverlayWithEditsPoliciesAndDefinitions) {
   ResetUserData();
   const std::wstring scratch = ScratchFolder(L"overlay-placement");
   std::string baseline = ReadBytes(kBaseline);
@@ -261,7 +261,9 @@ TEST(CustomModelE2e, PlacementOverlayWithEditsAndDefinitions) {
       R"({"document_kind":"overlay","schema_version":3,"baseline_version":"win11-shell-2026.11",)"
       R"("command_definitions":[{"command_id":"user:{00000000-0000-0000-0000-0000000000bb}",)"
       R"("title":"Edit with Pad","executable":"C:\\pad.exe","arguments":["%1"]}],)"
-      R"("layout_edits":[{"id":"file-item-default","edits":[)"
+      R"("command_policies":[{"command_id":"windows:properties","hidden":true},)"
+      R"({"command_id":"windows:properties","match":{"family":"file-item","extension":".txt"},)"
+      R"("title_override":"Details"}],"layout_edits":[{"id":"file-item-default","edits":[)"
       R"({"action":"insert","node":{"type":"command","id":"pad",)"
       R"("command_id":"user:{00000000-0000-0000-0000-0000000000bb}",)"
       R"("commands_plus_ref":"user:{00000000-0000-0000-0000-0000000000bb}"},)"
