@@ -26,8 +26,6 @@ const std::string kNothingPublished =
 const std::string kEveryone =
     "\\Everyone (S-1-1-0) can modify this file. Because it names executables that run on every "
     "right-click, only you, SYSTEM and Administrators may have write access.";
-const std::string kAclAccepted =
-    "ACL accepted: only you, SYSTEM and Administrators can modify this file.\n";
 constexpr wchar_t kEveryoneWrites[] = L"D:(A;;FA;;;OW)(A;;FA;;;WD)";
 
 Words32 Words(const std::string& image, size_t from, size_t count) {
@@ -170,7 +168,9 @@ TEST(ConfigVerbsE2e, InitPublishStatusAndRefusalsThatChangeNothing) {
             1}});
   // Reading and running are not writing: Everyone may keep those.
   SetDacl(untrusted, L"D:(A;;FA;;;OW)(A;;FRFX;;;WD)");
-  RunRows({{{L"config", L"check", untrusted}, kAclAccepted, 0}});
+  RunRows({{{L"config", L"check", untrusted},
+            "ACL accepted: only you, SYSTEM and Administrators can modify this file.\n",
+            0}});
 
   // Version 0 with its snapshot, as the count reaches after it wraps, is a publication.
   std::string wrapped = ReadBytes(ControlFilePath());
