@@ -145,15 +145,19 @@ TEST(CustomModelE2e, ShippedBaselineReadBackPerTargetAndRefusalsChangeNothing) {
   EXPECT_EQ(ReadBytes(CustomModelControlPath()), control);
   EXPECT_FALSE(FileExists(CustomModelSnapshotPath(3)));
 
-  // A control record naming a snapshot the reader refuses.
+  // A control record naming a snapshot the reader refuses or one that is missing, or naming none.
   uint32_t nodes;
   std::memcpy(&nodes, second.data() + 40, 4);
   first[nodes + 8] = 11;  // the first node's kind
   WriteBytes(CustomModelSnapshotPath(3), first);
-  WriteBytes(CustomModelControlPath(), CustomModelControlRecord(3));
-  run = Model({L"effective", L"desktop"});
-  EXPECT_EQ(run.output, "The published custom model snapshot is not readable.\n");
-  EXPECT_EQ(run.exitCode, 1u);
+  const std::string unreadable = "The published custom model snapshot is not readable.\n";
+  for (const auto& [version, output] :
+       {std::pair{3u, unreadable}, std::pair{9u, unreadable}, std::pair{0u, kNothingPublished}}) {
+    WriteBytes(CustomModelControlPath(), CustomModelControlRecord(version));
+    run = Model({L"effective", L"desktop"});
+    EXPECT_EQ(run.output, output);
+    EXPECT_EQ(run.exitCode, 1u);
+  }
 }
 
 // Merging is the overlay fixtures' concern; here a user command with its icon, and a hide on the
