@@ -13,9 +13,8 @@
 namespace cmr::e2e {
 namespace {
 
-std::wstring Staged(const wchar_t* relative) {
-  return JoinPath(InstallFolder(), relative);
-}
+const std::wstring kSchema = InstallFolder() + L"\\Schema\\custom-menu.schema.json";
+const std::wstring kContent = InstallFolder() + L"\\Content\\";
 
 // Every line but the last is "PASS  <name>"; the last counts them.
 void ExpectAllPassed(const RunResult& run, size_t atLeast) {
@@ -29,14 +28,12 @@ void ExpectAllPassed(const RunResult& run, size_t atLeast) {
 TEST(ContractsE2e, ShippedFixturesPassAndNothingIsWritten) {
   ResetUserData();
   const RunResult model =
-      RunController({L"model-contracts", Staged(L"Schema\\custom-menu.schema.json"),
-                     Staged(L"Content\\Contracts\\model"),
-                     Staged(L"Content\\Menus\\create-organize.baseline.json")});
+      RunController({L"model-contracts", kSchema, kContent + L"Contracts\\model",
+                     kContent + L"Menus\\create-organize.baseline.json"});
   EXPECT_NE(model.output.find("PASS  shipped create-organize.baseline.json\n"), std::string::npos);
   ExpectAllPassed(model, 16);
-  ExpectAllPassed(RunController({L"placement-contracts", Staged(L"Schema\\custom-menu.schema.json"),
-                                 Staged(L"Content\\Contracts\\placement")}),
-                  5);
+  ExpectAllPassed(
+      RunController({L"placement-contracts", kSchema, kContent + L"Contracts\\placement"}), 5);
   EXPECT_FALSE(DirectoryExists(ProductFolder()));
 }
 
@@ -49,12 +46,12 @@ TEST(ContractsE2e, AWrongExpectationFailsWithItsReason) {
              R"({"baseline": {"document_kind": "baseline", "layouts": [{"id": "l", "items": []}]},)"
              R"( "expect": {"refusal": "Layout 'l' is fine."}})");
   const std::pair<std::vector<std::wstring>, std::string> runs[] = {
-      {{L"placement-contracts", Staged(L"Schema\\custom-menu.schema.json"), folder},
+      {{L"placement-contracts", kSchema, folder},
        "FAIL  a-refusal: refused with \"Layout 'l' does not inherit from another layout, so it "
        "must declare at least one item.\", expected \"Layout 'l' is fine.\"\n"
        "FAIL  b-kind: case 2: \"windows:\" gave [\"invalid\"], expected [\"windows\"]\n"
        "0 passed, 2 failed.\n"},
-      {{L"model-contracts", Staged(L"Schema\\custom-menu.schema.json"), folder, L"missing.json"},
+      {{L"model-contracts", kSchema, folder, L"missing.json"},
        "FAIL  shipped missing.json: 'missing.json' could not be read.\n"},
   };
   for (const auto& [args, output] : runs) {
