@@ -8,6 +8,7 @@
 #include "common/byte_image.h"
 #include "common/data_paths.h"
 #include "common/file_io.h"
+#include "common/json_text.h"
 #include "common/text.h"
 #include "common/unique_handle.h"
 #include "config/menu_document.h"
@@ -25,13 +26,7 @@ const std::string kNothingPublished =
 const std::string kEveryone =
     "\\Everyone (S-1-1-0) can modify this file. Because it names executables that run on every "
     "right-click, only you, SYSTEM and Administrators may have write access.";
-const std::string kAclAccepted =
-    "ACL accepted: only you, SYSTEM and Administrators can modify this file.\n";
 constexpr wchar_t kEveryoneWrites[] = L"D:(A;;FA;;;OW)(A;;FA;;;WD)";
-
-std::string U8(const std::wstring& text) {
-  return ToUtf8(text);
-}
 
 Words32 Words(const std::string& image, size_t from, size_t count) {
   ByteImageReader in(image);
@@ -47,22 +42,19 @@ void SetDacl(const std::wstring& path, const wchar_t* sddl) {
   ASSERT_TRUE(
       ::ConvertStringSecurityDescriptorToSecurityDescriptorW(sddl, SDDL_REVISION_1, &raw, nullptr));
   UniqueLocalMemory descriptor(raw);
-  BOOL present = FALSE, defaulted = FALSE;
-  PACL dacl = nullptr;
-  ASSERT_TRUE(::GetSecurityDescriptorDacl(raw, &present, &dacl, &defaulted));
-  ASSERT_EQ(::SetNamedSecurityInfoW(const_cast<wchar_t*>(path.c_str()), SE_FILE_OBJECT,
-                                    DACL_SECURITY_INFORMATION, nullptr, nullptr, dacl, nullptr),
-            static_cast<DWORD>(ERROR_SUCCESS));
+  ASSERT_TRUE(::SetFileSecurityW(path.c_str(), DACL_SECURITY_INFORMATION, raw));
 }
 
 std::string PublishedText(const std::string& counts) {
   return "Published " + counts + ".\nThe next menu uses it. Explorer does not need to restart.\n";
 }
 
-TEST(ConfigVerbsE2e, InitPublishStatusWithTheStarterDocument) {
+TEST(ConfigVerbsE2e, InitPublishStatusAndRefusalsThatChangeNothing) {
   ResetUserData();
-  const std::wstring menu = JoinPath(ScratchFolder(L"config-init"), L"menu.json");
-  const std::string path = U8(menu);
+  const std::wstring folder = ScratchFolder(L"config-init");
+  const auto file = [&](const wchar_t* name) { return JoinPath(folder, name); };
+  const std::wstring menu = file(L"menu.json");
+  const std::string path = ToUtf8(menu);
   const std::string starterCounts = " (656 bytes): 2 profile(s), 8 item(s), 1 user command(s)";
   RunRows({
       {{L"config", L"status", menu},
@@ -73,7 +65,6 @@ TEST(ConfigVerbsE2e, InitPublishStatusWithTheStarterDocument) {
            "\nEdit it, then run 'config publish' or leave 'config watch' running.\n",
        0},
       {{L"config", L"init", menu}, "'" + path + "' already exists; refusing to overwrite it.\n", 1},
-      {{L"config", L"check", menu}, kAclAccepted, 0},
       {{L"config", L"publish", menu, L"--json"},
        "Publishing " + path + "\n" + PublishedText("version 1" + starterCounts),
        0},
@@ -118,13 +109,13 @@ TEST(ConfigVerbsE2e, InitPublishStatusWithTheStarterDocument) {
   RunRows({
       {{L"config", L"status", menu},
        "Published version 1 (layout 18)\nFile:     " + path +
-           "\nSnapshot: " + U8(SnapshotFilePath(1)) + "\n",
+           "\nSnapshot: " + ToUtf8(SnapshotFilePath(1)) + "\n",
        0},
       {{L"config", L"publish", menu},
        "Publishing " + path + "\n" + PublishedText("version 2" + starterCounts),
        0},
       {{L"config", L"path", menu}, path + "\n", 0},
-      {{L"config", L"path"}, U8(SettingsFilePath()) + "\n", 0},
+      {{L"config", L"path"}, ToUtf8(SettingsFilePath()) + "\n", 0},
       {{L"config", L"Publish"},
        "Unknown config action 'Publish'. Use init, path, check, publish, watch, or status.\n",
        1},
@@ -134,31 +125,12 @@ TEST(ConfigVerbsE2e, InitPublishStatusWithTheStarterDocument) {
   EXPECT_EQ(ReadBytes(SnapshotFilePath(2)), second);
   EXPECT_EQ(ReadBytes(SnapshotFilePath(1)), snapshot);
 
-  // Version 0 with its snapshot, as the count reaches after it wraps, is a publication.
-  std::string wrapped = ReadBytes(ControlFilePath());
-  wrapped[8] = 0;
-  WriteBytes(ControlFilePath(), wrapped);
-  WriteBytes(SnapshotFilePath(0), snapshot);
-  RunRows({{{L"config", L"status", menu},
-            "Published version 0 (layout 18)\nFile:     " + path +
-                "\nSnapshot: " + U8(SnapshotFilePath(0)) + "\n",
-            0}});
-}
-
-TEST(ConfigVerbsE2e, BadInputNeverChangesWhatIsPublished) {
-  ResetUserData();
-  const std::wstring folder = ScratchFolder(L"config-refusals");
-  const auto file = [&](const wchar_t* name) { return JoinPath(folder, name); };
-  WriteBytes(file(L"menu.json"), std::string(StarterDocumentText()));
-  ASSERT_EQ(RunController({L"config", L"publish", file(L"menu.json")}).exitCode, 0u);
-  const std::string control = ReadBytes(ControlFilePath());
-
-  WriteBytes(file(L"broken.json"), "// comment\n{\"profiles\": [}");
+  // Bad input never changes what is published.
+  const std::string announced = ReadBytes(ControlFilePath());
   // Its opacity differs from the published one, so globals written early would show.
   WriteBytes(file(L"huge.json"),
              R"({"backgroundOpacityPercent":50,"profiles":[{"match":{"context":["folder-item"]},)"
-             R"("items":[{"source":"user",)"
-             R"("executable":"x.exe","title":")" +
+             R"("items":[{"source":"user","executable":"x.exe","title":")" +
                  std::string(600000, 't') + "\"}]}]}");
   // The whole file is read, not the text up to its first NUL.
   WriteBytes(file(L"trailing.json"), std::string("{\"profiles\":[]}\0GARBAGE", 22));
@@ -169,24 +141,24 @@ TEST(ConfigVerbsE2e, BadInputNeverChangesWhatIsPublished) {
     std::wstring file;
     std::string messages;
   } rows[] = {
-      {file(L"missing.json"), "  error:   '" + U8(file(L"missing.json")) +
+      {file(L"missing.json"), "  error:   '" + ToUtf8(file(L"missing.json")) +
                                   "' does not exist. Run 'config init' to create one.\n"},
-      {file(L"broken.json"), "  error:   JSON parse error at offset 25: Invalid value.\n"},
       // Unlike the settings file's, menu.json's globals go out only with its snapshot.
       {file(L"huge.json"),
        "  error:   The configuration flattens to 1200128 bytes, over the 1048576 byte limit.\n"},
       {untrusted, "  error:   " + kEveryone + "\n"},
       {file(L"trailing.json"),
        "  error:   JSON parse error at offset 15: The document contains a NUL byte.\n"},
-      {folder, "  error:   '" + U8(folder) + "' is a folder, not a menu file.\n"},
+      {folder, "  error:   '" + ToUtf8(folder) + "' is a folder, not a menu file.\n"},
   };
   for (const auto& row : rows) {
-    SCOPED_TRACE(U8(row.file));
+    SCOPED_TRACE(ToUtf8(row.file));
     const RunResult run = RunController({L"config", L"publish", row.file});
-    EXPECT_EQ(run.output, "Publishing " + U8(row.file) + "\n" + row.messages + kNothingPublished);
+    EXPECT_EQ(run.output,
+              "Publishing " + ToUtf8(row.file) + "\n" + row.messages + kNothingPublished);
     EXPECT_EQ(run.exitCode, 1u);
-    EXPECT_EQ(ReadBytes(ControlFilePath()), control);
-    EXPECT_EQ(ReadBytes(SnapshotFilePath(2)), "<unreadable>");
+    EXPECT_EQ(ReadBytes(ControlFilePath()), announced);
+    EXPECT_EQ(ReadBytes(SnapshotFilePath(3)), "<unreadable>");
   }
 
   RunRows({{{L"config", L"check", untrusted},
@@ -196,7 +168,19 @@ TEST(ConfigVerbsE2e, BadInputNeverChangesWhatIsPublished) {
             1}});
   // Reading and running are not writing: Everyone may keep those.
   SetDacl(untrusted, L"D:(A;;FA;;;OW)(A;;FRFX;;;WD)");
-  RunRows({{{L"config", L"check", untrusted}, kAclAccepted, 0}});
+  RunRows({{{L"config", L"check", untrusted},
+            "ACL accepted: only you, SYSTEM and Administrators can modify this file.\n",
+            0}});
+
+  // Version 0 with its snapshot, as the count reaches after it wraps, is a publication.
+  std::string wrapped = ReadBytes(ControlFilePath());
+  wrapped[8] = 0;
+  WriteBytes(ControlFilePath(), wrapped);
+  WriteBytes(SnapshotFilePath(0), snapshot);
+  RunRows({{{L"config", L"status", menu},
+            "Published version 0 (layout 18)\nFile:     " + path +
+                "\nSnapshot: " + ToUtf8(SnapshotFilePath(0)) + "\n",
+            0}});
 }
 
 std::string SettingsText(const std::string& settings,
@@ -208,14 +192,14 @@ std::string SettingsText(const std::string& settings,
          items + R"(]}]}},{"app_id":"window-organizer","status":"disabled"}]})";
 }
 
-TEST(ConfigVerbsE2e, ValidateReadsOnlyTheSettingsFileAndWritesNothing) {
+// The settings file's globals carry no executable, so they go out before its trust and size
+// are checked; only a menu error stops them too. Validation writes nothing.
+TEST(ConfigVerbsE2e, SettingsFileValidatedAndItsGlobalsAppliedEvenWhenItsMenuIsRefused) {
   ResetUserData();
-  const std::string source = U8(SettingsFilePath());
-  WriteBytes(SettingsFilePath(), SettingsText(R"("appearance.fontWeight":"Bold")"));
+  const std::wstring settings = SettingsFilePath();
+  const std::string source = ToUtf8(settings);
+  WriteBytes(settings, SettingsText(R"("appearance.fontWeight":"Bold")"));
   RunRows({
-      {{L"config", L"validate", L"menu.json"},
-       "config validate reads the settings file; it takes no path argument.\n",
-       1},
       {{L"config", L"validate"},
        "Validating " + source +
            "\nValid. 1 profile(s), 2 item(s), 1 user command(s). Nothing was published.\n",
@@ -223,26 +207,7 @@ TEST(ConfigVerbsE2e, ValidateReadsOnlyTheSettingsFileAndWritesNothing) {
       // Without a file, init targets the settings file, which exists.
       {{L"config", L"init"}, "'" + source + "' already exists; refusing to overwrite it.\n", 1},
   });
-  WriteBytes(SettingsFilePath(), SettingsText(R"("appearance.fontWeight":"bold","x":1)"));
-  std::string escaped;  // JSON doubles the path's backslashes
-  for (const char ch : source) escaped += ch == '\\' ? std::string(2, ch) : std::string(1, ch);
-  // One line. A document with errors is not flattened, so it has no counts or size.
-  RunRows({{{L"config", L"validate", L"--json"},
-            "{\"source\":\"" + escaped +
-                "\",\"aclAccepted\":true,\"valid\":false,\"profileCount\":0,\"itemCount\":0,"
-                "\"userCommandCount\":0,\"snapshotBytes\":0,\"publishedVersion\":0,"
-                "\"errors\":[\"'appearance.fontWeight' is not a supported weight.\"],"
-                "\"warnings\":[]}\n",
-            1}});
   EXPECT_FALSE(DirectoryExists(PublishedFolder()));
-}
-
-// The settings file's globals carry no executable, so they go out before its trust and size
-// are checked; only a menu error stops them too.
-TEST(ConfigVerbsE2e, SettingsFileGlobalsAreAppliedEvenWhenItsMenuIsRefused) {
-  ResetUserData();
-  const std::wstring settings = SettingsFilePath();
-  const std::string publishing = "Publishing " + U8(settings) + "\n";
   const std::string valuesSet =
       R"("appearance.customHeaderColor":"#1e1e1e","appearance.customHotkeyColor":"#0A0B0C",)"
       R"("general.nativeMenuBypass":"Alt","appearance.backgroundOpacityPercent":40,)"
@@ -294,15 +259,22 @@ TEST(ConfigVerbsE2e, SettingsFileGlobalsAreAppliedEvenWhenItsMenuIsRefused) {
     (void)DeleteFileIfPresent(settings);
     WriteBytes(settings, row.text);
     if (row.dacl) SetDacl(settings, row.dacl);
-    const bool published = row.output.starts_with("Published");
-    RunRows({{{L"config", L"publish"}, publishing + row.output, published ? 0u : 1u}});
+    const DWORD exitCode = row.output.starts_with("Published") ? 0 : 1;
+    RunRows({{{L"config", L"publish"}, "Publishing " + source + "\n" + row.output, exitCode}});
     const std::string control = ReadBytes(ControlFilePath());
     for (const auto& [at, words] : row.control) EXPECT_EQ(Words(control, at, words.size()), words);
     EXPECT_EQ(ReadBytes(SnapshotFilePath(2)), "<unreadable>");
   }
-  // Validation reports the version in force, not the one it did not publish.
-  const RunResult run = RunController({L"config", L"validate", L"--json"});
-  EXPECT_NE(run.output.find(",\"publishedVersion\":1,"), std::string::npos) << run.output;
+  // One line, with the version in force. A document with errors is not flattened, so it has no
+  // counts or size.
+  WriteBytes(settings, SettingsText(R"("appearance.fontWeight":"bold","x":1)"));
+  RunRows({{{L"config", L"validate", L"--json"},
+            "{\"source\":" + ToUtf8(JsonQuote(settings)) +
+                ",\"aclAccepted\":true,\"valid\":false,\"profileCount\":0,\"itemCount\":0,"
+                "\"userCommandCount\":0,\"snapshotBytes\":0,\"publishedVersion\":1,"
+                "\"errors\":[\"'appearance.fontWeight' is not a supported weight.\"],"
+                "\"warnings\":[]}\n",
+            1}});
   (void)DeleteFileIfPresent(settings);
 }
 

@@ -17,9 +17,8 @@ std::string Menu(const std::string& title) {
          title + R"(","executable":"x.exe"}]}]})";
 }
 
-const std::string kPublishedEnd =
-    ": 1 profile(s), 1 item(s), 1 user command(s).\nThe next menu uses it. Explorer does not "
-    "need to restart.\n";
+const std::string kNextMenu = "The next menu uses it. Explorer does not need to restart.\n";
+const std::string kPublishedEnd = ": 1 profile(s), 1 item(s), 1 user command(s).\n" + kNextMenu;
 const std::string kRefusedEnd =
     "Nothing was published. The previously published configuration is still in effect,\n"
     "so the context menu keeps working while this is fixed.\n";
@@ -29,7 +28,6 @@ TEST(ConfigWatchE2e, SavesRepublishAndInvalidSavesKeepTheLoopGoing) {
   // Beside the published folder, as in the product folder: every publication the loop makes
   // changes a subfolder of the watched one.
   const std::wstring menu = JoinPath(ProductFolder(), L"menu.json");
-  const std::wstring published = PublishedFolder();
   WriteBytes(menu, std::string(StarterDocumentText()));
 
   RunningController watch({L"config", L"watch", menu});
@@ -38,8 +36,8 @@ TEST(ConfigWatchE2e, SavesRepublishAndInvalidSavesKeepTheLoopGoing) {
   const std::string first = "Watching " + ToUtf8(menu) +
                             "\nSaving the file republishes it. Press Ctrl+C to stop.\n\n"
                             "Published version 1 (656 bytes): 2 profile(s), 8 item(s), 1 "
-                            "user command(s).\nThe next menu uses it. Explorer does not need "
-                            "to restart.\n";
+                            "user command(s).\n" +
+                            kNextMenu;
   ASSERT_TRUE(watch.WaitForOutput(first, 30000)) << watch.Output();
   EXPECT_EQ(watch.Output(), first);
 
@@ -55,7 +53,7 @@ TEST(ConfigWatchE2e, SavesRepublishAndInvalidSavesKeepTheLoopGoing) {
        {{menu, Menu("Two")}, {menu, Menu("Three")}},
        "Published version 3 (136 bytes)" + kPublishedEnd},
       {"a subfolder change and an invalid save",
-       {{JoinPath(published, L"snapshot-9.bin"), "x"}, {menu, "{\"profiles\": 3}"}},
+       {{JoinPath(PublishedFolder(), L"snapshot-9.bin"), "x"}, {menu, "{\"profiles\": 3}"}},
        "  error:   'profiles' is required and must be an array.\n" + kRefusedEnd},
       {"a valid save after it",
        {{menu, Menu("Four")}},

@@ -31,38 +31,38 @@ const std::string kStillInEffect =
 const std::string kHeader =
     R"({"document_kind":"overlay","schema_version":2,"baseline_version":"win11-shell-2026.11",)";
 
-void PublishShipped(uint32_t version) {
-  const RunResult run = Model({L"publish", kSchema, kBaseline});
-  EXPECT_EQ(run.output, "Published custom model version " + std::to_string(version) +
-                            ": 9 layout(s), 177 node(s).\n");
-  EXPECT_EQ(run.exitCode, 0u);
+// One title of 2,100,000 characters compiles to an image past 4 MiB.
+std::string OversizedBaseline() {
+  return R"({"document_kind":"baseline","schema_version":2,"layouts":[{"id":"big","match":)"
+         R"({"family":"file-item"},"items":[{"type":"submenu","id":"m","title_override":")" +
+         std::string(2'100'000, 'x') +
+         R"(","items":[{"type":"command","id":"c","command_id":"windows:c"}]}]}]})";
 }
 
-TEST(CustomModelE2e, ShippedBaselinePublishedAndReadBackPerTarget) {
+// Numbering and clean-up are the publisher's own tests; here the verbs as an operator runs them.
+// Each refusal prints its errors, then the sentence of its verb, and publishes nothing.
+TEST(CustomModelE2e, ShippedBaselineReadBackPerTargetAndRefusalsChangeNothing) {
   ResetUserData();
   RunResult run = Model({L"validate", kSchema, kBaseline});
   EXPECT_EQ(run.output, "Valid. 9 layout(s), 177 node(s). Nothing was published.\n");
   EXPECT_EQ(run.exitCode, 0u);
   EXPECT_EQ(Model({L"effective", L"desktop", L"--json"}).output, kNothingPublished);
-  PublishShipped(1);
-  PublishShipped(2);
-  const std::string second = ReadBytes(CustomModelSnapshotPath(2));
+  run = Model({L"publish", kSchema, kBaseline});
+  EXPECT_EQ(run.output, "Published custom model version 1: 9 layout(s), 177 node(s).\n");
+  EXPECT_EQ(run.exitCode, 0u);
   run = Model({L"publish", kSchema, kBaseline, L"--json"});
   EXPECT_EQ(
       run.output,
-      "{\"published\":true,\"version\":3,\"layoutCount\":9,\"nodeCount\":177,\"errors\":[]}\n");
-  EXPECT_EQ(ReadBytes(CustomModelControlPath()), CustomModelControlRecord(3));
-  // The current and the previous snapshot stay; only the version word tells them apart.
-  EXPECT_FALSE(FileExists(CustomModelSnapshotPath(1)));
-  EXPECT_EQ(ReadBytes(CustomModelSnapshotPath(2)), second);
-  std::string third = ReadBytes(CustomModelSnapshotPath(3));
-  third[8] = 2;
-  EXPECT_EQ(third, second);
+      "{\"published\":true,\"version\":2,\"layoutCount\":9,\"nodeCount\":177,\"errors\":[]}\n");
+  // Only the version word tells two publications of one model apart.
+  const std::string second = ReadBytes(CustomModelSnapshotPath(2));
+  std::string first = ReadBytes(CustomModelSnapshotPath(1));
+  first[8] = 2;
+  EXPECT_EQ(first, second);
 
-  // Both renderings for a family, an extension in another case and a perceived type.
+  // Both renderings for a family and for an extension in another case.
   const std::pair<const wchar_t*, const char*> shipped[] = {{L"desktop", "desktop-default"},
-                                                            {L"file:.JPG", "file-item-default"},
-                                                            {L"class:image", "file-item-default"}};
+                                                            {L"file:.JPG", "file-item-default"}};
   for (const auto& [target, layout] : shipped) {
     SCOPED_TRACE(ToUtf8(target));
     const std::string text = Model({L"effective", target}).output;
@@ -83,46 +83,9 @@ TEST(CustomModelE2e, ShippedBaselinePublishedAndReadBackPerTarget) {
   EXPECT_EQ(Model({L"effective", computer + L":none", L"--json"}).output,
             "{\"target\":\"" + ToUtf8(computer) + ":none\",\"matched\":false}\n");
 
-  // A control record naming a snapshot that is corrupt or missing, or naming none.
-  std::string corrupt = second;
-  uint32_t nodes;
-  std::memcpy(&nodes, second.data() + 40, 4);
-  corrupt[nodes + 8] = 11;  // the first node's kind
-  WriteBytes(CustomModelSnapshotPath(4), corrupt);
-  const std::string unreadable = "The published custom model snapshot is not readable.\n";
-  for (const auto& [version, output] :
-       {std::pair{4u, unreadable}, std::pair{9u, unreadable}, std::pair{0u, kNothingPublished}}) {
-    WriteBytes(CustomModelControlPath(), CustomModelControlRecord(version));
-    run = Model({L"effective", L"desktop"});
-    EXPECT_EQ(run.output, output);
-    EXPECT_EQ(run.exitCode, 1u);
-  }
-  // The next publication continues from the record as it stands: a fresh start at 1.
-  PublishShipped(1);
-}
-
-// One title of 2,100,000 characters compiles to an image past 4 MiB.
-std::string OversizedBaseline() {
-  return R"({"document_kind":"baseline","schema_version":2,"layouts":[{"id":"big","match":)"
-         R"({"family":"file-item"},"items":[{"type":"submenu","id":"m","title_override":")" +
-         std::string(2'100'000, 'x') +
-         R"(","items":[{"type":"command","id":"c","command_id":"windows:c"}]}]}]})";
-}
-
-// Each refusal prints its errors, then the sentence of its verb, and publishes nothing.
-TEST(CustomModelE2e, RefusalsLeaveThePublishedModelAsItWas) {
-  ResetUserData();
-  PublishShipped(1);
   const std::string control = ReadBytes(CustomModelControlPath());
   const std::wstring scratch = ScratchFolder(L"custom-model-refused");
   const std::string broken = "{\"document_kind\": \"baseline\",";
-  const std::string notJson =
-      "The schema or baseline is not valid JSON.\n  error:   The baseline has a JSON parse error "
-      "at offset 29: Missing a name for object member.";
-  const std::string unknownNode =
-      kHeader + R"("node_overrides":[{"layout_id":"drive-default","node_id":"nope"}]})";
-  const std::string nope =
-      "node_override references unknown node 'nope' in layout 'drive-default'.";
   const struct {
     const wchar_t* verb;
     int slot;  // the file the document stands in for: 1 schema, 2 baseline, 3 overlay
@@ -134,9 +97,12 @@ TEST(CustomModelE2e, RefusalsLeaveThePublishedModelAsItWas) {
       {L"publish", 2, R"({"document_kind":"baseline","schema_version":2,"layouts":[]})",
        "The baseline has no layouts, so the published model would claim no context."},
       {L"publish", 2, OversizedBaseline(), "The custom model snapshot exceeded its size limit."},
-      {L"validate", 2, broken, notJson},
-      {L"publish-user", 3, unknownNode, nope},
-      {L"validate-user", 3, unknownNode, nope},
+      {L"validate", 2, broken,
+       "The schema or baseline is not valid JSON.\n  error:   The baseline has a JSON parse error "
+       "at offset 29: Missing a name for object member."},
+      {L"publish-user", 3,
+       kHeader + R"("node_overrides":[{"layout_id":"drive-default","node_id":"nope"}]})",
+       "node_override references unknown node 'nope' in layout 'drive-default'."},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.error);
@@ -146,7 +112,7 @@ TEST(CustomModelE2e, RefusalsLeaveThePublishedModelAsItWas) {
       std::swap(args[row.slot], args.back());
       args.pop_back();
     }
-    const RunResult run = Model(args);
+    run = Model(args);
     EXPECT_EQ(run.output, "  error:   " + row.error + "\n" +
                               (std::wstring_view(row.verb).starts_with(L"validate")
                                    ? "Not valid; nothing was published.\n"
@@ -164,60 +130,59 @@ TEST(CustomModelE2e, RefusalsLeaveThePublishedModelAsItWas) {
   const std::wstring missing = scratch + L"\\missing.json";
   EXPECT_EQ(Model({L"publish-user", kSchema, kBaseline, missing, L"--json"}).output,
             refused + "\"The schema, baseline or overlay file could not be read.\"]}\n");
-  const RunResult run = Model({L"publish", kSchema, missing});
+  run = Model({L"publish", kSchema, missing});
   EXPECT_EQ(run.output, "ERROR: The schema or baseline file could not be read.\n" + kStillInEffect);
   EXPECT_EQ(run.exitCode, 1u);
   EXPECT_EQ(ReadBytes(CustomModelControlPath()), control);
-  EXPECT_FALSE(FileExists(CustomModelSnapshotPath(2)));
+  EXPECT_FALSE(FileExists(CustomModelSnapshotPath(3)));
+
+  // A control record naming a snapshot the reader refuses or one that is missing, or naming none.
+  uint32_t nodes;
+  std::memcpy(&nodes, second.data() + 40, 4);
+  first[nodes + 8] = 11;  // the first node's kind
+  WriteBytes(CustomModelSnapshotPath(3), first);
+  const std::string unreadable = "The published custom model snapshot is not readable.\n";
+  for (const auto& [version, output] :
+       {std::pair{3u, unreadable}, std::pair{9u, unreadable}, std::pair{0u, kNothingPublished}}) {
+    WriteBytes(CustomModelControlPath(), CustomModelControlRecord(version));
+    run = Model({L"effective", L"desktop"});
+    EXPECT_EQ(run.output, output);
+    EXPECT_EQ(run.exitCode, 1u);
+  }
 }
 
-// Reparent + insertion + hides: "new" (with its slot) on the desktop, a one-row submenu the
-// overlay inserted into the drive menu, and "sort" on the abstract parent of both background
-// layouts; the Quick pins shared setting; a title on the parent's "view".
+// Merging is the overlay fixtures' concern; here a user command with its icon, and a hide on the
+// abstract parent of both background layouts.
 const std::string kOverlay =
     kHeader +
     R"("insertions":[{"layout_id":"folder-background-default","parent_id":"view","node":)"
     R"({"type":"command","id":"my-tool","command_id":"user:{00000000-0000-0000-0000-0000000000aa}",)"
     R"("title":"My tool","executable":"C:\\tools\\tool.exe","arguments":["--here"],"order":99,)"
-    R"("icon_path":"C:\\windows\\notepad.exe"}},)"
-    R"({"layout_id":"drive-default","node":{"type":"submenu","id":"more","items":[)"
-    R"({"type":"command","id":"more-open","command_id":"windows:open-more"}]}},)"
-    R"({"layout_id":"drive-default","node":{"type":"command","id":"own-pins",)"
-    R"("command_id":"product:quick-pins","quick_pins":{"list":"Mine","path":"C:\\mine"}}}],)"
-    R"("node_overrides":[{"layout_id":"folder-background-default","node_id":"paste-shortcut",)"
-    R"("parent_id":"new"},{"layout_id":"desktop-default","node_id":"new","visibility":"hidden"},)"
-    R"({"layout_id":"drive-default","node_id":"more","visibility":"hidden"},)"
-    R"({"layout_id":"background-base","node_id":"sort","visibility":"hidden"},)"
-    R"({"layout_id":"desktop-default","node_id":"sort","title_override":"Order"}],)"
-    R"("command_defaults":[{"command_id":"product:quick-pins","quick_pins":{"list":"Work"}}]})";
+    R"("icon_path":"C:\\windows\\notepad.exe"}}],)"
+    R"("node_overrides":[{"layout_id":"background-base","node_id":"sort","visibility":"hidden"}]})";
 
-TEST(CustomModelE2e, OverlayValidatedPublishedAndMigrated) {
+TEST(CustomModelE2e, OverlayValidatedPublishedMigratedAndReset) {
   ResetUserData();
-  const std::wstring overlay = ScratchFolder(L"overlay-publish") + L"\\overlay.json";
+  std::wstring overlay = ScratchFolder(L"overlay-publish") + L"\\overlay.json";
   WriteBytes(overlay, kOverlay);
-  // 177 shipped rows, + my-tool; "new" hidden on the desktop (-5) but its slot kept in a withheld
-  // group (+2); "more" and its row inserted and hidden (+2 -2); + own-pins; "sort" hidden on the
-  // background parent reaches the desktop's inherited copy (-5), not the folder background's own
-  // redefined row. Validation publishes and caches nothing.
+  // 177 shipped rows, + my-tool; "sort" hidden on the background parent reaches the desktop's
+  // inherited copy (-5), not the folder background's own redefined row. Validation publishes and
+  // caches nothing.
   RunResult run = Model({L"validate-user", kSchema, kBaseline, overlay});
-  EXPECT_EQ(run.output, "Valid. 9 layout(s), 171 node(s). Nothing was published.\n");
+  EXPECT_EQ(run.output, "Valid. 9 layout(s), 173 node(s). Nothing was published.\n");
   EXPECT_EQ(run.exitCode, 0u);
   EXPECT_EQ(Model({L"validate-user", kSchema, kBaseline, overlay, L"--json"}).output,
-            "{\"published\":false,\"version\":0,\"layoutCount\":9,\"nodeCount\":171,"
+            "{\"published\":false,\"version\":0,\"layoutCount\":9,\"nodeCount\":173,"
             "\"errors\":[]}\n");
   EXPECT_FALSE(FileExists(CustomModelControlPath()));
   EXPECT_FALSE(DirectoryExists(ProductFolder() + L"\\user-icons"));
   EXPECT_EQ(Model({L"publish-user", kSchema, kBaseline, overlay}).output,
-            "Published custom model version 1: 9 layout(s), 171 node(s).\n");
+            "Published custom model version 1: 9 layout(s), 173 node(s).\n");
   // The icon was extracted once into the cache, and the published rows name the cached file.
   const std::wstring icon = UserIconCachePath(L"C:\\windows\\notepad.exe");
   EXPECT_EQ(ReadBytes(icon).substr(0, 4), std::string("\0\0\1\0", 4));  // an icon file
   EXPECT_PRED2(Has, ReadBytes(CustomModelSnapshotPath(1)),
                std::string(reinterpret_cast<const char*>(icon.data()), 2 * icon.size()));
-  run = Model({L"effective", L"desktop"});
-  EXPECT_PRED2(Has, run.output,
-               "  - [withheld-slots-new] (withheld - slots kept from a hidden subtree)\n"
-               "    - [new-item-types] (windows extension slot)\n");
   EXPECT_PRED2(Has, Model({L"effective", L"folder-background"}).output,
                "    - [my-tool] command user:{00000000-0000-0000-0000-0000000000aa}\n  - [sort]");
 
@@ -235,11 +200,9 @@ TEST(CustomModelE2e, OverlayValidatedPublishedAndMigrated) {
   const std::string saved = ReadBytes(overlay);
   EXPECT_PRED2(Has, saved, "\"baseline_version\": \"win11-shell-2026.11\"");
   EXPECT_PRED2(Has, saved, "\"node_id\": \"group\"");
-}
 
-TEST(CustomModelE2e, OverlayResetWholeAndByTarget) {
-  ResetUserData();
-  const std::wstring overlay = OverlayPath(L"");
+  // Resets act on the overlay in its own place.
+  overlay = OverlayPath(L"");
   const auto reset = [](const wchar_t* verb, std::vector<std::wstring> target,
                         const std::string& output, DWORD exitCode = 0) {
     target.insert(target.begin(), {verb, kSchema, kBaseline});
@@ -248,7 +211,7 @@ TEST(CustomModelE2e, OverlayResetWholeAndByTarget) {
     EXPECT_EQ(run.exitCode, exitCode);
   };
   reset(L"reset", {},
-        "No overlay existed; the overlay and republished the baseline: version 1, 9 layout(s), "
+        "No overlay existed; the overlay and republished the baseline: version 3, 9 layout(s), "
         "177 node(s).\n");
   reset(L"reset", {L"desktop"}, "No customizations exist for target 'desktop'.\n");
   const std::string hides = R"("node_overrides":[{"layout_id":"desktop-default","node_id":)"
@@ -266,11 +229,11 @@ TEST(CustomModelE2e, OverlayResetWholeAndByTarget) {
         "No customizations reference target 'taskbar-clock'; nothing to reset.\n");
   EXPECT_EQ(ReadBytes(overlay), text);
   reset(L"reset", {L"drive"},
-        "Reset target 'drive' and republished: version 2, 9 layout(s), 176 node(s).\n");
+        "Reset target 'drive' and republished: version 4, 9 layout(s), 176 node(s).\n");
   EXPECT_FALSE(Has(ReadBytes(overlay), "eject"));
   EXPECT_PRED2(Has, ReadBytes(overlay), "refresh");
   reset(L"reset", {},
-        "Removed the overlay and republished the baseline: version 3, 9 layout(s), 177 "
+        "Removed the overlay and republished the baseline: version 5, 9 layout(s), 177 "
         "node(s).\n");
   EXPECT_FALSE(FileExists(overlay));
   WriteBytes(overlay, "{not json");
@@ -306,16 +269,13 @@ TEST(CustomModelE2e, PlacementOverlayWithEditsPoliciesAndDefinitions) {
       Model({L"publish-user", kSchema, scratch + L"\\baseline.json", scratch + L"\\overlay.json"})
           .output,
       "Published custom model version 1: 9 layout(s), 180 node(s).\n");
-  const std::string text = Model({L"effective", L"file-item"}).output;
-  EXPECT_PRED2(Has, text,
+  EXPECT_PRED2(Has, Model({L"effective", L"file-item"}).output,
                "    - [properties] command windows:properties\n  - [pad] command " + pad);
-  EXPECT_FALSE(Has(text, "pin-to-start"));
   // The user's own definition is marked as declared by the overlay.
   const std::string image = ReadBytes(CustomModelSnapshotPath(1));
   CustomModelView view;
   ASSERT_TRUE(AttachCustomModel(image.data(), image.size(), view).ok());
   ASSERT_EQ(view.definitionCount(), 1u);
-  EXPECT_EQ(ToUtf8(std::wstring(view.Text(view.Definition(0).identity))), pad);
   EXPECT_EQ(view.Definition(0).declaredIn, 1u);
 }
 
@@ -324,7 +284,6 @@ TEST(CustomModelE2e, ArgumentErrorsAndStubs) {
       "custom-model reset usage: custom-model reset [<schema> <baseline> [target]]\n";
   const std::pair<std::vector<std::wstring>, std::string> rows[] = {
       {{L"publish", L"schema.json"}, "custom-model publish needs <schema> <baseline>.\n"},
-      {{L"publish", L"a", L"--json"}, "custom-model publish needs <schema> <baseline>.\n"},
       {{L"publish-user", L"a", L"b"},
        "custom-model publish-user needs <schema> <baseline> <overlay>.\n"},
       {{L"validate-user"}, "custom-model validate-user needs <schema> <baseline> <overlay>.\n"},

@@ -4,6 +4,7 @@
 
 #include "common/text.h"
 #include "common/unique_handle.h"
+#include "tests/e2e/command_rows.h"
 #include "tests/e2e/harness.h"
 #include "tests/support/child_process.h"
 
@@ -41,31 +42,16 @@ bool Exists(const std::wstring& key, const wchar_t* value) {
                         nullptr) == ERROR_SUCCESS;
 }
 
-struct RunRow {
-  DWORD exitCode;
-  std::wstring words;  // the arguments, separated by single spaces
-  std::string output;
-};
-
-void ExpectRuns(const std::vector<RunRow>& rows) {
-  for (const RunRow& row : rows) {
-    SCOPED_TRACE(ToUtf8(row.words));
-    std::vector<std::wstring> args{L""};
-    for (const wchar_t c : row.words) c == L' ' ? args.emplace_back() : args.back() += c;
-    const RunResult run = RunController(args);
-    EXPECT_EQ(run.output, row.output);
-    EXPECT_EQ(run.exitCode, row.exitCode);
-  }
-}
-
 TEST(DiagnosticsE2e, RecordVerbsListAndClearExactlyTheNamedRecord) {
   ::RegDeleteTreeW(HKEY_CURRENT_USER, kCrashes.c_str());
   ::RegDeleteTreeW(HKEY_CURRENT_USER, kStrikes.c_str());
-  ExpectRuns({
-      {0, L"dialog-crashes", "No program is excluded from file-dialog enrolment after a crash.\n"},
-      {0, L"dialog-crashes --json", "[]\n"},
-      {0, L"provider-strikes", "No context menu handler has been struck by the watchdog.\n"},
-      {0, L"provider-strikes --json", "[]\n"},
+  RunRows({
+      {{L"dialog-crashes"},
+       "No program is excluded from file-dialog enrolment after a crash.\n",
+       0},
+      {{L"dialog-crashes", L"--json"}, "[]\n", 0},
+      {{L"provider-strikes"}, "No context menu handler has been struck by the watchdog.\n", 0},
+      {{L"provider-strikes", L"--json"}, "[]\n", 0},
   });
   const uint64_t notepad = At(20, 10), paint = At(21, 8, 15, 30);
   Set(kCrashes, L"notepad.exe", REG_QWORD, &notepad, sizeof notepad);
@@ -77,30 +63,34 @@ TEST(DiagnosticsE2e, RecordVerbsListAndClearExactlyTheNamedRecord) {
   SetText(kStruck, L"Name", L"Archiver");
   SetText(kStruck, L"LastFault", L"Access violation in Invoke.");
   // Only whole eight-byte times are strikes; a Name that is not text is no name.
-  const uint64_t two[] = {At(1, 1), At(2, 1), ~0ull};
-  Set(kStruckOther, L"Strikes", REG_BINARY, two, sizeof two - 1);
-  Set(kStruckOther, L"Name", REG_DWORD, two, 4);
-  ExpectRuns({
-      {0, L"dialog-crashes",
+  const uint64_t one[] = {At(1, 1), ~0ull};
+  Set(kStruckOther, L"Strikes", REG_BINARY, one, sizeof one - 1);
+  Set(kStruckOther, L"Name", REG_DWORD, one, 4);
+  RunRows({
+      {{L"dialog-crashes"},
        "Programs excluded from file-dialog enrolment after a crash:\n"
        "  'Paint \"x\".exe' crashed at 2026-11-21 08:15:30 UTC.\n"
        "  'notepad.exe' crashed at 2026-11-20 10:15:00 UTC.\n"
-       "  'odd.exe' crashed at an unrecorded time.\n"},
-      {0, L"dialog-crashes --json",
+       "  'odd.exe' crashed at an unrecorded time.\n",
+       0},
+      {{L"dialog-crashes", L"--json"},
        "[{\"program\":\"Paint \\\"x\\\".exe\",\"crashedAt\":\"2026-11-21T08:15:30Z\"},"
        "{\"program\":\"notepad.exe\",\"crashedAt\":\"2026-11-20T10:15:00Z\"},"
-       "{\"program\":\"odd.exe\",\"crashedAt\":null}]\n"},
+       "{\"program\":\"odd.exe\",\"crashedAt\":null}]\n",
+       0},
       // Registry value names ignore case; a record is cleared only by its exact name.
-      {1, L"dialog-crashes clear Notepad.exe",
-       "No crash record exists for program 'Notepad.exe'.\n"},
-      {1, L"dialog-crashes clear", "dialog-crashes clear needs a program name.\n"},
-      {1, L"dialog-crashes clear a b", "Unexpected argument 'b'.\n"},
-      {1, L"dialog-crashes --json x", "Unexpected argument 'x'.\n"},
-      {1, L"dialog-crashes --JSON", "Unknown dialog-crashes argument '--JSON'.\n"},
-      {0, L"dialog-crashes clear notepad.exe",
-       "Program 'notepad.exe' may enrol its file dialogs again; its crash record was removed.\n"},
+      {{L"dialog-crashes", L"clear", L"Notepad.exe"},
+       "No crash record exists for program 'Notepad.exe'.\n",
+       1},
+      {{L"dialog-crashes", L"clear"}, "dialog-crashes clear needs a program name.\n", 1},
+      {{L"dialog-crashes", L"clear", L"a", L"b"}, "Unexpected argument 'b'.\n", 1},
+      {{L"dialog-crashes", L"--json", L"x"}, "Unexpected argument 'x'.\n", 1},
+      {{L"dialog-crashes", L"--JSON"}, "Unknown dialog-crashes argument '--JSON'.\n", 1},
+      {{L"dialog-crashes", L"clear", L"notepad.exe"},
+       "Program 'notepad.exe' may enrol its file dialogs again; its crash record was removed.\n",
+       0},
       // Strikes are listed as stored; the window counts back from the newest wherever it is.
-      {0, L"provider-strikes",
+      {{L"provider-strikes"},
        "Context menu handlers struck by the watchdog:\n"
        "  {6A1C2F0E-1111-4C4C-9A9A-0123456789AB} 'Archiver': 3 of 3 strikes within seven days; "
        "no longer activated.\n"
@@ -109,11 +99,11 @@ TEST(DiagnosticsE2e, RecordVerbsListAndClearExactlyTheNamedRecord) {
        "    2026-11-13 10:14:59 UTC (expired)\n"
        "    2026-11-13 10:15:00 UTC\n"
        "    Last fault: Access violation in Invoke.\n"
-       "  {6A1C2F0E-2222-4C4C-9A9A-0123456789AB} '(unnamed)': 2 of 3 strikes within seven days; "
+       "  {6A1C2F0E-2222-4C4C-9A9A-0123456789AB} '(unnamed)': 1 of 3 strikes within seven days; "
        "still activated.\n"
-       "    2026-11-01 01:15:00 UTC\n"
-       "    2026-11-02 01:15:00 UTC\n"},
-      {0, L"provider-strikes --json",
+       "    2026-11-01 01:15:00 UTC\n",
+       0},
+      {{L"provider-strikes", L"--json"},
        "[{\"clsid\":\"{6A1C2F0E-1111-4C4C-9A9A-0123456789AB}\",\"name\":\"Archiver\","
        "\"blocked\":true,\"strikes\":[{\"at\":\"2026-11-18T09:15:00Z\",\"expired\":false},"
        "{\"at\":\"2026-11-20T10:15:00Z\",\"expired\":false},"
@@ -121,16 +111,19 @@ TEST(DiagnosticsE2e, RecordVerbsListAndClearExactlyTheNamedRecord) {
        "{\"at\":\"2026-11-13T10:15:00Z\",\"expired\":false}],"
        "\"lastFault\":\"Access violation in Invoke.\"},"
        "{\"clsid\":\"{6A1C2F0E-2222-4C4C-9A9A-0123456789AB}\",\"name\":null,\"blocked\":false,"
-       "\"strikes\":[{\"at\":\"2026-11-01T01:15:00Z\",\"expired\":false},"
-       "{\"at\":\"2026-11-02T01:15:00Z\",\"expired\":false}],\"lastFault\":null}]\n"},
-      {1, L"provider-strikes clear Shell.Application",
-       "'Shell.Application' is not a CLSID; write it as {xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx}.\n"},
-      {1, L"provider-strikes clear {00000000-0000-0000-0000-000000000001}",
-       "No strike record exists for handler '{00000000-0000-0000-0000-000000000001}'.\n"},
-      {1, L"provider-strikes clear", "provider-strikes clear needs a handler CLSID.\n"},
-      {0, L"provider-strikes clear " + kHandler,
+       "\"strikes\":[{\"at\":\"2026-11-01T01:15:00Z\",\"expired\":false}],\"lastFault\":null}]\n",
+       0},
+      {{L"provider-strikes", L"clear", L"Shell.Application"},
+       "'Shell.Application' is not a CLSID; write it as {xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx}.\n",
+       1},
+      {{L"provider-strikes", L"clear", L"{00000000-0000-0000-0000-000000000001}"},
+       "No strike record exists for handler '{00000000-0000-0000-0000-000000000001}'.\n",
+       1},
+      {{L"provider-strikes", L"clear"}, "provider-strikes clear needs a handler CLSID.\n", 1},
+      {{L"provider-strikes", L"clear", kHandler},
        "The strike record of handler '{6A1C2F0E-1111-4C4C-9A9A-0123456789AB}' was removed; the "
-       "hook may activate it again.\n"},
+       "hook may activate it again.\n",
+       0},
   });
   EXPECT_FALSE(Exists(kCrashes, L"notepad.exe"));
   EXPECT_TRUE(Exists(kCrashes, L"odd.exe"));
