@@ -5,8 +5,12 @@
 
 #include <windows.h>
 
+#include <algorithm>
+#include <cstdarg>
 #include <cstdio>
-#include <cwchar>
+#include <string>
+
+#include "common/file_io.h"
 
 inline void RigJournal(const char* format, ...) {
   wchar_t path[MAX_PATH];
@@ -14,26 +18,13 @@ inline void RigJournal(const char* format, ...) {
   char line[1024];
   va_list args;
   va_start(args, format);
-  int length = std::vsnprintf(line, sizeof(line) - 1, format, args);
+  const int length = std::vsnprintf(line, sizeof(line), format, args);
   va_end(args);
   if (length < 0) return;
-  if (length > static_cast<int>(sizeof(line)) - 2) length = sizeof(line) - 2;
-  line[length++] = '\n';
-  // Wine does not make FILE_APPEND_DATA writes atomic between processes: two stand-ins starting
-  // together lost a line to each other. A named mutex serialises the appends.
-  HANDLE turn = ::CreateMutexW(nullptr, FALSE, L"CmrRig.JournalAppend");
-  if (turn) ::WaitForSingleObject(turn, 5000);
-  HANDLE file = ::CreateFileW(path, FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
-                              OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-  if (file != INVALID_HANDLE_VALUE) {
-    DWORD written = 0;
-    ::WriteFile(file, line, static_cast<DWORD>(length), &written, nullptr);
-    ::CloseHandle(file);
-  }
-  if (turn) {
-    ::ReleaseMutex(turn);
-    ::CloseHandle(turn);
-  }
+  // The program's own appender: its turn keeps two stand-ins' lines whole under Wine, which does
+  // not make append-only writes atomic between processes.
+  (void)cmr::AppendToFile(path,
+                          std::string(line, std::min<size_t>(length, sizeof(line) - 1)) + "\n");
 }
 
 // Set by a test when every stand-in it caused to run should leave.

@@ -1,7 +1,6 @@
 #pragma once
 // File operations for tests: every step goes to the real file system and is recorded by its
-// kind and file name; the step numbered `failAt` (1-based) fails instead, and with
-// `dieAtFailure` so does every later one, as in a process that died there. Reads change nothing
+// kind and file name; the step numbered `failAt` (1-based) fails instead. Reads change nothing
 // and are not numbered; the first `unreadableReads` of them fail as a file held by another
 // process does.
 
@@ -18,7 +17,6 @@ namespace cmr {
 class ScriptedFiles : public FileOperations {
  public:
   int failAt = 0;
-  bool dieAtFailure = false;
   int unreadableReads = 0;
   std::vector<std::wstring> steps;
 
@@ -54,7 +52,7 @@ class ScriptedFiles : public FileOperations {
   Status Step(const wchar_t* kind, const std::wstring& path) {
     steps.push_back(fmt::format(L"{} {}", kind, FileNameOf(path)));
     const int number = static_cast<int>(steps.size());
-    if (number == failAt || (dieAtFailure && failAt != 0 && number > failAt)) {
+    if (number == failAt) {
       return Status::Failure(fmt::format(L"injected failure at step {}", number));
     }
     return {};
