@@ -43,10 +43,10 @@ void SetPreference(const Preference& preference) {
   ASSERT_EQ(WriteStringValue(key.get(), nullptr, preference.value), ERROR_SUCCESS);
 }
 
-std::string Describe(const Preference& preference) {
-  if (!preference.keyPresent) return "no override key";
-  if (!preference.valuePresent) return "override key without a value";
-  return "override '" + ToUtf8(preference.value) + "'";
+void PrintTo(const Preference& preference, std::ostream* out) {
+  *out << (!preference.keyPresent     ? "no override key"
+           : !preference.valuePresent ? "override key without a value"
+                                      : "override '" + ToUtf8(preference.value) + "'");
 }
 
 void ResetLifecycle() {

@@ -1,6 +1,7 @@
 #pragma once
 // The user's menu preference as the lifecycle tests see it, and a clean slate for each test.
 
+#include <ostream>
 #include <string>
 
 namespace cmr::e2e {
@@ -21,7 +22,7 @@ inline const Preference kDllOverride{true, true, L"C:\\Tools\\shell \"x\".dll"};
 [[nodiscard]] Preference ReadPreference();
 // Replaces the override key (and its parent) with exactly `preference`.
 void SetPreference(const Preference& preference);
-[[nodiscard]] std::string Describe(const Preference& preference);
+void PrintTo(const Preference& preference, std::ostream* out);
 
 // No state key (new or legacy), no RunOnce entry, no override key.
 void ResetLifecycle();
