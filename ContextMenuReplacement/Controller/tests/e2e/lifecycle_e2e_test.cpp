@@ -7,18 +7,89 @@
 #include "common/data_paths.h"
 #include "common/file_io.h"
 #include "common/text.h"
+#include "common/unique_handle.h"
 #include "lifecycle/boot_restore.h"
 #include "lifecycle/installer_gate.h"
 #include "lifecycle/lifecycle_verbs.h"
+#include "lifecycle/suppression_strategy.h"
 #include "state/lifecycle_state.h"
 #include "state/persistent_step.h"
+#include "state/registry_value.h"
 #include "tests/e2e/explorer_rig.h"
 #include "tests/e2e/harness.h"
-#include "tests/e2e/lifecycle_fixture.h"
 #include "tests/support/child_process.h"
 
 namespace cmr::e2e {
 namespace {
+
+// The classic-menu override key as the user had it: presence of the key, of its default value,
+// and the value.
+struct Preference {
+  bool keyPresent = false;
+  bool valuePresent = false;
+  std::wstring value;
+  bool operator==(const Preference&) const = default;
+};
+
+const Preference kNoOverride{};
+const Preference kEmptyOverride{true, true, L""};
+const Preference kDllOverride{true, true, L"C:\\Tools\\shell \"x\".dll"};
+
+Preference ReadPreference() {
+  Preference preference;
+  UniqueHkey key;
+  if (::RegOpenKeyExW(HKEY_CURRENT_USER, kOverrideKeyPath, 0, KEY_READ, key.put()) !=
+      ERROR_SUCCESS) {
+    return preference;
+  }
+  preference.keyPresent = true;
+  wchar_t buffer[1024] = {};
+  DWORD size = sizeof(buffer) - sizeof(wchar_t);
+  DWORD type = 0;
+  if (::RegQueryValueExW(key.get(), nullptr, nullptr, &type, reinterpret_cast<BYTE*>(buffer),
+                         &size) == ERROR_SUCCESS) {
+    preference.valuePresent = true;
+    preference.value = buffer;
+  }
+  return preference;
+}
+
+// Replaces the override key (and its parent) with exactly `preference`.
+void SetPreference(const Preference& preference) {
+  ::RegDeleteTreeW(HKEY_CURRENT_USER, kOverrideParentPath);
+  if (!preference.keyPresent) return;
+  UniqueHkey key;
+  ASSERT_EQ(::RegCreateKeyExW(HKEY_CURRENT_USER, kOverrideKeyPath, 0, nullptr, 0, KEY_WRITE,
+                              nullptr, key.put(), nullptr),
+            ERROR_SUCCESS);
+  if (!preference.valuePresent) return;
+  ASSERT_EQ(WriteStringValue(key.get(), nullptr, preference.value), ERROR_SUCCESS);
+}
+
+void PrintTo(const Preference& preference, std::ostream* out) {
+  *out << (!preference.keyPresent     ? "no override key"
+           : !preference.valuePresent ? "override key without a value"
+                                      : "override '" + ToUtf8(preference.value) + "'");
+}
+
+// No state key (new or legacy), no RunOnce entry, no override key.
+void ResetLifecycle() {
+  ::RegDeleteTreeW(HKEY_CURRENT_USER, kStateKeyPath);
+  ::RegDeleteTreeW(HKEY_CURRENT_USER, kLegacyStateKeyPath);
+  ::RegDeleteTreeW(HKEY_CURRENT_USER, kOverrideParentPath);
+  ::RegDeleteKeyValueW(HKEY_CURRENT_USER, kRunOnceKeyPath, kBootRestoreValueName);
+}
+
+// `reg export` of HKEY_CURRENT_USER\Software, for before-and-after comparisons.
+std::string ExportUserSoftware() {
+  const std::wstring file = JoinPath(ScratchFolder(L"export"), L"user.reg");
+  wchar_t system[MAX_PATH] = {};
+  ::GetSystemDirectoryW(system, MAX_PATH);
+  const RunResult run = RunControllerAt(JoinPath(system, L"reg.exe"),
+                                        {L"export", L"HKEY_CURRENT_USER\\Software", file, L"/y"});
+  EXPECT_EQ(run.exitCode, 0u) << run.output;
+  return ReadBytes(file);
+}
 
 const std::vector<std::wstring> kEnable{L"enable", L"--yes", L"--no-restart"};
 const std::vector<std::wstring> kRefusal{L"enable", L"--yes", L"--no-restart", L"--strategy",
@@ -395,15 +466,6 @@ struct FailOneStep final : StepObserver {
   std::wstring failed;
 };
 
-// A restore whose own write to the override key fails is attempted once and never again: it
-// says so, clears SuppressionApplied and disarms, so that a key it cannot write does not loop
-// at every logon. The override then stays ours; that is the one case the user is told instead.
-bool IsRestoreWrite(const Scenario& s, const std::wstring& step) {
-  return s.verb.front() != L"enable" &&
-         (step == L"delete the override key" || step == L"create the override key" ||
-          step == L"set the override value");
-}
-
 void Prepare(const Scenario& s) {
   ResetLifecycle();
   if (s.earlierCycle) {
@@ -449,7 +511,13 @@ TEST_P(LifecycleInterruption, AtEveryStep) {
     (void)RunInProcess(s.verb);
     SetStepObserver(nullptr);
     const std::string where = "step " + std::to_string(n) + " failed";
-    if (IsRestoreWrite(s, observer.failed)) {
+    const std::wstring& step = observer.failed;
+    // A restore whose own write to the override key fails is attempted once and never again: it
+    // says so, clears SuppressionApplied and disarms, so that a key it cannot write does not loop
+    // at every logon. The override then stays ours; that is the one case the user is told instead.
+    if (s.verb.front() != L"enable" &&
+        (step == L"delete the override key" || step == L"create the override key" ||
+         step == L"set the override value")) {
       EXPECT_FALSE(ReadState().suppressionApplied || is_boot_restore_armed()) << where;
     } else {
       ExpectRecovers(s.prior, where);
