@@ -183,7 +183,9 @@ TEST_F(LifecycleE2e, BootRestoreAcrossItsDecisionTable) {
     const std::wstring exe = row.deletedCopy ? ControllerCopy(L"gone") : ControllerPath();
     // Moved away rather than deleted: the image of a suspended process is still held open.
     const RunResult run = RunControllerAt(exe, {L"boot-restore"}, 60000, {}, [&] {
-      if (row.deletedCopy) EXPECT_TRUE(::MoveFileW(exe.c_str(), (exe + L".old").c_str()));
+      if (row.deletedCopy) {
+        EXPECT_TRUE(::MoveFileW(exe.c_str(), (exe + L".old").c_str()));
+      }
     });
     EXPECT_EQ(run.output, row.line);
     EXPECT_EQ(ReadPreference(), row.after);
