@@ -155,9 +155,7 @@ TEST(ExplorerHook, ProbeInjectAndEachCommandAgainstOneSetOfExplorers) {
   }
 
   // A mode stored with another type is not a mode; the refusal ends with the feature.
-  const wchar_t text[] = L"4";
-  ::RegSetKeyValueW(HKEY_CURRENT_USER, kStateKeyPath, L"LastReplacementMode", REG_SZ, text,
-                    sizeof(text));
+  ::RegSetKeyValueW(HKEY_CURRENT_USER, kStateKeyPath, L"LastReplacementMode", REG_SZ, L"4", 4);
   state.featureEnabled = false;
   ASSERT_TRUE(WriteState(state).ok());
   run = RunController({L"inject"});

@@ -410,8 +410,7 @@ TEST_F(LifecycleE2e, ReconcileEnablesAFreshAccountThenReinjectsThenRestarts) {
       "Explorer has been running since before this account was switched to classic menus,\n"
       "so it is still serving the modern menu. Restarting it...\n"))
       << run.output;
-  // Every Hook the reinjection bootstrapped, in the new shell included, got the recorded mode and
-  // modern.
+  // Every Hook bootstrapped after the restart got the recorded mode and modern.
   EXPECT_GT(rig.Count("bootstrap "), bootstraps) << rig.Journal();
   EXPECT_EQ(rig.Count(" code=8 arg=4\n") - modes, 2 * (rig.Count("bootstrap ") - bootstraps))
       << rig.Journal();
@@ -432,6 +431,10 @@ struct Scenario {
   bool featureOff = false;    // ...and the feature is then recorded off, SuppressionApplied kept
   bool earlierCycle = false;  // an enable and a disable ran earlier without an override
 };
+
+void PrintTo(const Scenario& s, std::ostream* out) {
+  *out << s.name;
+}
 
 const Scenario kScenarios[] = {
     {"enable_classic_no_key", kEnable, kNoOverride},
