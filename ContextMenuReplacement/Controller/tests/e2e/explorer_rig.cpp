@@ -3,8 +3,6 @@
 #include <gtest/gtest.h>
 #include <tlhelp32.h>
 
-#include <sstream>
-
 #include "common/data_paths.h"
 #include "common/file_io.h"
 #include "common/text.h"
@@ -141,14 +139,6 @@ DWORD ExplorerRig::Start(const std::vector<std::wstring>& args, const std::wstri
 
 std::string ExplorerRig::Journal() const {
   return ReadBytes(journal_);
-}
-
-std::string ExplorerRig::LineAfter(const std::string& prefix) const {
-  std::istringstream journal(Journal());
-  for (std::string line; std::getline(journal, line);) {
-    if (line.starts_with(prefix)) return line.substr(prefix.size());
-  }
-  return {};
 }
 
 bool ExplorerRig::WaitFor(const std::string& text, size_t count, unsigned timeoutMs) const {

@@ -34,8 +34,6 @@ class ExplorerRig {
   // Waits until the journal holds `text` `count` times.
   bool WaitFor(const std::string& text, size_t count = 1, unsigned timeoutMs = 20000) const;
   size_t Count(const std::string& text) const { return e2e::Count(Journal(), text); }
-  // The rest of the first journal line that starts with `prefix`; empty when there is none.
-  std::string LineAfter(const std::string& prefix) const;
 
  private:
   std::wstring journal_;

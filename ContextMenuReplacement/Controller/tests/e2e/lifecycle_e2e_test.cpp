@@ -1,4 +1,5 @@
-// The lifecycle verbs as a user runs them: console text, exit codes and the registry afterwards.
+// The lifecycle verbs as a user runs them, and the repair run as the installer and the logon start
+// it: console text, exit codes, the registry afterwards and what reaches Explorer.
 
 #include <gtest/gtest.h>
 
@@ -6,16 +7,89 @@
 #include "common/data_paths.h"
 #include "common/file_io.h"
 #include "common/text.h"
+#include "common/unique_handle.h"
 #include "lifecycle/boot_restore.h"
+#include "lifecycle/installer_gate.h"
 #include "lifecycle/lifecycle_verbs.h"
+#include "lifecycle/suppression_strategy.h"
 #include "state/lifecycle_state.h"
 #include "state/persistent_step.h"
+#include "state/registry_value.h"
 #include "tests/e2e/explorer_rig.h"
 #include "tests/e2e/harness.h"
-#include "tests/e2e/lifecycle_fixture.h"
+#include "tests/support/child_process.h"
 
 namespace cmr::e2e {
 namespace {
+
+// The classic-menu override key as the user had it: presence of the key, of its default value,
+// and the value.
+struct Preference {
+  bool keyPresent = false;
+  bool valuePresent = false;
+  std::wstring value;
+  bool operator==(const Preference&) const = default;
+};
+
+const Preference kNoOverride{};
+const Preference kEmptyOverride{true, true, L""};
+const Preference kDllOverride{true, true, L"C:\\Tools\\shell \"x\".dll"};
+
+Preference ReadPreference() {
+  Preference preference;
+  UniqueHkey key;
+  if (::RegOpenKeyExW(HKEY_CURRENT_USER, kOverrideKeyPath, 0, KEY_READ, key.put()) !=
+      ERROR_SUCCESS) {
+    return preference;
+  }
+  preference.keyPresent = true;
+  wchar_t buffer[1024] = {};
+  DWORD size = sizeof(buffer) - sizeof(wchar_t);
+  DWORD type = 0;
+  if (::RegQueryValueExW(key.get(), nullptr, nullptr, &type, reinterpret_cast<BYTE*>(buffer),
+                         &size) == ERROR_SUCCESS) {
+    preference.valuePresent = true;
+    preference.value = buffer;
+  }
+  return preference;
+}
+
+// Replaces the override key (and its parent) with exactly `preference`.
+void SetPreference(const Preference& preference) {
+  ::RegDeleteTreeW(HKEY_CURRENT_USER, kOverrideParentPath);
+  if (!preference.keyPresent) return;
+  UniqueHkey key;
+  ASSERT_EQ(::RegCreateKeyExW(HKEY_CURRENT_USER, kOverrideKeyPath, 0, nullptr, 0, KEY_WRITE,
+                              nullptr, key.put(), nullptr),
+            ERROR_SUCCESS);
+  if (!preference.valuePresent) return;
+  ASSERT_EQ(WriteStringValue(key.get(), nullptr, preference.value), ERROR_SUCCESS);
+}
+
+void PrintTo(const Preference& preference, std::ostream* out) {
+  *out << (!preference.keyPresent     ? "no override key"
+           : !preference.valuePresent ? "override key without a value"
+                                      : "override '" + ToUtf8(preference.value) + "'");
+}
+
+// No state key (new or legacy), no RunOnce entry, no override key.
+void ResetLifecycle() {
+  ::RegDeleteTreeW(HKEY_CURRENT_USER, kStateKeyPath);
+  ::RegDeleteTreeW(HKEY_CURRENT_USER, kLegacyStateKeyPath);
+  ::RegDeleteTreeW(HKEY_CURRENT_USER, kOverrideParentPath);
+  ::RegDeleteKeyValueW(HKEY_CURRENT_USER, kRunOnceKeyPath, kBootRestoreValueName);
+}
+
+// `reg export` of HKEY_CURRENT_USER\Software, for before-and-after comparisons.
+std::string ExportUserSoftware() {
+  const std::wstring file = JoinPath(ScratchFolder(L"export"), L"user.reg");
+  wchar_t system[MAX_PATH] = {};
+  ::GetSystemDirectoryW(system, MAX_PATH);
+  const RunResult run = RunControllerAt(JoinPath(system, L"reg.exe"),
+                                        {L"export", L"HKEY_CURRENT_USER\\Software", file, L"/y"});
+  EXPECT_EQ(run.exitCode, 0u) << run.output;
+  return ReadBytes(file);
+}
 
 const std::vector<std::wstring> kEnable{L"enable", L"--yes", L"--no-restart"};
 const std::vector<std::wstring> kRefusal{L"enable", L"--yes", L"--no-restart", L"--strategy",
@@ -32,8 +106,9 @@ class LifecycleE2e : public ::testing::Test {
   void SetUp() override {
     ResetUserData();
     ResetLifecycle();
+    ::RegDeleteKeyExW(HKEY_LOCAL_MACHINE, kInstallerMaintenanceKeyPath, KEY_WOW64_64KEY, 0);
   }
-  void TearDown() override { ResetLifecycle(); }
+  void TearDown() override { SetUp(); }
 };
 
 TEST_F(LifecycleE2e, EnableThenDisableGivesBackThePriorUnlessTheUserChoseAgain) {
@@ -74,15 +149,6 @@ TEST_F(LifecycleE2e, EnableThenDisableGivesBackThePriorUnlessTheUserChoseAgain) 
   }
 }
 
-// Starts a copy of the controller, takes its file away while it runs, and returns its output.
-std::string RunDeletedCopy(const std::vector<std::wstring>& args) {
-  const std::wstring copy = ControllerCopy(L"gone");
-  // Moved away rather than deleted: the image of a suspended process is still held open.
-  return RunControllerAt(copy, args, 60000, {},
-                         [&] { EXPECT_TRUE(::MoveFileW(copy.c_str(), (copy + L".old").c_str())); })
-      .output;
-}
-
 TEST_F(LifecycleE2e, BootRestoreAcrossItsDecisionTable) {
   const struct {
     const char* name;
@@ -114,8 +180,13 @@ TEST_F(LifecycleE2e, BootRestoreAcrossItsDecisionTable) {
     ASSERT_TRUE(arm_boot_restore().ok());
     if (row.enable) (void)RunController(kEnable);
     if (row.featureOff) RecordFeatureOff();
-    const RunResult run = row.deletedCopy ? RunResult{0, RunDeletedCopy({L"boot-restore"})}
-                                          : RunController({L"boot-restore"});
+    const std::wstring exe = row.deletedCopy ? ControllerCopy(L"gone") : ControllerPath();
+    // Moved away rather than deleted: the image of a suspended process is still held open.
+    const RunResult run = RunControllerAt(exe, {L"boot-restore"}, 60000, {}, [&] {
+      if (row.deletedCopy) {
+        EXPECT_TRUE(::MoveFileW(exe.c_str(), (exe + L".old").c_str()));
+      }
+    });
     EXPECT_EQ(run.output, row.line);
     EXPECT_EQ(ReadPreference(), row.after);
     EXPECT_EQ(is_boot_restore_armed(), row.armed);
@@ -247,6 +318,104 @@ TEST_F(LifecycleE2e, WithAStandInExplorer) {
   EXPECT_NE(RunController({L"enable", L"--yes", L"--no-restart", L"--force"}).exitCode, 3u);
 }
 
+const char kNotEnabled[] = "Reconcile: Ravelin is not enabled in Settings; nothing to do.\n";
+
+uint64_t CreationTime(HANDLE process) {
+  FILETIME creation{}, exit{}, kernel{}, user{};
+  EXPECT_TRUE(::GetProcessTimes(process, &creation, &exit, &kernel, &user));
+  return (uint64_t{creation.dwHighDateTime} << 32) | creation.dwLowDateTime;
+}
+
+void EnableInSettings() {
+  WriteBytes(SettingsFilePath(),
+             R"({"apps":[{"app_id":"context-menu-replacement","status":"enabled","settings":{)"
+             R"("menu.profiles":[{"match":{"context":["desktop-background"]},)"
+             R"("items":[{"source":"modern"}]}]}}]})");
+}
+
+// Off in Settings nothing is published; on, an installation without its baseline stops after
+// the configuration, before anything of the lifecycle is recorded.
+TEST_F(LifecycleE2e, ReconcileStandsAsideOnlyForTheRecordedInstallerStillRunning) {
+  UniqueHandle exited = StartChild(ControllerPath()).process;
+  ASSERT_TRUE(exited);
+  ASSERT_EQ(::WaitForSingleObject(exited.get(), 60000), WAIT_OBJECT_0);
+  const uint64_t self = CreationTime(::GetCurrentProcess());
+  const struct {
+    const char* rule;
+    DWORD processId;
+    uint64_t created;
+    DWORD exitCode;
+    std::string output;
+  } rows[] = {
+      {"this test, running", ::GetCurrentProcessId(), self, 1618, ""},
+      {"its id, created a tick later", ::GetCurrentProcessId(), self + 1, 0, kNotEnabled},
+      {"an installer that has exited", ::GetProcessId(exited.get()), CreationTime(exited.get()), 0,
+       kNotEnabled},
+  };
+  for (const auto& row : rows) {
+    const wchar_t* key = kInstallerMaintenanceKeyPath;
+    ::RegSetKeyValueW(HKEY_LOCAL_MACHINE, key, L"Process", REG_DWORD, &row.processId, 4);
+    ::RegSetKeyValueW(HKEY_LOCAL_MACHINE, key, L"Created", REG_QWORD, &row.created, 8);
+    const RunResult run = RunController({L"reconcile"});
+    EXPECT_EQ(run.exitCode, row.exitCode) << row.rule;
+    EXPECT_EQ(run.output, row.output) << row.rule;
+  }
+  EXPECT_FALSE(DirectoryExists(PublishedFolder()));
+
+  EnableInSettings();
+  const std::wstring exe = ControllerCopy(L"no-baseline", {L"Schema\\custom-menu.schema.json"});
+  const RunResult run = RunControllerAt(exe, {L"reconcile"});
+  EXPECT_EQ(run.output,
+            "Reconcile: installed Schema/custom-menu.schema.json or baseline is missing.\n");
+  EXPECT_EQ(run.exitCode, 1u);
+  EXPECT_TRUE(FileExists(SnapshotFilePath(1)));
+  EXPECT_FALSE(ReadState().present);
+}
+
+// Each run starts from the state the one before it left: a fresh account is enabled, an enabled
+// one reinjected, and with restart allowed its Explorer, older than the override, restarted.
+TEST_F(LifecycleE2e, ReconcileEnablesAFreshAccountThenReinjectsThenRestarts) {
+  EnableInSettings();
+  ExplorerRig rig;
+  const DWORD explorer = rig.StartShell({L"--shell", L"--respawn", L"500"}, L"--shell");
+  const std::string modern = "command " + Pid(explorer) + " code=8 arg=4\n";
+  RunResult run = RunController({L"reconcile"});
+  EXPECT_EQ(run.exitCode, 0u) << run.output;
+  EXPECT_TRUE(Has(run,
+                  "RESTART REQUIRED: the preference is recorded and applied, but Explorer "
+                  "must\nrestart before the replacement menu appears. Skipped at the caller's "
+                  "request.\n"))
+      << run.output;
+  EXPECT_EQ(ReadPreference(), kEmptyOverride);
+  EXPECT_TRUE(ReadState().featureEnabled);
+  EXPECT_TRUE(FileExists(SnapshotFilePath(1)));
+  EXPECT_TRUE(FileExists(JoinPath(PublishedFolder(), L"custom-model-snapshot-1.bin")));
+  EXPECT_EQ(rig.Count("bootstrap " + Pid(explorer) + " "), 1u) << rig.Journal();
+  EXPECT_EQ(rig.Count(modern), 1u) << rig.Journal();
+
+  // No restart allowed: the Hook is loaded again, the recorded mode resent (so it was recorded),
+  // and modern sent once more.
+  run = RunController({L"reconcile"});
+  EXPECT_EQ(run.exitCode, 0u) << run.output;
+  EXPECT_EQ(run.output, "\n");
+  EXPECT_EQ(rig.Count("bootstrap " + Pid(explorer) + " "), 2u) << rig.Journal();
+  EXPECT_EQ(rig.Count(modern), 3u) << rig.Journal();
+  EXPECT_TRUE(FileExists(SnapshotFilePath(2)));
+  EXPECT_TRUE(FileExists(JoinPath(PublishedFolder(), L"custom-model-snapshot-2.bin")));
+
+  const size_t bootstraps = rig.Count("bootstrap "), modes = rig.Count(" code=8 arg=4\n");
+  run = RunController({L"reconcile", L"--allow-restart"}, 120000);
+  EXPECT_EQ(run.exitCode, 0u) << run.output;
+  EXPECT_TRUE(run.output.starts_with(
+      "Explorer has been running since before this account was switched to classic menus,\n"
+      "so it is still serving the modern menu. Restarting it...\n"))
+      << run.output;
+  // Every Hook bootstrapped after the restart got the recorded mode and modern.
+  EXPECT_GT(rig.Count("bootstrap "), bootstraps) << rig.Journal();
+  EXPECT_EQ(rig.Count(" code=8 arg=4\n") - modes, 2 * (rig.Count("bootstrap ") - bootstraps))
+      << rig.Journal();
+}
+
 // The user's own menu preference is never lost, whichever persistent step a verb is stopped at:
 // step N fails with error 5 (in process, through the step observer), or a test build of the
 // controller dies right after it (exit code 86). While the override is not the user's
@@ -302,15 +471,6 @@ struct FailOneStep final : StepObserver {
   std::wstring failed;
 };
 
-// A restore whose own write to the override key fails is attempted once and never again: it
-// says so, clears SuppressionApplied and disarms, so that a key it cannot write does not loop
-// at every logon. The override then stays ours; that is the one case the user is told instead.
-bool IsRestoreWrite(const Scenario& s, const std::wstring& step) {
-  return s.verb.front() != L"enable" &&
-         (step == L"delete the override key" || step == L"create the override key" ||
-          step == L"set the override value");
-}
-
 void Prepare(const Scenario& s) {
   ResetLifecycle();
   if (s.earlierCycle) {
@@ -331,7 +491,7 @@ void ExpectRecovers(const Preference& prior, const std::string& where) {
   (void)RunBootRestoreVerb();
   EXPECT_TRUE(ReadPreference() == prior || is_boot_restore_armed()) << where << ", boot-restore";
   if (ReadState().suppressionApplied) (void)RunDisableVerb();
-  EXPECT_EQ(ReadPreference(), prior) << where << ": " << Describe(ReadPreference());
+  EXPECT_EQ(ReadPreference(), prior) << where;
 }
 
 class LifecycleInterruption : public ::testing::TestWithParam<Scenario> {
@@ -356,7 +516,13 @@ TEST_P(LifecycleInterruption, AtEveryStep) {
     (void)RunInProcess(s.verb);
     SetStepObserver(nullptr);
     const std::string where = "step " + std::to_string(n) + " failed";
-    if (IsRestoreWrite(s, observer.failed)) {
+    const std::wstring& step = observer.failed;
+    // A restore whose own write to the override key fails is attempted once and never again: it
+    // says so, clears SuppressionApplied and disarms, so that a key it cannot write does not loop
+    // at every logon. The override then stays ours; that is the one case the user is told instead.
+    if (s.verb.front() != L"enable" &&
+        (step == L"delete the override key" || step == L"create the override key" ||
+         step == L"set the override value")) {
       EXPECT_FALSE(ReadState().suppressionApplied || is_boot_restore_armed()) << where;
     } else {
       ExpectRecovers(s.prior, where);
