@@ -8,8 +8,6 @@
 #include <string>
 #include <vector>
 
-#include "common/data_paths.h"
-#include "common/file_io.h"
 #include "common/text.h"
 #include "common/unique_handle.h"
 #include "tests/support/child_process.h"

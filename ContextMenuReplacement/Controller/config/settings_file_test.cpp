@@ -3,7 +3,6 @@
 #include <fmt/xchar.h>
 #include <gtest/gtest.h>
 
-#include "common/file_io.h"
 #include "common/json_text.h"
 #include "tests/support/staged_install.h"
 

@@ -2,7 +2,6 @@
 // Runs the real controller as a child process, the way the Settings application does: output
 // through a pipe, exit code from the process.
 
-#include <cstdint>
 #include <functional>
 #include <string>
 #include <vector>

@@ -36,22 +36,13 @@ const Preference kEmptyOverride{true, true, L""};
 const Preference kDllOverride{true, true, L"C:\\Tools\\shell \"x\".dll"};
 
 Preference ReadPreference() {
-  Preference preference;
   UniqueHkey key;
-  if (::RegOpenKeyExW(HKEY_CURRENT_USER, kOverrideKeyPath, 0, KEY_READ, key.put()) !=
-      ERROR_SUCCESS) {
-    return preference;
-  }
-  preference.keyPresent = true;
+  if (::RegOpenKeyExW(HKEY_CURRENT_USER, kOverrideKeyPath, 0, KEY_READ, key.put())) return {};
   wchar_t buffer[1024] = {};
   DWORD size = sizeof(buffer) - sizeof(wchar_t);
-  DWORD type = 0;
-  if (::RegQueryValueExW(key.get(), nullptr, nullptr, &type, reinterpret_cast<BYTE*>(buffer),
-                         &size) == ERROR_SUCCESS) {
-    preference.valuePresent = true;
-    preference.value = buffer;
-  }
-  return preference;
+  const bool valued = ::RegQueryValueExW(key.get(), nullptr, nullptr, nullptr,
+                                         reinterpret_cast<BYTE*>(buffer), &size) == ERROR_SUCCESS;
+  return {true, valued, buffer};
 }
 
 // Replaces the override key (and its parent) with exactly `preference`.

@@ -1,11 +1,9 @@
 // A test build of the controller: the shipped libraries and entry, plus an observer of the
-// persistent steps, driven by the environment so a test can interrupt any verb at any step:
-//   CMR_STEP_FAIL=N  step N (counted from 1) fails with error 5 without running
-//   CMR_STEP_EXIT=N  the process dies right after step N ran (exit code 86, no clean-up)
+// persistent steps: with CMR_STEP_EXIT=N in the environment the process dies right after step N
+// (counted from 1) ran, with exit code 86 and no clean-up, so a test can interrupt any verb there.
 // Built for the tests only; the shipped controller has no such observer.
 
-#include <cstdlib>
-#include <string>
+#include <cwchar>
 
 #include "cli/entry.h"
 #include "common/win32.h"
@@ -15,21 +13,17 @@ namespace {
 
 constexpr UINT kDiedAtStep = 86;
 
-unsigned long StepFromEnvironment(const wchar_t* name) {
-  wchar_t text[32] = {};
-  if (::GetEnvironmentVariableW(name, text, 32) == 0) return 0;
-  return std::wcstoul(text, nullptr, 10);
-}
-
 class InterruptingObserver final : public cmr::StepObserver {
  public:
-  InterruptingObserver()
-      : failAt_(StepFromEnvironment(L"CMR_STEP_FAIL")),
-        exitAt_(StepFromEnvironment(L"CMR_STEP_EXIT")) {}
+  InterruptingObserver() {
+    wchar_t text[32] = {};
+    if (::GetEnvironmentVariableW(L"CMR_STEP_EXIT", text, 32))
+      exitAt_ = std::wcstoul(text, nullptr, 10);
+  }
 
   DWORD BeforeStep(const wchar_t*) override {
     ++step_;
-    return step_ == failAt_ ? ERROR_ACCESS_DENIED : ERROR_SUCCESS;
+    return ERROR_SUCCESS;
   }
   void AfterStep(const wchar_t*) override {
     // The hardest way out there is: no destructors, no flushing, like a power cut.
@@ -37,8 +31,7 @@ class InterruptingObserver final : public cmr::StepObserver {
   }
 
  private:
-  unsigned long failAt_;
-  unsigned long exitAt_;
+  unsigned long exitAt_ = 0;
   unsigned long step_ = 0;
 };
 
