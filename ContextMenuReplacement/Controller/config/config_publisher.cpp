@@ -7,8 +7,8 @@
 #include "common/byte_image.h"
 #include "common/data_paths.h"
 #include "common/file_io.h"
-#include "common/log.h"
 #include "common/publication.h"
+#include "config/config_log.h"
 #include "config/config_snapshot.h"
 
 namespace cmr {

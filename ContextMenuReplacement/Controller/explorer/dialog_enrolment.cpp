@@ -13,7 +13,9 @@
 #include "diagnostics/dialog_crashes.h"
 #include "explorer/dialog_enrolment_log.h"
 #include "explorer/explorer_discovery.h"
-#include "explorer/hook_channel.h"
+#include "explorer/hook_builds.h"
+#include "explorer/hook_loader.h"
+#include "explorer/post_enrolment.h"
 
 namespace cmr {
 
