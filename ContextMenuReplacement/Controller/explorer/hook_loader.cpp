@@ -36,13 +36,14 @@ Result<HookModule> LoadHook() {
   return hook;
 }
 
-bool EnrolThread(const HookModule& hook, DWORD threadId, HWND window) {
+Status EnrolThread(const HookModule& hook, DWORD threadId, HWND window) {
   UniqueHhook installed(
       ::SetWindowsHookExW(WH_CALLWNDPROC, hook.bootstrap, hook.module.get(), threadId));
   if (!installed) {
     const DWORD error = ::GetLastError();
-    PrintLine(L"  thread %lu: SetWindowsHookEx failed: %s", threadId, ErrorText(error));
-    return false;
+    return Status::Failure(FormatConsoleText(L"  thread %lu: SetWindowsHookEx failed: %s",
+                                             threadId, ErrorText(error)),
+                           error);
   }
   DWORD_PTR reply = 0;
   const LRESULT sent = ::SendMessageTimeoutW(window, hook.bootstrapMessage, 0, 0, SMTO_ABORTIFHUNG,
@@ -51,10 +52,10 @@ bool EnrolThread(const HookModule& hook, DWORD threadId, HWND window) {
   // bootstrap message reaches it, so nothing stays hooked from the controller's side.
   installed.reset();
   if (sent == 0) {
-    PrintLine(L"  thread %lu: init message timed out or was rejected", threadId);
-    return false;
+    return Status::Failure(
+        FormatConsoleText(L"  thread %lu: init message timed out or was rejected", threadId));
   }
-  return true;
+  return {};
 }
 
 int Inject() {
@@ -70,7 +71,11 @@ int Inject() {
   }
   size_t enrolled = 0;
   for (const ExplorerThread& t : threads) {
-    if (EnrolThread(hook.value(), t.threadId, t.window)) ++enrolled;
+    if (const Status sent = EnrolThread(hook.value(), t.threadId, t.window); !sent) {
+      PrintLine(L"%s", sent.message());
+    } else {
+      ++enrolled;
+    }
   }
   if (AnyEarlierBuildLoaded(threads)) {
     PrintLine(

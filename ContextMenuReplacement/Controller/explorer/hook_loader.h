@@ -23,9 +23,9 @@ struct HookModule {
 // ("Could not load %s: %s", the missing export, the failed registration) and nothing stays loaded.
 [[nodiscard]] Result<HookModule> LoadHook();
 
-// Hooks one Explorer thread around one bootstrap send and unhooks at once; prints its own
-// failure line. True when the bootstrap message was delivered.
-[[nodiscard]] bool EnrolThread(const HookModule& hook, DWORD threadId, HWND window);
+// Hooks one Explorer thread around one bootstrap send and unhooks at once. Fails with the
+// indented line that names the thread and what went wrong.
+[[nodiscard]] Status EnrolThread(const HookModule& hook, DWORD threadId, HWND window);
 
 // Loads the Hook into every Explorer UI thread, warns about an earlier build still loaded, and
 // runs the post-enrolment step for every process; 0 or 1. Used by `enable` and the inject verb.
