@@ -216,14 +216,17 @@ TEST(CustomModelE2e, OverlayValidatedPublishedMigratedAndReset) {
   reset(L"reset", {L"desktop"}, "No customizations exist for target 'desktop'.\n");
   const std::string hides = R"("node_overrides":[{"layout_id":"desktop-default","node_id":)"
                             R"("refresh","visibility":"hidden"})";
+  // A rule without a match serves every context, so no target's reset takes it.
+  const std::string global = R"({"id":"g","command_id":"classic:verb:y","action":{"kind":"hide"}})";
   const std::string text =
       kHeader + hides +
       R"(,{"layout_id":"drive-default","node_id":"eject","visibility":"hidden"}],)"
       R"("extension_rules":[{"id":"r","command_id":"classic:verb:x","match":{"family":)"
-      R"(["drive"]},"action":{"kind":"hide"}}]})";
+      R"(["drive"]},"action":{"kind":"hide"}},)" +
+      global + "]}";
   WriteBytes(overlay, text);
   reset(L"prepare-reset", {L"drive"},
-        "{\"overlay\":" + kHeader + hides + "],\"extension_rules\":[]}}\n");
+        "{\"overlay\":" + kHeader + hides + "],\"extension_rules\":[" + global + "]}}\n");
   reset(L"prepare-reset", {L"taskbar-clock"}, "{\"unchanged\":true}\n");
   reset(L"reset", {L"taskbar-clock"},
         "No customizations reference target 'taskbar-clock'; nothing to reset.\n");
