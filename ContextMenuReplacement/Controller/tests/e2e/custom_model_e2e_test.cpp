@@ -245,6 +245,20 @@ TEST(CustomModelE2e, OverlayValidatedPublishedMigratedAndReset) {
   // A full reset refuses an invalid baseline before it touches the overlay.
   EXPECT_EQ(Model({L"reset", kSchema, kSchema}).exitCode, 1u);
   EXPECT_EQ(ReadBytes(overlay), "{not json");
+
+  // A baseline's own user command has its icon cached and named in the same way.
+  ASSERT_TRUE(::DeleteFileW(icon.c_str()));
+  const std::wstring baseline = ScratchFolder(L"baseline-icon") + L"\\baseline.json";
+  WriteBytes(baseline,
+             R"({"document_kind":"baseline","schema_version":2,"layouts":[{"id":"d","match":)"
+             R"({"family":"desktop-background"},"items":[{"type":"command","id":"t","command_id":)"
+             R"("user:{00000000-0000-0000-0000-0000000000aa}","title":"T","executable":)"
+             R"("C:\\t.exe","icon_path":"C:\\windows\\notepad.exe"}]}]})");
+  EXPECT_EQ(Model({L"publish", kSchema, baseline}).output,
+            "Published custom model version 6: 1 layout(s), 1 node(s).\n");
+  EXPECT_EQ(ReadBytes(icon).substr(0, 4), std::string("\0\0\1\0", 4));
+  EXPECT_PRED2(Has, ReadBytes(CustomModelSnapshotPath(6)),
+               std::string(reinterpret_cast<const char*>(icon.data()), 2 * icon.size()));
 }
 
 TEST(CustomModelE2e, PlacementOverlayWithEditsPoliciesAndDefinitions) {
