@@ -22,8 +22,8 @@ class NamedLock {
  public:
   [[nodiscard]] Status Acquire(const wchar_t* name) {
     mutex_.reset(::CreateMutexW(nullptr, FALSE, name));
-    if (!mutex_) return Win32Failure(fmt::format(L"Could not create the lock '{}'", name),
-                                     ::GetLastError());
+    if (!mutex_)
+      return Win32Failure(fmt::format(L"Could not create the lock '{}'", name), ::GetLastError());
     // WAIT_ABANDONED: the last holder died mid-publication. What it left is safe by
     // construction (nothing is announced before it is complete), so go on.
     const DWORD waited = ::WaitForSingleObject(mutex_.get(), kLockWaitMs);
@@ -31,9 +31,10 @@ class NamedLock {
       held_ = true;
       return {};
     }
-    return Failure(L"Another process has been publishing for over {} seconds; nothing was "
-                   L"published.",
-                   kLockWaitMs / 1000);
+    return Failure(
+        L"Another process has been publishing for over {} seconds; nothing was "
+        L"published.",
+        kLockWaitMs / 1000);
   }
   ~NamedLock() {
     if (held_) ::ReleaseMutex(mutex_.get());
@@ -99,6 +100,19 @@ Result<uint32_t> ReadAnnouncedVersion(const SnapshotFormat& format, FileOperatio
   return announced;
 }
 
+Result<uint32_t> NextVersion(const SnapshotFormat& format, FileOperations& files) {
+  const Result<uint32_t> announced = ReadAnnouncedVersion(format, files);
+  if (!announced) return announced.status();
+  if (announced.value() >= kHighestVersion) {
+    return Failure(
+        L"The control file '{}' announces version {}, and no later version can be "
+        L"published because readers accept none above {}. Delete that file to "
+        L"restart the numbering at 1.",
+        format.ControlPath(), announced.value(), kHighestVersion);
+  }
+  return announced.value() + 1;
+}
+
 Result<uint32_t> PublishSnapshot(const SnapshotFormat& format, FileOperations& files,
                                  const SnapshotBuild& build) {
   if (Status folder = EnsureDirectories(format.Folder()); !folder) {
@@ -108,9 +122,9 @@ Result<uint32_t> PublishSnapshot(const SnapshotFormat& format, FileOperations& f
   if (Status locked = lock.Acquire(format.LockName()); !locked) return locked;
   RemoveOrphanedTemporaries(format, files);
 
-  const Result<uint32_t> announced = ReadAnnouncedVersion(format, files);
-  if (!announced) return announced.status();
-  const uint32_t next = announced.value() + 1;
+  const Result<uint32_t> version = NextVersion(format, files);
+  if (!version) return version.status();
+  const uint32_t next = version.value();
 
   Result<std::string> image = build.image(next);
   if (!image) return image.status();

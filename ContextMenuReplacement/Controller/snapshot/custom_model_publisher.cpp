@@ -22,7 +22,7 @@ class CustomModelFormat final : public SnapshotFormat {
   std::wstring SnapshotPath(uint32_t version) const override {
     return JoinPath(folder_, fmt::format(L"{}{}.bin", kCustomModelSnapshotPrefix, version));
   }
-  std::wstring ControlPath() const { return JoinPath(folder_, kCustomModelControlName); }
+  std::wstring ControlPath() const override { return JoinPath(folder_, kCustomModelControlName); }
 
   Result<uint32_t> AnnouncedVersion(FileOperations& files) const override {
     Result<std::optional<std::string>> record = files.Read(ControlPath());
@@ -38,8 +38,7 @@ class CustomModelFormat final : public SnapshotFormat {
 
   void CleanUp(FileOperations& files, uint32_t current) const override {
     WIN32_FIND_DATAW entry{};
-    const std::wstring pattern =
-        JoinPath(folder_, std::wstring(kCustomModelSnapshotPrefix) + L"*");
+    const std::wstring pattern = JoinPath(folder_, std::wstring(kCustomModelSnapshotPrefix) + L"*");
     UniqueFind find(::FindFirstFileW(pattern.c_str(), &entry));
     if (!find) return;
     do {
@@ -112,7 +111,8 @@ Result<uint32_t> PublishCustomModel(const CompiledCustomModel& model, const std:
   SnapshotBuild build;
   build.image = [&model](uint32_t version) -> Result<std::string> {
     std::string image = FlattenCustomModel(model, version);
-    if (image.empty()) return Status::Failure(L"The custom model snapshot exceeded its size limit.");
+    if (image.empty())
+      return Status::Failure(L"The custom model snapshot exceeded its size limit.");
     return image;
   };
   return PublishSnapshot(CustomModelFormat(folder), files, build);

@@ -149,6 +149,17 @@ TEST(CustomModelE2e, ShippedBaselineReadBackPerTargetAndRefusalsChangeNothing) {
     EXPECT_EQ(run.output, output);
     EXPECT_EQ(run.exitCode, 1u);
   }
+  // The highest version a reader takes as positive has no successor.
+  WriteBytes(CustomModelControlPath(), CustomModelControlRecord(0x7FFFFFFF));
+  run = Model({L"publish", kSchema, kBaseline});
+  EXPECT_EQ(run.output, "ERROR: The control file '" + ToUtf8(CustomModelControlPath()) +
+                            "' announces version 2147483647, and no later version can be "
+                            "published because readers accept none above 2147483647. Delete "
+                            "that file to restart the numbering at 1.\n" +
+                            kStillInEffect);
+  EXPECT_EQ(run.exitCode, 1u);
+  EXPECT_EQ(ReadBytes(CustomModelControlPath()), CustomModelControlRecord(0x7FFFFFFF));
+  EXPECT_FALSE(FileExists(CustomModelSnapshotPath(0x80000000u)));
 }
 
 // Merging is the overlay fixtures' concern; here a user command with its icon, and a hide on the
