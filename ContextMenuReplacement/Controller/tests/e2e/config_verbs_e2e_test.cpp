@@ -172,7 +172,7 @@ TEST(ConfigVerbsE2e, InitPublishStatusAndRefusalsThatChangeNothing) {
             "ACL accepted: only you, SYSTEM and Administrators can modify this file.\n",
             0}});
 
-  // Version 0 with its snapshot, as the count reaches after it wraps, is a publication.
+  // Version 0 with its snapshot (a control file that globals alone created) is a publication.
   std::string wrapped = ReadBytes(ControlFilePath());
   wrapped[8] = 0;
   WriteBytes(ControlFilePath(), wrapped);
@@ -277,16 +277,16 @@ TEST(ConfigVerbsE2e, SettingsFileValidatedAndItsGlobalsAppliedEvenWhenItsMenuIsR
             1}});
   // Readers take the version word as signed: past its highest value nothing at all is written.
   std::string control = ReadBytes(ControlFilePath());
-  control.replace(8, 4, "\xFF\xFF\xFF\x7F", 4);
-  WriteBytes(ControlFilePath(), control);
+  WriteBytes(ControlFilePath(), control.replace(8, 4, "\xFF\xFF\xFF\x7F", 4));
   WriteBytes(settings, SettingsText(valuesSet));
-  RunRows({{{L"config", L"publish"},
-            "Publishing " + source + "\n  error:   The control file '" + ToUtf8(ControlFilePath()) +
-                "' announces version 2147483647, and no later version can be published because "
-                "readers accept none above 2147483647. Delete that file to restart the numbering "
-                "at 1.\n" +
-                kNothingPublished,
-            1}});
+  RunRows(
+      {{{L"config", L"publish"},
+        "Publishing " + source + "\n  error:   The control file '" + ToUtf8(ControlFilePath()) +
+            "' announces version 2147483647, and no later version can be published because "
+            "readers accept none above 2147483647. Delete that file to restart the numbering at "
+            "1.\n" +
+            kNothingPublished,
+        1}});
   EXPECT_EQ(ReadBytes(ControlFilePath()), control);
   EXPECT_EQ(ReadBytes(SnapshotFilePath(0x80000000u)), "<unreadable>");
   (void)DeleteFileIfPresent(settings);
