@@ -102,6 +102,10 @@ bool IsStaleCustomModelSnapshot(std::wstring_view fileName, uint32_t current) {
   return number != current && number + 1 != current;
 }
 
+Status CheckNextCustomModelVersion(FileOperations& files) {
+  return NextVersion(CustomModelFormat(PublishedFolder()), files).status();
+}
+
 Result<uint32_t> PublishCustomModel(const CompiledCustomModel& model, FileOperations& files) {
   return PublishCustomModel(model, PublishedFolder(), files);
 }

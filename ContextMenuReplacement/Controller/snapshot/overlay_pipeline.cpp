@@ -92,8 +92,11 @@ ModelPipelineResult Compile(const ModelSources& sources, bool publish, FileOpera
     out.restampedOverlay = PrettyOverlayText(overlay);
     out.originalOverlay = overlayText;
   }
-  // The icon cache is written only for a publication: validation writes nothing.
-  if (publish) CacheUserCommandIcons(model);
+  // The icon cache is written only for a publication that can go on: validation writes nothing.
+  if (publish) {
+    if (Status next = CheckNextCustomModelVersion(files); !next) return Refused(next, true);
+    CacheUserCommandIcons(model);
+  }
   out.model = CompileCustomModel(model);
   ModelPipelineResult result;
   result.layoutCount = out.model.layouts.size();
@@ -169,6 +172,8 @@ ModelPipelineResult PublishWithOverlay(const ModelSources& sources, bool publish
 ModelPipelineResult ResetOverlay(const ModelSources& sources,
                                  const std::optional<std::string>& candidate, FileOperations& files,
                                  bool* overlayExisted) {
+  // A reset that could not publish would only be rolled back: refuse it before it starts.
+  if (Status next = CheckNextCustomModelVersion(files); !next) return Refused(next, true);
   Result<std::optional<std::string>> previous = files.Read(sources.overlayPath);
   if (!previous) {
     WriteLogLine(LogLevel::error, L"[custom-model] " + previous.message());

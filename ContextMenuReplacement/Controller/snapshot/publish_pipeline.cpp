@@ -70,8 +70,11 @@ ModelPipelineResult CompileBaseline(const std::wstring& schemaPath,
     return Refused(error.message(), false);
   }
   // The Hook draws a user command's icon from the cache, never from the program itself; a
-  // validation writes nothing, so only a publication fills it.
-  if (publishing) CacheUserCommandIcons(model);
+  // validation writes nothing, so only a publication fills it, once it knows it can go on.
+  if (publishing) {
+    if (Status next = CheckNextCustomModelVersion(); !next) return Refused(next, true);
+    CacheUserCommandIcons(model);
+  }
   compiled = CompileCustomModel(model);
   if (compiled.layouts.empty()) {
     return Refused(L"The baseline has no layouts, so the published model would claim no context.",

@@ -155,6 +155,8 @@ TEST(CustomModelE2e, ShippedBaselineReadBackPerTargetAndRefusalsChangeNothing) {
   EXPECT_EQ(run.exitCode, 1u);
   EXPECT_EQ(ReadBytes(CustomModelControlPath()), CustomModelControlRecord(0x7FFFFFFF));
   EXPECT_FALSE(FileExists(CustomModelSnapshotPath(0x80000000u)));
+  EXPECT_EQ(Model({L"reset", kSchema, kBaseline}).output,
+            run.output.substr(0, run.output.find('\n') + 1));
 }
 
 // Merging is the overlay fixtures' concern; here a user command with its icon, and a hide on the
