@@ -51,14 +51,6 @@ struct SnapshotBuild {
   std::function<Result<std::string>(uint32_t version)> image;
 };
 
-// Publishes under the next version and returns it.
-[[nodiscard]] Result<uint32_t> PublishSnapshot(const SnapshotFormat& format, FileOperations& files,
-                                               const SnapshotBuild& build);
-
-// The version announced now, read under the same retry rule as a publication.
-[[nodiscard]] Result<uint32_t> ReadAnnouncedVersion(const SnapshotFormat& format,
-                                                    FileOperations& files);
-
 // Readers take a version word as a signed number, so numbering ends here rather than wrap to a
 // number they would take for "nothing published" or for an older publication.
 inline constexpr uint32_t kHighestVersion = 0x7FFFFFFF;
@@ -66,6 +58,14 @@ inline constexpr uint32_t kHighestVersion = 0x7FFFFFFF;
 // The version a publication would announce next: one more than the announced one. Refused,
 // naming the control file, when the announced one is already kHighestVersion or above.
 [[nodiscard]] Result<uint32_t> NextVersion(const SnapshotFormat& format, FileOperations& files);
+
+// Publishes under the next version and returns it.
+[[nodiscard]] Result<uint32_t> PublishSnapshot(const SnapshotFormat& format, FileOperations& files,
+                                               const SnapshotBuild& build);
+
+// The version announced now, read under the same retry rule as a publication.
+[[nodiscard]] Result<uint32_t> ReadAnnouncedVersion(const SnapshotFormat& format,
+                                                    FileOperations& files);
 
 // "<prefix>...<pid>.tmp" of a process that no longer runs: left by a publisher that died.
 [[nodiscard]] bool IsOrphanedTemporary(std::wstring_view fileName, std::wstring_view prefix,
