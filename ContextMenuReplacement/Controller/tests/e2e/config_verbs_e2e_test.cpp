@@ -290,6 +290,7 @@ TEST(ConfigVerbsE2e, SettingsFileValidatedAndItsGlobalsAppliedEvenWhenItsMenuIsR
   EXPECT_EQ(ReadBytes(ControlFilePath()), control);
   EXPECT_EQ(ReadBytes(SnapshotFilePath(0x80000000u)), "<unreadable>");
   (void)DeleteFileIfPresent(settings);
+  (void)DeleteFileIfPresent(ControlFilePath());  // later publications start at 1
 }
 
 }  // namespace

@@ -157,6 +157,7 @@ TEST(CustomModelE2e, ShippedBaselineReadBackPerTargetAndRefusalsChangeNothing) {
   EXPECT_FALSE(FileExists(CustomModelSnapshotPath(0x80000000u)));
   EXPECT_EQ(Model({L"reset", kSchema, kBaseline}).output,
             run.output.substr(0, run.output.find('\n') + 1));
+  ASSERT_TRUE(::DeleteFileW(CustomModelControlPath().c_str()));  // later publications start at 1
 }
 
 // Merging is the overlay fixtures' concern; here a user command with its icon, and a hide on the
