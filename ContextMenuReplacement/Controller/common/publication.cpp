@@ -69,6 +69,19 @@ Result<uint32_t> ReadAnnouncedVersion(const SnapshotFormat& format, FileOperatio
   return announced;
 }
 
+Result<uint32_t> NextVersion(const SnapshotFormat& format, FileOperations& files) {
+  const Result<uint32_t> announced = ReadAnnouncedVersion(format, files);
+  if (!announced) return announced.status();
+  if (announced.value() >= kHighestVersion) {
+    return Failure(
+        L"The control file '{}' announces version {}, and no later version can be "
+        L"published because readers accept none above {}. Delete that file to "
+        L"restart the numbering at 1.",
+        format.ControlPath(), announced.value(), kHighestVersion);
+  }
+  return announced.value() + 1;
+}
+
 Result<uint32_t> PublishSnapshot(const SnapshotFormat& format, FileOperations& files,
                                  const SnapshotBuild& build) {
   if (Status folder = EnsureDirectories(format.Folder()); !folder) {
@@ -78,9 +91,9 @@ Result<uint32_t> PublishSnapshot(const SnapshotFormat& format, FileOperations& f
   if (Status locked = lock.Acquire(format.LockName()); !locked) return locked;
   RemoveOrphanedTemporaries(format, files);
 
-  const Result<uint32_t> announced = ReadAnnouncedVersion(format, files);
-  if (!announced) return announced.status();
-  const uint32_t next = announced.value() + 1;
+  const Result<uint32_t> version = NextVersion(format, files);
+  if (!version) return version.status();
+  const uint32_t next = version.value();
 
   Result<std::string> image = build.image(next);
   if (!image) return image.status();

@@ -7,7 +7,8 @@
 //   a `config watch` may all publish at once) ->
 //   remove temporary files that publishers which died left behind ->
 //   read the announced version n (a control file that exists but cannot be read right now is
-//   retried for a moment, then the publication fails: numbering never restarts by accident) ->
+//   retried for a moment, then the publication fails: numbering never restarts by accident;
+//   an n that has no successor readers accept is refused) ->
 //   build the image for n + 1 -> write snapshot n + 1 (created new under a temporary name,
 //   flushed, renamed into place: a snapshot is never opened for writing once its number may be
 //   announced) -> announce n + 1 (the commit
@@ -49,6 +50,8 @@ class SnapshotFormat {
   [[nodiscard]] virtual const wchar_t* LockName() const = 0;
   [[nodiscard]] virtual std::wstring Folder() const = 0;
   [[nodiscard]] virtual std::wstring SnapshotPath(uint32_t version) const = 0;
+  // The file whose version word announces the snapshot in force.
+  [[nodiscard]] virtual std::wstring ControlPath() const = 0;
   // The file name prefix shared by every file of the format, temporaries included.
   [[nodiscard]] virtual std::wstring FilePrefix() const = 0;
   // The announced version; 0 when the control file is missing or not a valid one. A failure
@@ -64,6 +67,14 @@ struct SnapshotBuild {
   // The image for `version`, or the refusal (over-size, for one). Nothing is written before it.
   std::function<Result<std::string>(uint32_t version)> image;
 };
+
+// Readers take a version word as a signed number, so numbering ends here rather than wrap to a
+// number they would take for "nothing published" or for an older publication.
+inline constexpr uint32_t kHighestVersion = 0x7FFFFFFF;
+
+// The version a publication would announce next: one more than the announced one. Refused,
+// naming the control file, when the announced one is already kHighestVersion or above.
+[[nodiscard]] Result<uint32_t> NextVersion(const SnapshotFormat& format, FileOperations& files);
 
 // Publishes under the next version and returns it.
 [[nodiscard]] Result<uint32_t> PublishSnapshot(const SnapshotFormat& format, FileOperations& files,

@@ -42,6 +42,9 @@ StringPool::StringPool() : key_(ProcessKey()) {}
 
 StringRef StringPool::Intern(std::wstring_view text) {
   static_assert(sizeof(wchar_t) == sizeof(char16_t), "the pool stores UTF-16 units");
+  // Readers take (0, 0) as the empty string wherever it points, so it never needs units of its
+  // own; only as the very first string does it add its terminator, at 0.
+  if (text.empty() && !units_.empty()) return {0, 0};
   if ((used_ + 1) * 2 > slots_.size()) Grow(slots_.empty() ? 64 : slots_.size() * 2);
   if (units_.capacity() == 0) units_.reserve(1024);
   const auto length = static_cast<uint32_t>(text.size());

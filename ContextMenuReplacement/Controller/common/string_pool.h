@@ -17,6 +17,7 @@ struct StringRef {
 
 // Appends each distinct string once, followed by one zero unit; an equal string (exact,
 // case-sensitive) gets the offset of its first occurrence. The first string added is at 0.
+// The empty string is always (0, 0).
 // The index holds offsets into the pool itself, so interning a string costs no allocation
 // beyond the pool's own growth (configurations near the size limit intern tens of thousands).
 class StringPool {

@@ -95,7 +95,12 @@ PublishResult LoadSettingsFile(const std::wstring& path, PublishMode mode,
   if (!read) return result;
   // Globals, then trust, then the menu with its size check: the globals carry no executable,
   // so they are applied even from a file others can modify or with a menu too large to
-  // publish; only the menu model, which names programs to run, waits for a trusted file.
+  // publish; only the menu model, which names programs to run, waits for a trusted file. A
+  // publication that can take no next version is refused before anything, globals included.
+  if (Status next = publisher.CheckNextVersion(); !next) {
+    result.errors.push_back(next.message());
+    return result;
+  }
   if (Status globals = publisher.PublishGlobals(configuration); !globals) {
     result.errors.push_back(globals.message());
     return result;

@@ -40,7 +40,7 @@ class ConfigSnapshotFormat final : public SnapshotFormat {
   std::wstring SnapshotPath(uint32_t version) const override {
     return JoinPath(folder_, fmt::format(L"snapshot-{}.bin", version));
   }
-  std::wstring ControlPath() const { return JoinPath(folder_, L"control.bin"); }
+  std::wstring ControlPath() const override { return JoinPath(folder_, L"control.bin"); }
 
   Result<uint32_t> AnnouncedVersion(FileOperations& files) const override {
     Result<std::optional<std::string>> bytes = files.Read(ControlPath());
@@ -100,6 +100,10 @@ Status ConfigPublisher::PublishGlobals(const MenuConfiguration& configuration) {
                              [&block](unsigned char* bytes) { WriteGlobals(block, bytes); });
 }
 
+Status ConfigPublisher::CheckNextVersion() {
+  return NextVersion(ConfigSnapshotFormat(folder_), files_).status();
+}
+
 Status CheckSnapshotSize(uint64_t bytes) {
   if (bytes <= kSnapshotLimitBytes) return {};
   return Failure(L"The configuration flattens to {} bytes, over the {} byte limit.", bytes,
@@ -128,8 +132,8 @@ void ConfigPublisher::Publish(const MenuConfiguration& configuration, PublishMod
   };
   const bool withGlobals = globals == GlobalsPolicy::withDefaultGlobals;
   const std::string block = withGlobals ? EncodeControlBlock(configuration, 0) : std::string();
-  const Result<uint32_t> published = PublishSnapshot(
-      ConfigSnapshotFormat(folder_, withGlobals ? &block : nullptr), files_, build);
+  const Result<uint32_t> published =
+      PublishSnapshot(ConfigSnapshotFormat(folder_, withGlobals ? &block : nullptr), files_, build);
   if (!published) {
     result.errors.push_back(published.message());
     return;

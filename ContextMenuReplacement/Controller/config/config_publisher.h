@@ -60,11 +60,16 @@ class ConfigPublisher {
   // snapshot in force stays in force. Fails with "Could not open/map/view '{}': {}".
   [[nodiscard]] Status PublishGlobals(const MenuConfiguration& configuration);
 
+  // The refusal a publication would meet because no later version can be announced (see
+  // NextVersion in common/publication.h). Asked before globals are written, so that a
+  // publication refused for it changes nothing at all.
+  [[nodiscard]] Status CheckNextVersion();
+
   // Publishes a parsed, valid configuration: records its counts, refuses a snapshot over 1 MiB
   // (exactly 1 MiB is fine), then writes snapshot-<next>.bin, then (menu.json) the globals and
   // the version in one mapping of control.bin. The snapshot goes before the globals so that any
-  // failure leaves control.bin exactly as it was. With checkOnly only the size is checked and nothing is
-  // written. Appends to `result`.
+  // failure leaves control.bin exactly as it was. With checkOnly only the size is checked and
+  // nothing is written. Appends to `result`.
   void Publish(const MenuConfiguration& configuration, PublishMode mode, GlobalsPolicy globals,
                PublishResult& result);
 

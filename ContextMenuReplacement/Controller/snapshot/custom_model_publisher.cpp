@@ -22,7 +22,7 @@ class CustomModelFormat final : public SnapshotFormat {
   std::wstring SnapshotPath(uint32_t version) const override {
     return JoinPath(folder_, fmt::format(L"{}{}.bin", kCustomModelSnapshotPrefix, version));
   }
-  std::wstring ControlPath() const { return JoinPath(folder_, kCustomModelControlName); }
+  std::wstring ControlPath() const override { return JoinPath(folder_, kCustomModelControlName); }
 
   Result<uint32_t> AnnouncedVersion(FileOperations& files) const override {
     Result<std::optional<std::string>> record = files.Read(ControlPath());
@@ -100,6 +100,10 @@ bool IsStaleCustomModelSnapshot(std::wstring_view fileName, uint32_t current) {
     number = number * 10 + static_cast<uint64_t>(unit - L'0');
   }
   return number != current && number + 1 != current;
+}
+
+Status CheckNextCustomModelVersion(FileOperations& files) {
+  return NextVersion(CustomModelFormat(PublishedFolder()), files).status();
 }
 
 Result<uint32_t> PublishCustomModel(const CompiledCustomModel& model, FileOperations& files) {

@@ -39,6 +39,11 @@ inline constexpr wchar_t kCustomModelLockName[] = L"Local\\BnlxCmrCustomModelPub
 // neither `current` nor `current` - 1: the snapshots clean-up deletes.
 [[nodiscard]] bool IsStaleCustomModelSnapshot(std::wstring_view fileName, uint32_t current);
 
+// The refusal a publication would meet because no later version can be announced (NextVersion
+// in common/publication.h). Asked before the first write of a publication or a reset (the icon
+// cache, the overlay), so that a refusal for it changes nothing.
+[[nodiscard]] Status CheckNextCustomModelVersion(FileOperations& files = SystemFiles());
+
 // Publishes the compiled model under the next version (one more than the control record's, 1
 // when there is no valid record) into `folder`. On failure the previous control file and
 // snapshot stay in effect.

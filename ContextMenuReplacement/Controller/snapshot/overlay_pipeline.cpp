@@ -93,8 +93,11 @@ ModelPipelineResult Compile(const ModelSources& sources, bool publish, FileOpera
     out.restampedOverlay = PrettyOverlayText(overlay);
     out.originalOverlay = overlayText;
   }
-  // The icon cache is written only for a publication: validation writes nothing.
-  if (publish) CacheUserCommandIcons(model);
+  // The icon cache is written only for a publication that can go on: validation writes nothing.
+  if (publish) {
+    if (Status next = CheckNextCustomModelVersion(files); !next) return Refused(next, true);
+    CacheUserCommandIcons(model);
+  }
   out.model = CompileCustomModel(model);
   ModelPipelineResult result;
   result.layoutCount = out.model.layouts.size();
@@ -182,6 +185,8 @@ ModelPipelineResult ResetOverlay(const ModelSources& sources,
   if (Status begun = transaction.Begin(sources.overlayPath, files); !begun) {
     return Refused(begun, true);
   }
+  // A reset that could not publish would only be rolled back: refuse it before it starts.
+  if (Status next = CheckNextCustomModelVersion(files); !next) return Refused(next, true);
   Result<std::optional<std::string>> previous = files.Read(sources.overlayPath);
   if (!previous) {
     WriteLogLine(LogLevel::error, L"[custom-model] " + previous.message());

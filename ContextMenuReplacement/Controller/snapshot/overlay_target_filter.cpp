@@ -26,10 +26,11 @@ bool Serves(const Value& layout, const MenuTarget& target) {
   const std::wstring fileClass = FromUtf8(JsonMemberText(*match, "file_class"));
   const Value* selection = JsonMember(*match, "selection");
   const LayoutMatchView view{
-      static_cast<uint32_t>(ParseContextFamily(JsonMemberText(*match, "family"))), namespaceId, extension,
-      fileClass,
-      static_cast<uint32_t>(selection != nullptr ? ParseSelectionArity(JsonMemberText(*match, "selection"))
-                                                 : SelectionArity::any)};
+      static_cast<uint32_t>(ParseContextFamily(JsonMemberText(*match, "family"))), namespaceId,
+      extension, fileClass,
+      static_cast<uint32_t>(selection != nullptr
+                                ? ParseSelectionArity(JsonMemberText(*match, "selection"))
+                                : SelectionArity::any)};
   return Match(std::span<const LayoutMatchView>(&view, 1), target).status == MatchStatus::matched;
 }
 
@@ -37,10 +38,17 @@ bool Admits(std::string_view ruleText, const std::wstring& targetText) {
   return ruleText.empty() || EqualsIgnoreCase(FromUtf8(ruleText), targetText);
 }
 
+// A rule references the target when its match names it. A rule that names no context at all
+// applies everywhere and belongs to no one target: only a full reset removes it.
 bool RuleReferences(const Value& rule, const MenuTarget& target) {
   const Value* match = JsonMember(rule, "match");
-  if (match == nullptr || !match->IsObject()) return true;  // a rule for every context
-  if (const Value* families = Array(*match, "family")) {
+  if (match == nullptr || !match->IsObject()) return false;
+  const Value* families = Array(*match, "family");
+  if (families == nullptr && JsonMemberText(*match, "namespace_id").empty() &&
+      JsonMemberText(*match, "extension").empty() && JsonMemberText(*match, "file_class").empty()) {
+    return false;
+  }
+  if (families != nullptr) {
     bool listed = false;
     for (const Value& family : families->GetArray()) {
       const std::string_view name =

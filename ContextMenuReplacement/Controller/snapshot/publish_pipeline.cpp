@@ -10,6 +10,7 @@
 #include "model/layout_inheritance.h"
 #include "model/model_document.h"
 #include "snapshot/custom_model_publisher.h"
+#include "snapshot/user_icons.h"
 
 namespace cmr {
 
@@ -25,8 +26,8 @@ ModelPipelineResult Refused(const Status& failure, bool fatal) {
 }
 
 ModelPipelineResult CompileBaseline(const std::wstring& schemaPath,
-                                    const std::wstring& baselinePath,
-                                    CompiledCustomModel& compiled) {
+                                    const std::wstring& baselinePath, CompiledCustomModel& compiled,
+                                    bool publishing) {
   const Result<std::string> schemaText = ReadWholeFile(schemaPath);
   const Result<std::string> baselineText = ReadWholeFile(baselinePath);
   if (!schemaText || !baselineText) {
@@ -68,6 +69,12 @@ ModelPipelineResult CompileBaseline(const std::wstring& schemaPath,
   if (Status error = ParseModelDocument(baseline, model); !error) {
     return Refused(error.message(), false);
   }
+  // The Hook draws a user command's icon from the cache, never from the program itself; a
+  // validation writes nothing, so only a publication fills it, once it knows it can go on.
+  if (publishing) {
+    if (Status next = CheckNextCustomModelVersion(); !next) return Refused(next, true);
+    CacheUserCommandIcons(model);
+  }
   compiled = CompileCustomModel(model);
   if (compiled.layouts.empty()) {
     return Refused(L"The baseline has no layouts, so the published model would claim no context.",
@@ -86,7 +93,7 @@ ModelPipelineResult CompileBaseline(const std::wstring& schemaPath,
 ModelPipelineResult PublishBaseline(const std::wstring& schemaPath,
                                     const std::wstring& baselinePath, bool publish) {
   CompiledCustomModel compiled;
-  ModelPipelineResult result = CompileBaseline(schemaPath, baselinePath, compiled);
+  ModelPipelineResult result = CompileBaseline(schemaPath, baselinePath, compiled, publish);
   if (!result.errors.empty() || !publish) return result;
   const Result<uint32_t> published = PublishCustomModel(compiled);
   if (!published) {

@@ -33,10 +33,12 @@ struct ModelPipelineResult {
 [[nodiscard]] ModelPipelineResult Refused(const Status& failure, bool fatal);
 
 // Reads, validates, flattens, parses and compiles the baseline alone into `compiled`. The
-// result carries the counts, or the refusal (then `compiled` is unspecified).
+// result carries the counts, or the refusal (then `compiled` is unspecified). With `publishing`
+// set the icons of user commands are extracted into the icon cache first; without it nothing is
+// written.
 [[nodiscard]] ModelPipelineResult CompileBaseline(const std::wstring& schemaPath,
                                                   const std::wstring& baselinePath,
-                                                  CompiledCustomModel& compiled);
+                                                  CompiledCustomModel& compiled, bool publishing);
 
 // CompileBaseline, then with `publish` set the publication under the next version; with it
 // clear nothing is written and no version is taken.

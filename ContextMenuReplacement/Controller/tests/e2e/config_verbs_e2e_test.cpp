@@ -172,7 +172,7 @@ TEST(ConfigVerbsE2e, InitPublishStatusAndRefusalsThatChangeNothing) {
             "ACL accepted: only you, SYSTEM and Administrators can modify this file.\n",
             0}});
 
-  // Version 0 with its snapshot, as the count reaches after it wraps, is a publication.
+  // Version 0 with its snapshot (a control file that globals alone created) is a publication.
   std::string wrapped = ReadBytes(ControlFilePath());
   wrapped[8] = 0;
   WriteBytes(ControlFilePath(), wrapped);
@@ -275,7 +275,22 @@ TEST(ConfigVerbsE2e, SettingsFileValidatedAndItsGlobalsAppliedEvenWhenItsMenuIsR
                 "\"errors\":[\"'appearance.fontWeight' is not a supported weight.\"],"
                 "\"warnings\":[]}\n",
             1}});
+  // Readers take the version word as signed: past its highest value nothing at all is written.
+  std::string control = ReadBytes(ControlFilePath());
+  WriteBytes(ControlFilePath(), control.replace(8, 4, "\xFF\xFF\xFF\x7F", 4));
+  WriteBytes(settings, SettingsText(valuesSet));
+  RunRows(
+      {{{L"config", L"publish"},
+        "Publishing " + source + "\n  error:   The control file '" + ToUtf8(ControlFilePath()) +
+            "' announces version 2147483647, and no later version can be published because "
+            "readers accept none above 2147483647. Delete that file to restart the numbering at "
+            "1.\n" +
+            kNothingPublished,
+        1}});
+  EXPECT_EQ(ReadBytes(ControlFilePath()), control);
+  EXPECT_EQ(ReadBytes(SnapshotFilePath(0x80000000u)), "<unreadable>");
   (void)DeleteFileIfPresent(settings);
+  (void)DeleteFileIfPresent(ControlFilePath());  // later publications start at 1
 }
 
 }  // namespace

@@ -137,7 +137,7 @@ TEST(CustomModelE2e, ShippedBaselineReadBackPerTargetAndRefusalsChangeNothing) {
   EXPECT_EQ(ReadBytes(CustomModelControlPath()), control);
   EXPECT_FALSE(FileExists(CustomModelSnapshotPath(3)));
 
-  // A control record naming a snapshot the reader refuses or one that is missing, or naming none.
+  // Control records naming a refused snapshot, a missing one, none, and one without a successor.
   uint32_t nodes;
   std::memcpy(&nodes, second.data() + 40, 4);
   first[nodes + 8] = 11;  // the first node's kind
@@ -150,6 +150,15 @@ TEST(CustomModelE2e, ShippedBaselineReadBackPerTargetAndRefusalsChangeNothing) {
     EXPECT_EQ(run.output, output);
     EXPECT_EQ(run.exitCode, 1u);
   }
+  WriteBytes(CustomModelControlPath(), CustomModelControlRecord(0x7FFFFFFF));
+  run = Model({L"publish", kSchema, kBaseline});
+  EXPECT_PRED2(Has, run.output, ToUtf8(CustomModelControlPath()) + "' announces version 2");
+  EXPECT_EQ(run.exitCode, 1u);
+  EXPECT_EQ(ReadBytes(CustomModelControlPath()), CustomModelControlRecord(0x7FFFFFFF));
+  EXPECT_FALSE(FileExists(CustomModelSnapshotPath(0x80000000u)));
+  EXPECT_EQ(Model({L"reset", kSchema, kBaseline}).output,
+            run.output.substr(0, run.output.find('\n') + 1));
+  ASSERT_TRUE(::DeleteFileW(CustomModelControlPath().c_str()));  // later publications start at 1
 }
 
 // Merging is the overlay fixtures' concern; here a user command with its icon, and a hide on the
@@ -238,14 +247,17 @@ TEST(CustomModelE2e, OverlayValidatedPublishedMigratedAndReset) {
   reset(L"reset", {L"desktop"}, "No customizations exist for target 'desktop'.\n");
   const std::string hides = R"("node_overrides":[{"layout_id":"desktop-default","node_id":)"
                             R"("refresh","visibility":"hidden"})";
+  // A rule without a match serves every context, so no target's reset takes it.
+  const std::string global = R"({"id":"g","command_id":"classic:verb:y","action":{"kind":"hide"}})";
   const std::string text =
       kHeader + hides +
       R"(,{"layout_id":"drive-default","node_id":"eject","visibility":"hidden"}],)"
       R"("extension_rules":[{"id":"r","command_id":"classic:verb:x","match":{"family":)"
-      R"(["drive"]},"action":{"kind":"hide"}}]})";
+      R"(["drive"]},"action":{"kind":"hide"}},)" +
+      global + "]}";
   WriteBytes(overlay, text);
   reset(L"prepare-reset", {L"drive"},
-        "{\"overlay\":" + kHeader + hides + "],\"extension_rules\":[]}}\n");
+        "{\"overlay\":" + kHeader + hides + "],\"extension_rules\":[" + global + "]}}\n");
   reset(L"prepare-reset", {L"taskbar-clock"}, "{\"unchanged\":true}\n");
   reset(L"reset", {L"taskbar-clock"},
         "No customizations reference target 'taskbar-clock'; nothing to reset.\n");
@@ -264,6 +276,18 @@ TEST(CustomModelE2e, OverlayValidatedPublishedMigratedAndReset) {
   // A full reset refuses an invalid baseline before it touches the overlay.
   EXPECT_EQ(Model({L"reset", kSchema, kSchema}).exitCode, 1u);
   EXPECT_EQ(ReadBytes(overlay), "{not json");
+
+  // A baseline's own user command names its cached icon in the same way.
+  const std::wstring baseline = ScratchFolder(L"baseline-icon") + L"\\baseline.json";
+  WriteBytes(baseline,
+             R"({"document_kind":"baseline","schema_version":2,"layouts":[{"id":"d","match":)"
+             R"({"family":"desktop-background"},"items":[{"type":"command","id":"t","command_id":)"
+             R"("user:{00000000-0000-0000-0000-0000000000aa}","title":"T","executable":)"
+             R"("C:\\t.exe","icon_path":"C:\\windows\\notepad.exe"}]}]})");
+  EXPECT_EQ(Model({L"publish", kSchema, baseline}).output,
+            "Published custom model version 6: 1 layout(s), 1 node(s).\n");
+  EXPECT_PRED2(Has, ReadBytes(CustomModelSnapshotPath(6)),
+               std::string(reinterpret_cast<const char*>(icon.data()), 2 * icon.size()));
 }
 
 TEST(CustomModelE2e, PlacementOverlayWithEditsPoliciesAndDefinitions) {
