@@ -110,19 +110,18 @@ class LifecycleE2e : public ::testing::Test {
 
 TEST_F(LifecycleE2e, EnableThenDisableGivesBackThePriorUnlessTheUserChoseAgain) {
   const struct {
-    const char* name;
     Preference prior;
     const Preference* chosenAfterEnable;  // the user's own choice made while enabled
     std::string disabled;
   } rows[] = {
-      {"no key", kNoOverride, nullptr,
+      {kNoOverride, nullptr,
        "Preference: Removed the override key; the user is back on the Windows 11 modern menu.\n"},
-      {"user chose again", kNoOverride, &kTheirs,
+      {kNoOverride, &kTheirs,
        "Preference: The override key now holds 'C:\\Users\\me\\menu.dll', which is not what we "
        "wrote. Leaving the newer choice alone.\n"},
   };
   for (const auto& row : rows) {
-    SCOPED_TRACE(row.name);
+    SCOPED_TRACE(row.disabled);
     ResetLifecycle();
     SetPreference(row.prior);
     EXPECT_TRUE(Has(RunController(kEnable),
@@ -226,7 +225,6 @@ TEST_F(LifecycleE2e, DisclosureBeforeEnablingChangesNothing) {
 // Both forms of status in each state an account can be in, checked whole against golden files.
 // From row to row the fields take values that tell any two of them apart.
 TEST_F(LifecycleE2e, StatusInEachLifecycleState) {
-  const Preference odd{true, true, L"C:\\Tools\\shell \"x\"\x01.dll"};
   const struct {
     const char* state;
     Preference prior;
@@ -236,8 +234,8 @@ TEST_F(LifecycleE2e, StatusInEachLifecycleState) {
     DWORD verdict = 0;  // the Hook's probe verdict, with the detail "seen"; 0: none
   } rows[] = {
       {"never", kNoOverride, {}},
-      {"classic", odd, {kEnable}, nullptr, 2, 1},
-      {"refusal", kDllOverride, {kRefusal}, nullptr, 1, 2},
+      {"classic", {true, true, L"C:\\Tools\\shell \"x\"\x01.dll"}, {kEnable}, nullptr, 2, 1},
+      {"refusal", kNoOverride, {kRefusal}, nullptr, 1, 2},
       {"refusal_after_classic", kDllOverride, {kEnable, kRefusal}, nullptr, 0, 3},
       {"disabled", kDllOverride, {kEnable, {L"disable"}}},
       {"stood_down", kNoOverride, {kEnable, {L"disable"}}, &kTheirs, 0, 4},
