@@ -8,7 +8,8 @@ namespace cmr {
 namespace {
 
 // The rules apply in this order and the first one broken gives the line: row k breaks rule k
-// and every rule after it, so each row holds a rule to its line and to its place in the order.
+// and every rule after it, so each row holds a rule to its line and to its place in the order;
+// then rule k alone, so no rule leans on another.
 TEST(DialogEnrolment, TheFirstFailingRuleGivesTheLine) {
   const wchar_t* const lines[] = {
       L"inject-dialog: Ravelin is not enabled in Settings; nothing to do.",
@@ -23,8 +24,9 @@ TEST(DialogEnrolment, TheFirstFailingRuleGivesTheLine) {
       L"opened; its dialogs keep Windows' menu.",
       L"",
   };
-  for (size_t k = 0; k < std::size(lines); ++k) {
-    const auto broken = [k](size_t rule) { return rule >= k; };
+  for (size_t k = 0; k < 2 * std::size(lines); ++k) {
+    const size_t rule = k % std::size(lines);
+    const auto broken = [&](size_t r) { return k < std::size(lines) ? r >= rule : r == rule; };
     const DialogCandidate dialog{0x2A0B4,    broken(1) ? L"#32771" : L"#32770",
                                  77,         broken(2) ? L"explorer.exe" : L"app.exe",
                                  !broken(5), !broken(6)};
@@ -32,7 +34,7 @@ TEST(DialogEnrolment, TheFirstFailingRuleGivesTheLine) {
     DialogRules rules{
         !broken(0), {broken(3) ? L"off" : L"all-except", {}, {}}, {L"App.exe", L"app.ex"}};
     if (broken(4)) rules.crashExcluded.push_back(L"app.exe");
-    EXPECT_EQ(DialogRefusal(dialog, rules), lines[k]) << k;
+    EXPECT_EQ(DialogRefusal(dialog, rules), lines[rule]) << k;
   }
 }
 
@@ -44,7 +46,9 @@ TEST(DialogEnrolment, DialogSettingsAdmitByModeAndListIgnoringCase) {
   } rows[] = {
       {{L"all-except", {}, {L"Other.exe", L"APP.EXE"}}, L"app.exe", false},
       {{L"allowlist", {L"other.exe", L"App.Exe"}, {}}, L"app.exe", true},
-      {{L"allowlist", {L"app.ex"}, {L"other.exe"}}, L"other.exe", false},
+      {{L"allowlist", {L"app.ex"}, {}}, L"other.exe", false},
+      {{L"allowlist", {L"app.exe"}, {L"app.exe"}}, L"app.exe", true},
+      {{L"allowlist", {L"EXPLORER.EXE"}, {}}, L"explorer.exe", false},
       {{L"off", {L"app.exe"}, {}}, L"app.exe", false},
       {{L"all-except", {}, {}}, L"", false},
       {{L"Off", {}, {}}, L"app.exe", true},

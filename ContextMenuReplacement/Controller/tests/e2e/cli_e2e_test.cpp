@@ -26,28 +26,6 @@ TEST(CliE2e, DispatcherMessagesAndExitCodes) {
       {{L"placement-contracts", L"schema.json", L"fixtures", L"extra"},
        unknown("placement-contracts"),
        1},
-      {{L"inject-dialog"}, "inject-dialog needs the dialog's window handle.\n", 1},
-      {{L"reconcile", L"--force", L"--now"}, "Unknown reconcile option '--now'.\n", 1},
-      {{L"suppress"}, "suppress needs a mode: off, classnotreg, or efail.\n", 1},
-      {{L"context"}, "context needs a mode: off, log, or overlay.\n", 1},
-      {{L"replacement"}, "replacement needs a mode: off, native, modern, or fail.\n", 1},
-      {{L"config"},
-       "config needs an action: init, path, check, validate, publish, watch, or status.\n",
-       1},
-      {{L"config", L"validate", L"a.json", L"b.json"}, "Unexpected argument 'b.json'.\n", 1},
-      // "--json" may stand anywhere and any number of times; the one file reaches the handler.
-      {{L"config", L"validate", L"--json", L"a.json", L"--json"},
-       "config validate reads the settings file; it takes no path argument.\n",
-       1},
-      {{L"custom-model"},
-       "custom-model needs an action: publish, publish-user, validate-user, effective, or "
-       "reset.\n",
-       1},
-      {{L"enable", L"--strategy"}, "Unknown option '--strategy'.\n", 1},
-      {{L"enable", L"--yes", L"--Force"}, "Unknown option '--Force'.\n", 1},
-      {{L"enable", L"--strategy", L"Classic"},
-       "Unknown strategy 'Classic'. Use classic or refusal.\n",
-       1},
       // Only the word right after the verb selects JSON.
       // No Hook runs in these tests, so the text form ends in 1 after saying so.
       {{L"status", L"x", L"--json"}, "Context-menu preference\n", 1, true},
@@ -55,6 +33,9 @@ TEST(CliE2e, DispatcherMessagesAndExitCodes) {
       {{L"boot-restore"}, "", 0, true},
       {{L"restart-explorer"}, "", 1, true},
   });
+  // Every other refusal of the dispatcher and of the verbs' own words.
+  const std::string golden = ReadBytes(FromUtf8(CMR_GOLDEN_DIR) + L"/dispatcher_refusals.txt");
+  EXPECT_EQ(RunTranscript(golden), golden);
 }
 
 // A file where the log folder belongs makes the folder impossible to create: the self-check
@@ -63,19 +44,8 @@ TEST(CliE2e, SelfChecksRunWithoutTheLogAndALogFailureIsReported) {
   ResetUserData();
   (void)EnsureDirectories(JoinPath(ProductFolder(), L"Controller"));
   WriteBytes(JoinPath(ProductFolder(), L"Controller\\Logs"), "not a folder");
-  RunRows({
-      {{L"model-contracts", L"a", L"b"},
-       "model-contracts needs a schema path, fixtures directory and at least one shipped "
-       "baseline.\n",
-       1},
-      {{L"placement-contracts", L"schema.json", L"fixtures"},
-       "The schema 'schema.json' could not be read.\n",
-       1},
-      {{L"suppress"},
-       "Could not initialize logging; continuing with console output only.\n"
-       "suppress needs a mode: off, classnotreg, or efail.\n",
-       1},
-  });
+  const std::string golden = ReadBytes(FromUtf8(CMR_GOLDEN_DIR) + L"/without_the_log.txt");
+  EXPECT_EQ(RunTranscript(golden), golden);
   ResetUserData();
 }
 
