@@ -10,6 +10,7 @@
 #include <unordered_set>
 
 #include "common/json_text.h"
+#include "common/schema_shape.h"
 #include "common/text.h"
 #include "model/command_identity.h"
 #include "model/model_names.h"
@@ -488,12 +489,20 @@ class DocumentParser {
 
 }  // namespace
 
+Status CheckSchema(const Value& schema) {
+  // The validator follows references without a guard: one that loops never returns, one that
+  // does not resolve accepts everything, and a long chain of them exhausts the stack. It also
+  // skips keywords it cannot read, which would accept everything too.
+  std::wstring problem = SchemaReferenceProblem(schema);
+  if (problem.empty()) problem = SchemaShapeProblem(schema);
+  return problem.empty() ? Status() : Status::Failure(std::move(problem));
+}
+
 Status SchemaViolation(const rapidjson::Document& schema, const Value& document) {
-  // The validator follows references without a guard: one that loops never returns, and one
-  // that does not resolve accepts everything.
-  if (std::wstring problem = SchemaReferenceProblem(schema); !problem.empty()) {
-    problem[0] = static_cast<wchar_t>(std::towlower(problem[0]));
-    return Status::Failure(std::move(problem));
+  if (Status problem = CheckSchema(schema); !problem) {
+    std::wstring detail = problem.message();
+    detail[0] = static_cast<wchar_t>(std::towlower(detail[0]));
+    return Status::Failure(std::move(detail));
   }
   const rapidjson::SchemaDocument schemaDocument(schema);
   rapidjson::SchemaValidator validator(schemaDocument);
