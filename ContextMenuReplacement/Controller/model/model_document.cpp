@@ -11,6 +11,7 @@
 
 #include "common/json_text.h"
 #include "common/schema_shape.h"
+#include "common/schema_workload.h"
 #include "common/text.h"
 #include "model/command_identity.h"
 #include "model/model_names.h"
@@ -503,6 +504,11 @@ Status SchemaViolation(const rapidjson::Document& schema, const Value& document)
     std::wstring detail = problem.message();
     detail[0] = static_cast<wchar_t>(std::towlower(detail[0]));
     return Status::Failure(std::move(detail));
+  }
+  // A schema that applies one schema twice doubles the validator's work at every level.
+  if (std::wstring problem = SchemaWorkloadProblem(schema, document); !problem.empty()) {
+    problem[0] = static_cast<wchar_t>(std::towlower(problem[0]));
+    return Status::Failure(std::move(problem));
   }
   const rapidjson::SchemaDocument schemaDocument(schema);
   rapidjson::SchemaValidator validator(schemaDocument);
