@@ -3,6 +3,7 @@
 // readers. A crash ends the test executable; every refusal must say why; everything accepted
 // must flatten into an image its own reader accepts.
 
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -34,7 +35,8 @@ std::string Mutate(std::string text, std::mt19937& random) {
     std::istringstream words(
         "\\u0000 \\udc00 \\ud800 \xEF\xBB\xBF 18446744073709551616 1e999 -1 4294967296 "
         "\"source\":\"user\", \"id\":\"x\", null [[[[[[[[[[[[[[[[ }}]] {\"$ref\":\"#\"} "
-        "\"$ref\":\"#/definitions/node\", \"items\":5, \"pattern\":\"[\", false");
+        "\"$ref\":\"#/definitions/node\", \"items\":5, \"pattern\":\"[\", false "
+        "\"additionalProperties\":{\"$ref\":\"#\"}, \"items\":{\"$ref\":\"#/definitions/n\"},");
     return std::vector<std::string>(std::istream_iterator<std::string>(words), {});
   }();
   const int edits = 1 + static_cast<int>(random() % 4);
@@ -94,6 +96,10 @@ std::string Staged(const wchar_t* relative) {
 }
 
 TEST(ReaderMutation, NoMutatedDocumentCrashesAReaderAndEveryRefusalSaysWhy) {
+  std::string chain = R"({"$ref":"#/definitions/d0","definitions":{)";
+  for (int i = 0; i < 31; ++i)
+    chain += fmt::format(R"("d{}":{{"$ref":"#/definitions/d{}"}},)", i, i + 1);
+  chain += R"("d31":{}}})";
   const struct {
     const char* name;
     std::string text;
@@ -106,6 +112,11 @@ TEST(ReaderMutation, NoMutatedDocumentCrashesAReaderAndEveryRefusalSaysWhy) {
       {"shipped baseline", Staged(L"Content\\Menus\\create-organize.baseline.json"),
        Reader::baseline, 600},
       {"shipped schema", Staged(L"Schema\\custom-menu.schema.json"), Reader::schema, 600},
+      {"a doubling schema",
+       R"({"$ref":"#/definitions/n","definitions":{"m":{"items":{"$ref":"#/definitions/n"}},)"
+       R"("n":{"allOf":[{"$ref":"#/definitions/m"},{"$ref":"#/definitions/m"}]}}})",
+       Reader::schema, 300},
+      {"a 32-link chain", chain, Reader::schema, 300},
   };
   std::mt19937 random(20261123);
   for (const auto& [name, text, reader, inputs] : sources) {
