@@ -137,8 +137,11 @@ std::wstring PatternProblem(const Value& pattern, const std::string& at) {
   return {};
 }
 
-std::wstring ObjectCountProblem(const Value& schema) {
+// RapidJSON builds a schema from every object of the document, data in "enum" included, and
+// compiles each one's patterns, so the objects and the states of all patterns are counted there.
+std::wstring SizeProblem(const Value& schema) {
   size_t count = 0;
+  size_t states = 0;
   std::vector<std::pair<const Value*, std::string>> pending{{&schema, "#"}};
   while (!pending.empty()) {
     auto [value, at] = std::move(pending.back());
@@ -148,6 +151,20 @@ std::wstring ObjectCountProblem(const Value& schema) {
       if (++count > kMaxSchemaObjects) {
         return fmt::format(L"The schema holds more than {} objects; the limit is exceeded at '{}'.",
                            kMaxSchemaObjects, Shown(at));
+      }
+      for (const char* keyword : {"pattern", "patternProperties"}) {
+        const Value* found = JsonMember(*value, keyword);
+        if (found != nullptr && found->IsString()) states += PatternStateBound(Text(*found));
+        if (found != nullptr && found->IsObject()) {
+          for (const auto& entry : found->GetObject())
+            states += PatternStateBound(Text(entry.name));
+        }
+        if (states > kMaxSchemaPatternStates) {
+          return fmt::format(
+              L"The schema's patterns expand to more than {} states; the limit is exceeded at "
+              L"'{}'.",
+              kMaxSchemaPatternStates, Shown(at + "/" + keyword));
+        }
       }
       for (auto member = value->MemberEnd(); member != value->MemberBegin();) {
         --member;
@@ -228,7 +245,7 @@ size_t PatternStateBound(std::string_view pattern) {
 }
 
 std::wstring SchemaShapeProblem(const rapidjson::Value& schema) {
-  if (std::wstring problem = ObjectCountProblem(schema); !problem.empty()) return problem;
+  if (std::wstring problem = SizeProblem(schema); !problem.empty()) return problem;
   // Every position the validator reads a schema from, found without recursion; a "$ref" target
   // is one too, and the set keeps a schema reached twice from being checked twice.
   std::vector<std::pair<const Value*, std::string>> pending{{&schema, "#"}};

@@ -16,12 +16,14 @@ namespace cmr {
 
 // The shipped schema holds 160 objects and one pattern of about 70 states; these bounds are far
 // above any real schema and keep the validator's construction well under a second.
-inline constexpr size_t kMaxSchemaObjects = 8192;
+inline constexpr size_t kMaxSchemaObjects = 4096;
 inline constexpr size_t kMaxPatternStates = 4096;
+inline constexpr size_t kMaxSchemaPatternStates = 32768;  // all patterns together
 
 // Checks that the schema is an object, that every keyword the validator acts on has the type
 // draft-04 gives it (following "$ref" targets as well as the nested schemas), that every pattern
-// compiles within kMaxPatternStates, and that the schema holds at most kMaxSchemaObjects objects.
+// compiles within kMaxPatternStates, and that the schema holds at most kMaxSchemaObjects objects
+// and kMaxSchemaPatternStates states of patterns.
 // Returns a whole sentence naming the offending keyword's JSON pointer, or empty when sound.
 [[nodiscard]] std::wstring SchemaShapeProblem(const rapidjson::Value& schema);
 

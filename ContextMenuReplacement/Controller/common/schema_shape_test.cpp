@@ -16,6 +16,8 @@ TEST(SchemaShape, MalformedSchemasAreRefusedNamingTheKeyword) {
   for (size_t i = 0; i < kMaxSchemaObjects; ++i) objects += "\"d" + std::to_string(i) + "\":{},";
   objects.back() = '}';
   objects += '}';
+  std::string patterns;  // 8 of 3998 states, 31984 in all
+  for (int i = 0; i < 8; ++i) patterns += "{\"pattern\":\"a{1999}\"},";
   const std::pair<std::string, const wchar_t*> rows[] = {
       {"false", L"The schema at '#' must be a JSON object."},
       {"null", L"The schema at '#' must be a JSON object."},
@@ -51,8 +53,12 @@ TEST(SchemaShape, MalformedSchemasAreRefusedNamingTheKeyword) {
       // Reached only through the reference: the enum's content is data, not a schema.
       {R"({"enum":[{"uniqueItems":1}],"$ref":"#/enum/0"})",
        L"The schema's 'uniqueItems' at '#/enum/0/uniqueItems' must be a boolean."},
+      // Data in "enum" is built as a schema too, and its patterns compiled.
+      {"{\"enum\":[" + patterns + "{\"pattern\":\"a{1999}\"}]}",
+       L"The schema's patterns expand to more than 32768 states; the limit is exceeded at "
+       L"'#/enum/8/pattern'."},
       {objects,
-       L"The schema holds more than 8192 objects; the limit is exceeded at '#/definitions/d8190'."},
+       L"The schema holds more than 4096 objects; the limit is exceeded at '#/definitions/d4094'."},
       {R"({"type":["object","null"],"pattern":"^a{2,}(b|c)*[\\]x]?$","enum":[{"items":5}],)"
        R"("properties":{"p":{"$ref":"#/definitions/d"}},"definitions":{"d":{"minimum":1.5}}})",
        L""},
