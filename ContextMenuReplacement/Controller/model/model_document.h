@@ -48,7 +48,9 @@ inline constexpr std::wstring_view kDefaultMenuStyle = L"create-organize";
 [[nodiscard]] Status ValidateAgainstSchema(const rapidjson::Document& schema,
                                            const rapidjson::Value& document, DocumentKind which);
 // The detail alone ("the '...' rule at schema location '...' rejects '...'."), or "" when the
-// document is valid.
+// document is valid. A schema CheckSchema refuses, or one that would start more than
+// kMaxSchemaValidators validators over this document (common/schema_workload.h), gives that
+// sentence instead, its first letter lowered.
 [[nodiscard]] Status SchemaViolation(const rapidjson::Document& schema,
                                      const rapidjson::Value& document);
 
