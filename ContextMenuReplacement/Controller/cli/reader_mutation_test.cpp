@@ -1,10 +1,13 @@
 // A seeded mutation run over the documents people and installers edit (the starter menu.json,
-// the shipped settings file and the shipped baseline) through the real readers. A crash ends
-// the test executable; every refusal must say why; everything accepted must flatten into an
-// image its own reader accepts.
+// the shipped settings file, the shipped baseline and the shipped schema) through the real
+// readers. A crash ends the test executable; every refusal must say why; everything accepted
+// must flatten into an image its own reader accepts.
 
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <iterator>
 #include <random>
@@ -31,7 +34,9 @@ std::string Mutate(std::string text, std::mt19937& random) {
   static const std::vector<std::string> kTokens = [] {
     std::istringstream words(
         "\\u0000 \\udc00 \\ud800 \xEF\xBB\xBF 18446744073709551616 1e999 -1 4294967296 "
-        "\"source\":\"user\", \"id\":\"x\", null [[[[[[[[[[[[[[[[ }}]]");
+        "\"source\":\"user\", \"id\":\"x\", null [[[[[[[[[[[[[[[[ }}]] {\"$ref\":\"#\"} "
+        "\"$ref\":\"#/definitions/node\", \"items\":5, \"pattern\":\"[\", false "
+        "\"additionalProperties\":{\"$ref\":\"#\"}, \"items\":{\"$ref\":\"#/definitions/n\"},");
     return std::vector<std::string>(std::istream_iterator<std::string>(words), {});
   }();
   const int edits = 1 + static_cast<int>(random() % 4);
@@ -50,7 +55,7 @@ std::string Mutate(std::string text, std::mt19937& random) {
   return text;
 }
 
-enum class Reader { menu, settings, baseline };
+enum class Reader { menu, settings, baseline, schema };
 
 // Reads `text` as the program reads that document and returns whether it was accepted; a
 // refusal must say why, and what is accepted must flatten into an image its own reader accepts.
@@ -68,14 +73,18 @@ bool Accepts(Reader reader, const std::string& text) {
     read = ReadSettingsText(text, configuration, errors, warnings);
   } else {
     static const std::wstring schema = StagedFile(L"Schema\\custom-menu.schema.json");
+    static const std::wstring baseline =
+        StagedFile(L"Content\\Menus\\create-organize.baseline.json");
     static const std::wstring file = JoinPath(ParentFolder(ExecutableFolder()), L"mutated.json");
     EXPECT_TRUE(AtomicWriteFile(file, text).ok());
     CompiledCustomModel compiled;
-    errors = CompileBaseline(schema, file, compiled, false).errors;
+    errors = (reader == Reader::schema ? CompileBaseline(file, baseline, compiled, false)
+                                       : CompileBaseline(schema, file, compiled, false))
+                 .errors;
     read = errors.empty();
   }
   EXPECT_TRUE(read || (!errors.empty() && !errors[0].empty()));
-  if (read && reader != Reader::baseline) {
+  if (read && (reader == Reader::menu || reader == Reader::settings)) {
     EXPECT_EQ(CheckSnapshotImage(FlattenConfiguration(configuration, 7), 7), L"");
   }
   return read;
@@ -87,6 +96,10 @@ std::string Staged(const wchar_t* relative) {
 }
 
 TEST(ReaderMutation, NoMutatedDocumentCrashesAReaderAndEveryRefusalSaysWhy) {
+  std::string chain = R"({"$ref":"#/definitions/d0","definitions":{)";
+  for (int i = 0; i < 31; ++i)
+    chain += fmt::format(R"("d{}":{{"$ref":"#/definitions/d{}"}},)", i, i + 1);
+  chain += R"("d31":{}}})";
   const struct {
     const char* name;
     std::string text;
@@ -98,16 +111,31 @@ TEST(ReaderMutation, NoMutatedDocumentCrashesAReaderAndEveryRefusalSaysWhy) {
        Reader::settings, 3000},
       {"shipped baseline", Staged(L"Content\\Menus\\create-organize.baseline.json"),
        Reader::baseline, 600},
+      {"shipped schema", Staged(L"Schema\\custom-menu.schema.json"), Reader::schema, 600},
+      {"a doubling schema",
+       R"({"$ref":"#/definitions/n","definitions":{"m":{"items":{"$ref":"#/definitions/n"}},)"
+       R"("n":{"allOf":[{"$ref":"#/definitions/m"},{"$ref":"#/definitions/m"}]}}})",
+       Reader::schema, 300},
+      {"a 32-link chain", chain, Reader::schema, 300},
   };
   std::mt19937 random(20261123);
   for (const auto& [name, text, reader, inputs] : sources) {
     SCOPED_TRACE(name);
     ASSERT_TRUE(Accepts(reader, text));
     int accepted = 0;
-    for (int i = 0; i < inputs; ++i) accepted += Accepts(reader, Mutate(text, random));
+    std::chrono::steady_clock::duration longest{};
+    for (int i = 0; i < inputs; ++i) {
+      const std::string mutated = Mutate(text, random);
+      const auto start = std::chrono::steady_clock::now();
+      accepted += Accepts(reader, mutated);
+      longest = std::max(longest, std::chrono::steady_clock::now() - start);
+    }
     // The figures for the record; a crash would have ended the run before this line.
-    std::printf("mutation run, %s: %d inputs, %d accepted, %d refused, 0 crashes\n", name, inputs,
-                accepted, inputs - accepted);
+    std::printf(
+        "mutation run, %s: %d inputs, %d accepted, %d refused, 0 crashes, longest %lld ms\n", name,
+        inputs, accepted, inputs - accepted,
+        static_cast<long long>(
+            std::chrono::duration_cast<std::chrono::milliseconds>(longest).count()));
   }
 }
 

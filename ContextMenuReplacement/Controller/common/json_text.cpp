@@ -339,14 +339,17 @@ std::wstring SchemaReferenceProblem(const rapidjson::Value& schema) {
   while (!pending.empty()) {
     Node node = std::move(pending.back());
     pending.pop_back();
+    // Children are pushed last first, so the objects are listed in document order and a
+    // limit names the first reference that passes it.
     if (node.value->IsObject()) {
-      for (const auto& member : node.value->GetObject()) {
-        pending.push_back({&member.value, node.location + "/" + member.name.GetString()});
+      for (auto member = node.value->MemberEnd(); member != node.value->MemberBegin();) {
+        --member;
+        pending.push_back({&member->value, node.location + "/" + member->name.GetString()});
       }
       objects.push_back(std::move(node));
     } else if (node.value->IsArray()) {
-      for (SizeType i = 0; i < node.value->Size(); ++i) {
-        pending.push_back({&(*node.value)[i], fmt::format("{}/{}", node.location, i)});
+      for (SizeType i = node.value->Size(); i > 0; --i) {
+        pending.push_back({&(*node.value)[i - 1], fmt::format("{}/{}", node.location, i - 1)});
       }
     }
   }
@@ -398,6 +401,7 @@ std::wstring SchemaReferenceProblem(const rapidjson::Value& schema) {
   };
   enum : char { unseen, open, done };
   std::vector<char> state(objects.size(), unseen);
+  std::vector<size_t> finished;  // every schema after the ones it applies to the same value
   for (size_t start = 0; start < objects.size(); ++start) {
     if (state[start] != unseen) continue;
     std::vector<std::pair<size_t, std::vector<size_t>>> path;
@@ -407,6 +411,7 @@ std::wstring SchemaReferenceProblem(const rapidjson::Value& schema) {
       auto& [node, next] = path.back();
       if (next.empty()) {
         state[node] = done;
+        finished.push_back(node);
         path.pop_back();
         continue;
       }
@@ -422,6 +427,53 @@ std::wstring SchemaReferenceProblem(const rapidjson::Value& schema) {
         state[child] = open;
         path.emplace_back(child, sameValueSchemas(child));
       }
+    }
+  }
+  // RapidJSON follows a reference to a reference by recursion, looking each one up linearly:
+  // a chain of some thousands of links takes seconds and a longer one overflows the stack.
+  // Without cycles every chain ends, so its length is counted once per reference.
+  std::vector<size_t> links(objects.size(), 0);
+  const auto next = [&](size_t i) {
+    return targets[i] != nullptr && JsonMember(*targets[i], "$ref") != nullptr ? indexOf(targets[i])
+                                                                               : objects.size();
+  };
+  for (size_t start = 0; start < objects.size(); ++start) {
+    if (targets[start] == nullptr || links[start] != 0) continue;
+    std::vector<size_t> chain;
+    size_t i = start;
+    for (; i < objects.size() && links[i] == 0; i = next(i)) chain.push_back(i);
+    size_t length = i < objects.size() ? links[i] : 0;
+    for (auto it = chain.rbegin(); it != chain.rend(); ++it) links[*it] = ++length;
+    if (length > kMaxSchemaReferenceChain) {
+      size_t cut = start;
+      for (size_t hop = 0; hop < kMaxSchemaReferenceChain; ++hop) cut = next(cut);
+      return fmt::format(
+          L"The schema's chain of '$ref' references from '{}' exceeds {} links at '{}'.",
+          EscapeControlCharacters(FromUtf8(objects[start].location)), kMaxSchemaReferenceChain,
+          EscapeControlCharacters(FromUtf8(objects[cut].location)));
+    }
+  }
+  size_t references = 0;
+  for (size_t i = 0; i < objects.size(); ++i) {
+    if (targets[i] != nullptr && ++references > kMaxSchemaReferences) {
+      return fmt::format(
+          L"The schema holds more than {} '$ref' references; the limit is exceeded at '{}'.",
+          kMaxSchemaReferences, EscapeControlCharacters(FromUtf8(objects[i].location)));
+    }
+  }
+  // The validator runs every schema that applies to a value side by side, so a few levels of
+  // "allOf" naming one schema twice multiply into millions of them for a single value.
+  std::vector<size_t> applied(objects.size(), 0);
+  for (const size_t node : finished) {
+    size_t total = 1;
+    for (const size_t child : sameValueSchemas(node)) {
+      total = std::min(total + applied[child], kMaxSchemasPerValue + 1);
+    }
+    applied[node] = total;
+    if (total > kMaxSchemasPerValue) {
+      return fmt::format(L"The schema at '{}' applies more than {} schemas to one value.",
+                         EscapeControlCharacters(FromUtf8(objects[node].location)),
+                         kMaxSchemasPerValue);
     }
   }
   return {};

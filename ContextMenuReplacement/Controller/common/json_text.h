@@ -52,9 +52,21 @@ struct JsonParseFailure {
 // Member text of a UTF-8 DOM string value as UTF-16.
 [[nodiscard]] std::wstring JsonWide(const rapidjson::Value& value);
 
+// The references a schema may hold, and the links of one chain of references to references.
+// The shipped schema holds 47 references and no chain longer than one link; RapidJSON follows a
+// chain by recursion and looks up each reference linearly, so both are bounded far above that.
+inline constexpr size_t kMaxSchemaReferences = 1024;
+inline constexpr size_t kMaxSchemaReferenceChain = 32;
+// The schemas that references and "allOf", "anyOf", "oneOf" and "not" apply to one value: the
+// validator runs them all side by side. The shipped schema applies at most a handful.
+inline constexpr size_t kMaxSchemasPerValue = 1024;
+
 // Checks every "$ref" of a JSON schema before a validator is built from it: each must be a
-// pointer into the schema itself ("#" or "#/...") that resolves, and no chain of references
-// may lead back to where it started. Returns a whole-sentence message, or empty when sound.
+// pointer into the schema itself ("#" or "#/...") that resolves, no chain of references may lead
+// back to where it started, no chain may be longer than kMaxSchemaReferenceChain links, there
+// may be at most kMaxSchemaReferences, and no schema may apply more than kMaxSchemasPerValue
+// schemas to one value. Returns a whole-sentence message naming the reference
+// where the schema failed, or empty when sound.
 [[nodiscard]] std::wstring SchemaReferenceProblem(const rapidjson::Value& schema);
 
 }  // namespace cmr

@@ -1,5 +1,6 @@
 #include "common/json_text.h"
 
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include <string>
@@ -63,11 +64,44 @@ TEST(JsonText, HostileTextIsRefusedWithWhereAndWhyAndTheRestAccepted) {
   EXPECT_EQ(JsonWide(document["a"]), L"\u00e4");
 }
 
-// Schemas whose references never resolve, or resolve back to themselves, are refused before
-// any validator is built from them.
+// A chain of `links` references from the root, "#/definitions/d0" to "d<links-1>", or as many
+// references side by side.
+std::string References(size_t links, bool chained) {
+  std::string text = R"({"$ref":"#/definitions/d0","definitions":{)";
+  for (size_t i = 0; i + 1 < links; ++i) {
+    text += fmt::format(R"("d{}":{{"$ref":"#/definitions/d{}"}},)", i, chained ? i + 1 : links - 1);
+  }
+  return text + fmt::format(R"("d{}":{{}}}}}})", links - 1);
+}
+
+// Each level applies the next one twice, through two references: d0 applies 2^(levels+2) - 3
+// schemas to one value.
+std::string Fanned(size_t levels) {
+  std::string text = R"({"definitions":{)";
+  for (size_t i = 0; i < levels; ++i) {
+    text += fmt::format(
+        R"("d{}":{{"allOf":[{{"$ref":"#/definitions/d{}"}},{{"$ref":"#/definitions/d{}"}}]}},)", i,
+        i + 1, i + 1);
+  }
+  return text + fmt::format(R"("d{}":{{}}}}}})", levels);
+}
+
+// Schemas whose references never resolve, resolve back to themselves, or would take the
+// validator's construction past a second or past the end of the stack (10,000 links once ended
+// the process silently) are refused before any validator is built from them.
 TEST(JsonText, SchemaReferencesMustResolveAndNeverLoop) {
   // Null: some problem, whichever the walk meets first.
-  const std::pair<const char*, const wchar_t*> rows[] = {
+  const std::pair<std::string, const wchar_t*> rows[] = {
+      {References(10'000, true),
+       L"The schema's chain of '$ref' references from '#' exceeds 32 links at "
+       L"'#/definitions/d31'."},
+      {References(kMaxSchemaReferenceChain, true), L""},
+      {References(kMaxSchemaReferences + 1, false),
+       L"The schema holds more than 1024 '$ref' references; the limit is exceeded at "
+       L"'#/definitions/d1023'."},
+      {References(kMaxSchemaReferences, false), L""},
+      {Fanned(9), L"The schema at '#/definitions/d0' applies more than 1024 schemas to one value."},
+      {Fanned(8), L""},
       {R"({"definitions":{"a":{"items":{"$ref":"#/definitions/a"}}},"$ref":"#/definitions/a"})",
        L""},
       {R"({"properties":{"x":{"$ref":"#"}}})", L""},
@@ -85,9 +119,10 @@ TEST(JsonText, SchemaReferencesMustResolveAndNeverLoop) {
   for (const auto& [text, expected] : rows) {
     rapidjson::Document schema;
     JsonParseFailure failure;
-    ASSERT_TRUE(ParseJsonText(text, false, schema, failure)) << text;
+    ASSERT_TRUE(ParseJsonText(text, false, schema, failure)) << text.substr(0, 80);
     const std::wstring problem = SchemaReferenceProblem(schema);
-    EXPECT_TRUE(expected ? problem == expected : !problem.empty()) << text << ": " << problem;
+    EXPECT_TRUE(expected ? problem == expected : !problem.empty())
+        << text.substr(0, 80) << ": " << problem;
   }
 }
 

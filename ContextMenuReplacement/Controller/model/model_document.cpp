@@ -10,6 +10,8 @@
 #include <unordered_set>
 
 #include "common/json_text.h"
+#include "common/schema_shape.h"
+#include "common/schema_workload.h"
 #include "common/text.h"
 #include "model/command_identity.h"
 #include "model/model_names.h"
@@ -488,10 +490,23 @@ class DocumentParser {
 
 }  // namespace
 
+Status CheckSchema(const Value& schema) {
+  // The validator follows references without a guard: one that loops never returns, one that
+  // does not resolve accepts everything, and a long chain of them exhausts the stack. It also
+  // skips keywords it cannot read, which would accept everything too.
+  std::wstring problem = SchemaReferenceProblem(schema);
+  if (problem.empty()) problem = SchemaShapeProblem(schema);
+  return problem.empty() ? Status() : Status::Failure(std::move(problem));
+}
+
 Status SchemaViolation(const rapidjson::Document& schema, const Value& document) {
-  // The validator follows references without a guard: one that loops never returns, and one
-  // that does not resolve accepts everything.
-  if (std::wstring problem = SchemaReferenceProblem(schema); !problem.empty()) {
+  if (Status problem = CheckSchema(schema); !problem) {
+    std::wstring detail = problem.message();
+    detail[0] = static_cast<wchar_t>(std::towlower(detail[0]));
+    return Status::Failure(std::move(detail));
+  }
+  // A schema that applies one schema twice doubles the validator's work at every level.
+  if (std::wstring problem = SchemaWorkloadProblem(schema, document); !problem.empty()) {
     problem[0] = static_cast<wchar_t>(std::towlower(problem[0]));
     return Status::Failure(std::move(problem));
   }

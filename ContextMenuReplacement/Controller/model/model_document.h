@@ -35,18 +35,24 @@ inline constexpr uint32_t kNewestSchemaVersion = 3;
 // The menu style of a baseline that carries no "base_id".
 inline constexpr std::wstring_view kDefaultMenuStyle = L"create-organize";
 
+// Refuses a schema the validator cannot be trusted with (common/json_text.h for its references,
+// common/schema_shape.h for its shape and size) with that whole sentence; run before either
+// document is checked against it.
+[[nodiscard]] Status CheckSchema(const rapidjson::Value& schema);
+
 // Checks a document against the schema with RapidJSON's draft-04 validator. Returns "" when it
 // is valid, else "The baseline does not satisfy custom-menu.schema.json: {}" (or "The overlay
 // ...") and a detail built from the validator's failing keyword, schema pointer and document
 // pointer, for example "the 'additionalProperties' rule at schema location '#/definitions/node'
 // rejects '#/insertions/0/node/hwnd'." (for that keyword the location ends with the refused key).
 [[nodiscard]] Status ValidateAgainstSchema(const rapidjson::Document& schema,
-                                                 const rapidjson::Value& document,
-                                                 DocumentKind which);
+                                           const rapidjson::Value& document, DocumentKind which);
 // The detail alone ("the '...' rule at schema location '...' rejects '...'."), or "" when the
-// document is valid.
+// document is valid. A schema CheckSchema refuses, or one that would start more than
+// kMaxSchemaValidators validators over this document (common/schema_workload.h), gives that
+// sentence instead, its first letter lowered.
 [[nodiscard]] Status SchemaViolation(const rapidjson::Document& schema,
-                                           const rapidjson::Value& document);
+                                     const rapidjson::Value& document);
 
 // The header keys of a document, read before anything else.
 struct DocumentHeader {
@@ -60,8 +66,7 @@ struct DocumentHeader {
 // Reads "document_kind", "schema_version", "baseline_version" and "base_id". Needs nothing
 // else of the document, so it may run before schema validation (a future version is then
 // reported as such instead of as an unknown key). On failure `out` is untouched.
-[[nodiscard]] Status ReadDocumentHeader(const rapidjson::Value& document,
-                                              DocumentHeader& out);
+[[nodiscard]] Status ReadDocumentHeader(const rapidjson::Value& document, DocumentHeader& out);
 
 // "The custom model publisher accepts a baseline document only." unless `header` is a baseline.
 [[nodiscard]] Status RequireBaselineDocument(const DocumentHeader& header);
@@ -69,7 +74,7 @@ struct DocumentHeader {
 // "Baseline and overlay schema versions must match; no automatic conversion is supported."
 // unless both carry the same version (a missing version counts as 1).
 [[nodiscard]] Status RequireMatchingSchemaVersions(const DocumentHeader& baseline,
-                                                         const DocumentHeader& overlay);
+                                                   const DocumentHeader& overlay);
 
 // The document's menu style: its "base_id", or "create-organize" when it has none.
 [[nodiscard]] std::wstring MenuStyleOf(const DocumentHeader& header);

@@ -74,13 +74,25 @@ ModelPipelineResult Compile(const ModelSources& sources, bool publish, FileOpera
     *text = std::move(*read.value());
   }
   rapidjson::Document schema, merged, overlay;
-  JsonParseFailure failure;
-  if (!ParseJsonText(schemaText, false, schema, failure) ||
-      !ParseJsonText(baselineText, false, merged, failure) ||
-      (withOverlay && !ParseJsonText(overlayText, false, overlay, failure))) {
+  if (!ParseModelFile(sources.schemaPath, schemaText, schema) ||
+      !ParseModelFile(sources.baselinePath, baselineText, merged) ||
+      (withOverlay && !ParseModelFile(sources.overlayPath, overlayText, overlay))) {
     return Refused(withOverlay ? L"The schema, baseline or overlay is not valid JSON."
                                : L"The schema or baseline is not valid JSON.",
                    false);
+  }
+  if (Status problem = CheckSchema(schema); !problem) {
+    WriteLogLine(LogLevel::error, fmt::format(L"[custom-model] Refusing the schema '{}': {}",
+                                              sources.schemaPath, problem.message()));
+    return Refused(problem, false);
+  }
+  // The baseline alone is refused in one fixed sentence; the merge below words it for the
+  // overlay road, where the detail is printed.
+  if (!withOverlay) {
+    if (Status violation = SchemaViolation(schema, merged); !violation) {
+      LogBaselineViolation(sources.baselinePath, violation);
+      return Refused(L"The baseline does not satisfy custom-menu.schema.json.", false);
+    }
   }
   ModelDocument model;
   bool restamped = false;

@@ -57,15 +57,14 @@ bool FilterForTarget(const CustomModelArguments& args, const std::wstring& text,
   }
   const Result<std::optional<std::string>> overlayText = ReadFileIfPresent(OverlayPath(L""));
   if (overlayText && !overlayText.value()) return true;
-  JsonParseFailure failure;
-  if (!overlayText || !ParseJsonText(*overlayText.value(), false, out.overlay, failure)) {
+  if (!overlayText || !ParseModelFile(OverlayPath(L""), *overlayText.value(), out.overlay)) {
     PrintLine(L"The overlay file is not valid JSON; cannot perform a target-scoped reset.");
     return false;
   }
   const Result<std::string> baselineText = ReadWholeFile(args.arguments[1]);
   rapidjson::Document baseline;
   Result<size_t> removed = Status::Failure(L"");
-  if (baselineText && ParseJsonText(baselineText.value(), false, baseline, failure)) {
+  if (baselineText && ParseModelFile(args.arguments[1], baselineText.value(), baseline)) {
     removed = FilterOverlayForTarget(out.overlay, baseline, target);
   }
   if (!removed) {

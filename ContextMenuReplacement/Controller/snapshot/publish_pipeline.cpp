@@ -2,8 +2,6 @@
 
 #include <fmt/xchar.h>
 
-#include <cwctype>
-
 #include "common/file_io.h"
 #include "common/json_text.h"
 #include "common/log.h"
@@ -25,6 +23,22 @@ ModelPipelineResult Refused(const Status& failure, bool fatal) {
   return Refused(failure.message(), fatal);
 }
 
+bool ParseModelFile(const std::wstring& path, std::string_view text,
+                    rapidjson::Document& document) {
+  JsonParseFailure failure;
+  if (ParseJsonText(text, false, document, failure)) return true;
+  WriteLogLine(LogLevel::error,
+               fmt::format(L"[custom-model] '{}' is not valid JSON at offset {}: {}", path,
+                           failure.offset, failure.description));
+  return false;
+}
+
+void LogBaselineViolation(const std::wstring& baselinePath, const Status& violation) {
+  WriteLogLine(LogLevel::error, fmt::format(L"[custom-model] The baseline '{}' does not satisfy "
+                                            L"custom-menu.schema.json: {}",
+                                            baselinePath, violation.message()));
+}
+
 ModelPipelineResult CompileBaseline(const std::wstring& schemaPath,
                                     const std::wstring& baselinePath, CompiledCustomModel& compiled,
                                     bool publishing) {
@@ -37,23 +51,21 @@ ModelPipelineResult CompileBaseline(const std::wstring& schemaPath,
     return Refused(L"The schema or baseline file could not be read.", true);
   }
   rapidjson::Document schema, baseline;
-  JsonParseFailure failure;
-  const bool schemaParsed = ParseJsonText(schemaText.value(), false, schema, failure);
-  if (!schemaParsed || !ParseJsonText(baselineText.value(), false, baseline, failure)) {
-    // The fixed sentence its callers know, then where the text went wrong.
-    ModelPipelineResult result = Refused(L"The schema or baseline is not valid JSON.", false);
-    result.errors.push_back(fmt::format(L"The {} has a JSON parse error at offset {}: {}",
-                                        schemaParsed ? L"baseline" : L"schema", failure.offset,
-                                        failure.description));
-    return result;
+  if (!ParseModelFile(schemaPath, schemaText.value(), schema) ||
+      !ParseModelFile(baselinePath, baselineText.value(), baseline)) {
+    return Refused(L"The schema or baseline is not valid JSON.", false);
+  }
+  if (Status problem = CheckSchema(schema); !problem) {
+    WriteLogLine(LogLevel::error, fmt::format(L"[custom-model] Refusing the schema '{}': {}",
+                                              schemaPath, problem.message()));
+    return Refused(problem, false);
   }
   // The schema first: it states what a document must hold, so a baseline without
-  // "document_kind" hears what the schema says about it. One refusal is one message: the
-  // fixed sentence its callers know, then where the validator found the fault.
+  // "document_kind" hears what the schema says about it. The sentence is the one its callers
+  // know; where the validator found the fault goes to the log.
   if (Status violation = SchemaViolation(schema, baseline); !violation) {
-    std::wstring detail = violation.message();
-    detail[0] = static_cast<wchar_t>(std::towupper(detail[0]));
-    return Refused(L"The baseline does not satisfy custom-menu.schema.json. " + detail, false);
+    LogBaselineViolation(baselinePath, violation);
+    return Refused(L"The baseline does not satisfy custom-menu.schema.json.", false);
   }
   DocumentHeader header;
   if (Status error = ReadDocumentHeader(baseline, header); !error) {

@@ -7,8 +7,11 @@
 // request and result: an overlay path in the request, merge steps between validation and
 // flattening, and the reset rollbacks around PublishBaseline.
 
+#include <rapidjson/document.h>
+
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 #include "common/status.h"
 #include "common/text.h"
@@ -31,6 +34,15 @@ struct ModelPipelineResult {
 // A result holding the one refusal `message`; `fatal` as in ModelPipelineResult.
 [[nodiscard]] ModelPipelineResult Refused(std::wstring message, bool fatal);
 [[nodiscard]] ModelPipelineResult Refused(const Status& failure, bool fatal);
+
+// Parses a schema, baseline or overlay read from `path`. A failure is logged with the path, the
+// offset and RapidJSON's reason, for the caller's fixed sentence says neither.
+[[nodiscard]] bool ParseModelFile(const std::wstring& path, std::string_view text,
+                                  rapidjson::Document& document);
+
+// Logs where the validator found the baseline at `baselinePath` at fault (`violation` as
+// SchemaViolation gives it), which the baseline-alone refusal does not print.
+void LogBaselineViolation(const std::wstring& baselinePath, const Status& violation);
 
 // Reads, validates, flattens, parses and compiles the baseline alone into `compiled`. The
 // result carries the counts, or the refusal (then `compiled` is unspecified). With `publishing`

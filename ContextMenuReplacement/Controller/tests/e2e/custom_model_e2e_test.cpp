@@ -1,6 +1,7 @@
 // custom-model as the Settings application and an operator use it: the shipped baseline read back
 // per target, the overlay validated, published, migrated and reset, refusals changing nothing.
 
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -12,6 +13,7 @@
 #include "snapshot/custom_model_publisher.h"
 #include "snapshot/user_icons.h"
 #include "tests/e2e/harness.h"
+#include "tests/support/todays_log.h"
 
 namespace cmr::e2e {
 namespace {
@@ -87,23 +89,56 @@ TEST(CustomModelE2e, ShippedBaselineReadBackPerTargetAndRefusalsChangeNothing) {
   const std::string control = ReadBytes(CustomModelControlPath());
   const std::wstring scratch = ScratchFolder(L"custom-model-refused");
   const std::string broken = "{\"document_kind\": \"baseline\",";
+  // 10,000 links once ended the process with no word; the baseline-alone refusals say only their
+  // sentence, and what the validator or the parser found goes to the log after the file's name.
+  std::string chain = R"({"$ref":"#/definitions/d0","definitions":{)";
+  for (int i = 0; i < 9'999; ++i)
+    chain += fmt::format(R"("d{}":{{"$ref":"#/definitions/d{}"}},)", i, i + 1);
+  chain += R"("d9999":{}}})";
   const struct {
     const wchar_t* verb;
     int slot;  // the file the document stands in for: 1 schema, 2 baseline, 3 overlay
-    std::string document, error;
+    std::string document, error, logged;
   } rows[] = {
       {L"publish", 1, R"({"definitions":{"a":{"$ref":"#/definitions/a"}}})",
-       "The baseline does not satisfy custom-menu.schema.json. The schema at '#/definitions/a' "
-       "refers back to itself without descending into the document."},
+       "The schema at '#/definitions/a' refers back to itself without descending into the "
+       "document.",
+       ""},
+      {L"publish", 1, chain,
+       "The schema's chain of '$ref' references from '#' exceeds 32 links at '#/definitions/d31'.",
+       ""},
+      // Each level doubles what the next applies, and the last applies the first to every
+      // member and element: eight validators more per value at each level of the baseline.
+      {L"validate", 1,
+       R"({"$ref":"#/definitions/a","definitions":{"a":{"allOf":[{"$ref":"#/definitions/b"},)"
+       R"({"$ref":"#/definitions/b"}]},"b":{"allOf":[{"$ref":"#/definitions/c"},{"$ref":)"
+       R"("#/definitions/c"}]},"c":{"allOf":[{"$ref":"#/definitions/d"},{"$ref":"#/definitions/)"
+       R"(d"}]},"d":{"additionalProperties":{"$ref":"#/definitions/a"},"items":{"$ref":"#/)"
+       R"(definitions/a"}}}})",
+       "The baseline does not satisfy custom-menu.schema.json.",
+       "baseline.json' does not satisfy custom-menu.schema.json: the schema would run more than "
+       "100000 schema "
+       "validators over the document; the limit is passed at '#/"},
+      {L"validate", 1, R"({"required":"document_kind"})",
+       "The schema's 'required' at '#/required' must be an array of strings.",
+       "doc.json': The schema's 'required' at '#/required' must be an array of strings."},
+      {L"validate", 2, R"({"document_kind":"baseline","schema_version":2,"layouts":[],"x":1})",
+       "The baseline does not satisfy custom-menu.schema.json.",
+       "doc.json' does not satisfy custom-menu.schema.json: the 'additionalProperties' rule at "
+       "schema "
+       "location '#' rejects '#/x'."},
       {L"publish", 2, R"({"document_kind":"baseline","schema_version":2,"layouts":[]})",
-       "The baseline has no layouts, so the published model would claim no context."},
-      {L"publish", 2, OversizedBaseline(), "The custom model snapshot exceeded its size limit."},
-      {L"validate", 2, broken,
-       "The schema or baseline is not valid JSON.\n  error:   The baseline has a JSON parse error "
-       "at offset 29: Missing a name for object member."},
+       "The baseline has no layouts, so the published model would claim no context.", ""},
+      {L"publish", 2, OversizedBaseline(), "The custom model snapshot exceeded its size limit.",
+       ""},
+      {L"validate", 2, broken, "The schema or baseline is not valid JSON.",
+       "doc.json' is not valid JSON at offset 29: Missing a name for object member."},
+      {L"publish-user", 3,
+       "{\"document_kind\":", "The schema, baseline or overlay is not valid JSON.",
+       "doc.json' is not valid JSON at offset 17: Invalid value."},
       {L"publish-user", 3,
        kHeader + R"("node_overrides":[{"layout_id":"drive-default","node_id":"nope"}]})",
-       "node_override references unknown node 'nope' in layout 'drive-default'."},
+       "node_override references unknown node 'nope' in layout 'drive-default'.", ""},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.error);
@@ -119,15 +154,16 @@ TEST(CustomModelE2e, ShippedBaselineReadBackPerTargetAndRefusalsChangeNothing) {
                                    ? "Not valid; nothing was published.\n"
                                    : kStillInEffect));
     EXPECT_EQ(run.exitCode, 1u);
+    if (!row.logged.empty()) {
+      EXPECT_PRED2(Has, TodaysLog(), row.logged);
+    }
   }
   // The same as JSON; and a file that cannot be read is a fatal refusal.
   const std::string refused =
       "{\"published\":false,\"version\":0,\"layoutCount\":0,\"nodeCount\":0,\"errors\":[";
   WriteBytes(scratch + L"\\broken.json", broken);
   EXPECT_EQ(Model({L"publish", kSchema, scratch + L"\\broken.json", L"--json"}).output,
-            refused +
-                "\"The schema or baseline is not valid JSON.\",\"The baseline has a JSON "
-                "parse error at offset 29: Missing a name for object member.\"]}\n");
+            refused + "\"The schema or baseline is not valid JSON.\"]}\n");
   const std::wstring missing = scratch + L"\\missing.json";
   EXPECT_EQ(Model({L"publish-user", kSchema, kBaseline, missing, L"--json"}).output,
             refused + "\"The schema, baseline or overlay file could not be read.\"]}\n");
@@ -273,8 +309,14 @@ TEST(CustomModelE2e, OverlayValidatedPublishedMigratedAndReset) {
   WriteBytes(overlay, "{not json");
   reset(L"reset", {L"drive"},
         "The overlay file is not valid JSON; cannot perform a target-scoped reset.\n", 1);
-  // A full reset refuses an invalid baseline before it touches the overlay.
-  EXPECT_EQ(Model({L"reset", kSchema, kSchema}).exitCode, 1u);
+  EXPECT_PRED2(
+      Has, TodaysLog(),
+      ToUtf8(overlay) + "' is not valid JSON at offset 1: Missing a name for object member.");
+  // A full reset refuses an invalid baseline before it touches the overlay, in the sentence of
+  // the baseline alone.
+  const RunResult refused = Model({L"reset", kSchema, kSchema});
+  EXPECT_EQ(refused.output, "  error:   The baseline does not satisfy custom-menu.schema.json.\n");
+  EXPECT_EQ(refused.exitCode, 1u);
   EXPECT_EQ(ReadBytes(overlay), "{not json");
 
   // A baseline's own user command names its cached icon in the same way.
