@@ -7,7 +7,7 @@
 #include "bench/bench.h"
 #include "common/data_paths.h"
 #include "common/file_io.h"
-#include "common/json_text.h"
+#include "common/json_members.h"
 #include "model/layout_inheritance.h"
 #include "model/model_document.h"
 

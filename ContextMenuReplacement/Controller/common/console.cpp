@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cstdlib>
 
-#include "common/json_text.h"
 #include "common/text.h"
 #include "common/win32.h"
 

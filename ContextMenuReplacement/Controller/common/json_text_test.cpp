@@ -1,4 +1,6 @@
+#include "common/json_members.h"
 #include "common/json_text.h"
+#include "common/schema_references.h"
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>
@@ -120,7 +122,7 @@ TEST(JsonText, SchemaReferencesMustResolveAndNeverLoop) {
     rapidjson::Document schema;
     JsonParseFailure failure;
     ASSERT_TRUE(ParseJsonText(text, false, schema, failure)) << text.substr(0, 80);
-    const std::wstring problem = SchemaReferenceProblem(schema);
+    const std::wstring problem = CheckSchemaReferences(schema).message();
     EXPECT_TRUE(expected ? problem == expected : !problem.empty())
         << text.substr(0, 80) << ": " << problem;
   }

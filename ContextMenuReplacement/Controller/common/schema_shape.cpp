@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "common/json_text.h"
+#include "common/json_members.h"
 #include "common/text.h"
 
 namespace cmr {
@@ -121,16 +121,16 @@ const Expectation kExpectations[] = {
     {"$ref", [](const Value& v) { return v.IsString(); }, L"a string"},
 };
 
-std::wstring PatternProblem(const Value& pattern, const std::string& at) {
+Status CheckPattern(const Value& pattern, const std::string& at) {
   // Bounded first: the engine copies out every repetition, so a short pattern such as
   // "((a{999}){999}){999}" would be built with a billion states.
   if (PatternStateBound(Text(pattern)) > kMaxPatternStates) {
-    return fmt::format(L"The schema's pattern at '{}' expands to more than {} states.", Shown(at),
+    return Failure(L"The schema's pattern at '{}' expands to more than {} states.", Shown(at),
                        kMaxPatternStates);
   }
   const rapidjson::internal::GenericRegex<rapidjson::UTF8<>> regex(pattern.GetString());
   if (!regex.IsValid()) {
-    return fmt::format(
+    return Failure(
         L"The schema's pattern at '{}' is not a regular expression the validator can compile.",
         Shown(at));
   }
@@ -139,7 +139,7 @@ std::wstring PatternProblem(const Value& pattern, const std::string& at) {
 
 // RapidJSON builds a schema from every object of the document, data in "enum" included, and
 // compiles each one's patterns, so the objects and the states of all patterns are counted there.
-std::wstring SizeProblem(const Value& schema) {
+Status CheckSize(const Value& schema) {
   size_t count = 0;
   size_t states = 0;
   std::vector<std::pair<const Value*, std::string>> pending{{&schema, "#"}};
@@ -149,7 +149,7 @@ std::wstring SizeProblem(const Value& schema) {
     // Children are pushed last first, so objects are counted in document order.
     if (value->IsObject()) {
       if (++count > kMaxSchemaObjects) {
-        return fmt::format(L"The schema holds more than {} objects; the limit is exceeded at '{}'.",
+        return Failure(L"The schema holds more than {} objects; the limit is exceeded at '{}'.",
                            kMaxSchemaObjects, Shown(at));
       }
       for (const char* keyword : {"pattern", "patternProperties"}) {
@@ -160,7 +160,7 @@ std::wstring SizeProblem(const Value& schema) {
             states += PatternStateBound(Text(entry.name));
         }
         if (states > kMaxSchemaPatternStates) {
-          return fmt::format(
+          return Failure(
               L"The schema's patterns expand to more than {} states; the limit is exceeded at "
               L"'{}'.",
               kMaxSchemaPatternStates, Shown(at + "/" + keyword));
@@ -244,8 +244,8 @@ size_t PatternStateBound(std::string_view pattern) {
   return total;
 }
 
-std::wstring SchemaShapeProblem(const rapidjson::Value& schema) {
-  if (std::wstring problem = SizeProblem(schema); !problem.empty()) return problem;
+Status CheckSchemaShape(const rapidjson::Value& schema) {
+  if (Status size = CheckSize(schema); !size) return size;
   // Every position the validator reads a schema from, found without recursion; a "$ref" target
   // is one too, and the set keeps a schema reached twice from being checked twice.
   std::vector<std::pair<const Value*, std::string>> pending{{&schema, "#"}};
@@ -257,7 +257,7 @@ std::wstring SchemaShapeProblem(const rapidjson::Value& schema) {
     auto [value, at] = std::move(pending.back());
     pending.pop_back();
     if (!value->IsObject()) {
-      return fmt::format(L"The schema at '{}' must be a JSON object.", Shown(at));
+      return Failure(L"The schema at '{}' must be a JSON object.", Shown(at));
     }
     for (const auto& member : value->GetObject()) {
       const std::string_view keyword = Text(member.name);
@@ -268,11 +268,11 @@ std::wstring SchemaShapeProblem(const rapidjson::Value& schema) {
                        [&](const Expectation& e) { return keyword == e.keyword; });
       if (expected == std::end(kExpectations)) continue;
       if (!expected->holds(content)) {
-        return fmt::format(L"The schema's '{}' at '{}' must be {}.", FromUtf8(keyword),
+        return Failure(L"The schema's '{}' at '{}' must be {}.", FromUtf8(keyword),
                            Shown(where), expected->wording);
       }
       if (keyword == "pattern") {
-        if (std::wstring problem = PatternProblem(content, where); !problem.empty()) return problem;
+        if (Status pattern = CheckPattern(content, where); !pattern) return pattern;
       } else if (keyword == "$ref") {
         const rapidjson::Pointer pointer(content.GetString(), content.GetStringLength());
         const Value* target =
@@ -288,8 +288,8 @@ std::wstring SchemaShapeProblem(const rapidjson::Value& schema) {
         for (const auto& entry : content.GetObject()) {
           const std::string entryAt = where + "/" + Token(Text(entry.name));
           if (keyword == "patternProperties") {
-            if (std::wstring problem = PatternProblem(entry.name, entryAt); !problem.empty()) {
-              return problem;
+            if (Status pattern = CheckPattern(entry.name, entryAt); !pattern) {
+              return pattern;
             }
           }
           if (keyword != "dependencies" || entry.value.IsObject()) visit(entry.value, entryAt);

@@ -10,6 +10,8 @@
 #include <rapidjson/document.h>
 
 #include <string>
+
+#include "common/status.h"
 #include <string_view>
 
 namespace cmr {
@@ -24,8 +26,8 @@ inline constexpr size_t kMaxSchemaPatternStates = 32768;  // all patterns togeth
 // draft-04 gives it (following "$ref" targets as well as the nested schemas), that every pattern
 // compiles within kMaxPatternStates, and that the schema holds at most kMaxSchemaObjects objects
 // and kMaxSchemaPatternStates states of patterns.
-// Returns a whole sentence naming the offending keyword's JSON pointer, or empty when sound.
-[[nodiscard]] std::wstring SchemaShapeProblem(const rapidjson::Value& schema);
+// Fails with a whole sentence naming the offending keyword's JSON pointer.
+[[nodiscard]] Status CheckSchemaShape(const rapidjson::Value& schema);
 
 // An upper bound of the states RapidJSON's regular expression engine builds for `pattern`
 // (repetitions such as "{n,m}" are copied out); saturates instead of overflowing.

@@ -67,7 +67,7 @@ TEST(SchemaShape, MalformedSchemasAreRefusedNamingTheKeyword) {
     rapidjson::Document schema;
     JsonParseFailure failure;
     ASSERT_TRUE(ParseJsonText(text, false, schema, failure)) << text.substr(0, 80);
-    EXPECT_EQ(SchemaShapeProblem(schema), expected) << text.substr(0, 80);
+    EXPECT_EQ(CheckSchemaShape(schema).message(), expected) << text.substr(0, 80);
   }
 }
 

@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "common/json_text.h"
+#include "common/json_members.h"
 #include "common/text.h"
 
 namespace cmr {
@@ -174,11 +174,11 @@ size_t SchemaValidatorCount(const Value& schema, const Value& document) {
   return counter.total();
 }
 
-std::wstring SchemaWorkloadProblem(const Value& schema, const Value& document) {
+Status CheckSchemaWorkload(const Value& schema, const Value& document) {
   Counter counter(schema);
   std::string at;
   if (Count(schema, document, counter, at)) return {};
-  return fmt::format(
+  return Failure(
       L"The schema would run more than {} schema validators over the document; the limit is "
       L"passed at '#{}'.",
       kMaxSchemaValidators, EscapeControlCharacters(FromUtf8(at)));

@@ -11,6 +11,8 @@
 
 #include <string>
 
+#include "common/status.h"
+
 namespace cmr {
 
 // The schema validators one document may start. The shipped schema starts 733 for the shipped
@@ -18,10 +20,10 @@ namespace cmr {
 inline constexpr size_t kMaxSchemaValidators = 100'000;
 
 // Counts the schema validators `document` would start against `schema`, a schema that has
-// passed SchemaReferenceProblem and SchemaShapeProblem. Counts every pattern-bound property
+// passed CheckSchemaReferences and CheckSchemaShape. Counts every pattern-bound property
 // schema and every "additionalProperties" of a key no property names, so it never counts low.
-// Returns a whole sentence naming the value where kMaxSchemaValidators is passed, or empty.
-[[nodiscard]] std::wstring SchemaWorkloadProblem(const rapidjson::Value& schema,
+// Fails with a whole sentence naming the value where kMaxSchemaValidators is passed.
+[[nodiscard]] Status CheckSchemaWorkload(const rapidjson::Value& schema,
                                                  const rapidjson::Value& document);
 
 // How many schema validators `document` would start against `schema`, at most

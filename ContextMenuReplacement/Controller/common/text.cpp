@@ -1,5 +1,7 @@
 #include "common/text.h"
 
+#include <fmt/xchar.h>
+
 #include "common/win32.h"
 
 namespace cmr {
@@ -41,6 +43,19 @@ bool EqualsIgnoreCase(std::wstring_view a, std::wstring_view b) noexcept {
     if (FoldCase(a[i]) != FoldCase(b[i])) return false;
   }
   return true;
+}
+
+std::wstring EscapeControlCharacters(std::wstring_view text) {
+  std::wstring out;
+  out.reserve(text.size());
+  for (const wchar_t c : text) {
+    if (c < 0x20 || c == 0x7F || (c >= 0x80 && c < 0xA0)) {
+      out += fmt::format(L"\\u{:04x}", static_cast<unsigned>(c));
+    } else {
+      out += c;
+    }
+  }
+  return out;
 }
 
 }  // namespace cmr

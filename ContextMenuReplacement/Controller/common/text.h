@@ -14,4 +14,9 @@ namespace cmr {
 [[nodiscard]] wchar_t FoldCase(wchar_t unit) noexcept;
 [[nodiscard]] bool EqualsIgnoreCase(std::wstring_view a, std::wstring_view b) noexcept;
 
+// The text with its control characters written as \u escapes, for quoting a value inside a
+// one-line message.
+[[nodiscard]] std::wstring EscapeControlCharacters(std::wstring_view text);
+
+
 }  // namespace cmr

@@ -10,7 +10,7 @@
 #include "common/data_paths.h"
 #include "common/file_io.h"
 #include "common/file_time.h"
-#include "common/json_text.h"
+#include "common/json_writer.h"
 #include "common/unique_handle.h"
 #include "config/config_loader.h"
 #include "config/config_publisher.h"

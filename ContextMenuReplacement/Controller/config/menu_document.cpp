@@ -7,7 +7,7 @@
 #include <cstring>
 
 #include "common/file_io.h"
-#include "common/json_text.h"
+#include "common/json_members.h"
 #include "common/unique_handle.h"
 #include "common/win32.h"
 // CLSIDFromString; not part of the lean windows.h.

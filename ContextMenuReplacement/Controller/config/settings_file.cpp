@@ -4,6 +4,7 @@
 
 #include "common/data_paths.h"
 #include "common/file_io.h"
+#include "common/json_members.h"
 #include "common/json_text.h"
 #include "config/menu_document.h"
 

@@ -3,7 +3,7 @@
 #include <vector>
 
 #include "common/console.h"
-#include "common/json_text.h"
+#include "common/json_writer.h"
 #include "common/text.h"
 #include "common/unique_handle.h"
 #include "diagnostics/provider_strikes.h"

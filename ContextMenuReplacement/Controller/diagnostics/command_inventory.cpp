@@ -11,7 +11,9 @@
 #include "common/console.h"
 #include "common/data_paths.h"
 #include "common/file_io.h"
+#include "common/json_members.h"
 #include "common/json_text.h"
+#include "common/json_writer.h"
 #include "common/system_error.h"
 #include "diagnostics/provider_strikes.h"
 

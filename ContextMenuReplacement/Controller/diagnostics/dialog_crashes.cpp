@@ -3,7 +3,7 @@
 #include <optional>
 
 #include "common/console.h"
-#include "common/json_text.h"
+#include "common/json_writer.h"
 #include "common/system_error.h"
 #include "diagnostics/record_registry.h"
 

@@ -10,7 +10,7 @@
 // clang-format on
 
 #include "common/console.h"
-#include "common/json_text.h"
+#include "common/json_writer.h"
 #include "common/system_error.h"
 #include "diagnostics/record_registry.h"
 

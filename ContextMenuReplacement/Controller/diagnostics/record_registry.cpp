@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "common/console.h"
-#include "common/json_text.h"
+#include "common/json_writer.h"
 #include "common/system_error.h"
 
 namespace cmr {

@@ -4,7 +4,7 @@
 
 #include "common/console.h"
 #include "common/data_paths.h"
-#include "common/json_text.h"
+#include "common/json_writer.h"
 #include "config/config_publisher.h"
 #include "lifecycle/boot_restore.h"
 #include "lifecycle/explorer_link.h"

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "common/json_text.h"
+#include "common/json_members.h"
 
 namespace cmr {
 namespace {

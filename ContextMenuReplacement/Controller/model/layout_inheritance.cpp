@@ -6,7 +6,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "common/json_text.h"
+#include "common/json_members.h"
 #include "model/model_document.h"
 
 namespace cmr {

@@ -9,7 +9,8 @@
 #include <unordered_map>
 #include <unordered_set>
 
-#include "common/json_text.h"
+#include "common/json_members.h"
+#include "common/schema_references.h"
 #include "common/schema_shape.h"
 #include "common/schema_workload.h"
 #include "common/text.h"
@@ -494,9 +495,8 @@ Status CheckSchema(const Value& schema) {
   // The validator follows references without a guard: one that loops never returns, one that
   // does not resolve accepts everything, and a long chain of them exhausts the stack. It also
   // skips keywords it cannot read, which would accept everything too.
-  std::wstring problem = SchemaReferenceProblem(schema);
-  if (problem.empty()) problem = SchemaShapeProblem(schema);
-  return problem.empty() ? Status() : Status::Failure(std::move(problem));
+  if (Status references = CheckSchemaReferences(schema); !references) return references;
+  return CheckSchemaShape(schema);
 }
 
 Status SchemaViolation(const rapidjson::Document& schema, const Value& document) {
@@ -506,9 +506,10 @@ Status SchemaViolation(const rapidjson::Document& schema, const Value& document)
     return Status::Failure(std::move(detail));
   }
   // A schema that applies one schema twice doubles the validator's work at every level.
-  if (std::wstring problem = SchemaWorkloadProblem(schema, document); !problem.empty()) {
-    problem[0] = static_cast<wchar_t>(std::towlower(problem[0]));
-    return Status::Failure(std::move(problem));
+  if (Status workload = CheckSchemaWorkload(schema, document); !workload) {
+    std::wstring detail = workload.message();
+    detail[0] = static_cast<wchar_t>(std::towlower(detail[0]));
+    return Status::Failure(std::move(detail));
   }
   const rapidjson::SchemaDocument schemaDocument(schema);
   rapidjson::SchemaValidator validator(schemaDocument);

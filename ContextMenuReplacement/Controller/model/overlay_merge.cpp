@@ -6,7 +6,7 @@
 #include <map>
 #include <vector>
 
-#include "common/json_text.h"
+#include "common/json_members.h"
 #include "model/command_identity.h"
 #include "model/layout_inheritance.h"
 #include "model/placement_model.h"
@@ -22,19 +22,8 @@ std::wstring Wide(std::string_view text) {
   return FromUtf8(text);
 }
 
-Value* Member(Value& object, const char* key) {
-  if (!object.IsObject()) return nullptr;
-  const auto it = object.FindMember(key);
-  return it == object.MemberEnd() ? nullptr : &it->value;
-}
-
-const Value* Array(const Value& object, const char* key) {
-  const Value* value = JsonMember(object, key);
-  return value != nullptr && value->IsArray() ? value : nullptr;
-}
-
 void Set(Value& object, const char* key, Value value, Allocator& allocator) {
-  if (Value* existing = Member(object, key)) {
+  if (Value* existing = JsonMutableMember(object, key)) {
     *existing = value;
   } else {
     object.AddMember(Value(key, allocator), value, allocator);
@@ -46,7 +35,7 @@ Value String(std::string_view text, Allocator& allocator) {
 }
 
 bool IsSubmenu(const Value& node) {
-  return JsonMemberText(node, "type") == "submenu" && Array(node, "items") != nullptr;
+  return JsonMemberText(node, "type") == "submenu" && JsonArrayMember(node, "items") != nullptr;
 }
 
 bool IsExtensionSlot(const Value& node) {
@@ -56,7 +45,7 @@ bool IsExtensionSlot(const Value& node) {
 }
 
 bool ListsAncestor(const Value& layout, std::string_view ancestor) {
-  if (const Value* ancestors = Array(layout, "_ancestors")) {
+  if (const Value* ancestors = JsonArrayMember(layout, "_ancestors")) {
     for (const Value& id : ancestors->GetArray()) {
       if (id.IsString() && std::string_view(id.GetString(), id.GetStringLength()) == ancestor) {
         return true;
@@ -93,10 +82,10 @@ class Merger {
 
  private:
   Value& Layouts() {
-    Value* layouts = Member(merged_, "layouts");
+    Value* layouts = JsonMutableMember(merged_, "layouts");
     if (layouts == nullptr || !layouts->IsArray()) {
       Set(merged_, "layouts", Value(rapidjson::kArrayType), allocator_);
-      layouts = Member(merged_, "layouts");
+      layouts = JsonMutableMember(merged_, "layouts");
     }
     return *layouts;
   }
@@ -111,7 +100,7 @@ class Merger {
   // Layouts copied from the overlay keep their own ids: one equal to a baseline layout's is
   // refused as a duplicate by the resolution that follows, never a silent shadow.
   void AppendLayouts() {
-    const Value* layouts = Array(overlay_, "layouts");
+    const Value* layouts = JsonArrayMember(overlay_, "layouts");
     if (layouts == nullptr) return;
     Value& target = Layouts();
     for (const Value& layout : layouts->GetArray())
@@ -129,7 +118,7 @@ class Merger {
   }
 
   Status ApplyInsertions() {
-    const Value* insertions = Array(overlay_, "insertions");
+    const Value* insertions = JsonArrayMember(overlay_, "insertions");
     if (insertions == nullptr) return {};
     for (const Value& entry : insertions->GetArray()) {
       const std::string_view layoutId = JsonMemberText(entry, "layout_id");
@@ -139,7 +128,7 @@ class Merger {
         return Failure(L"insertion references unknown layout '{}'.", Wide(layoutId));
       }
       for (Value* layout : Reach(*named)) {
-        Value* items = Member(*layout, "items");
+        Value* items = JsonMutableMember(*layout, "items");
         if (items == nullptr || !items->IsArray()) continue;
         if (!parentId.empty()) {
           const NodeLocation parent = FindNodeById(*items, parentId);
@@ -149,7 +138,7 @@ class Merger {
             return Failure(L"insertion parent_id '{}' does not name a submenu in layout '{}'.",
                            Wide(parentId), Wide(layoutId));
           }
-          items = Member(parent.node(), "items");
+          items = JsonMutableMember(parent.node(), "items");
         }
         Value node(*JsonMember(entry, "node"), allocator_);
         if (!node.IsObject()) continue;
@@ -162,7 +151,7 @@ class Merger {
         Set(node, "_from_overlay", Value(true), allocator_);
         if (layout != named) {
           // The copy a child holds came through its nearest parent, like any inherited row.
-          const Value& ancestors = *Array(*layout, "_ancestors");
+          const Value& ancestors = *JsonArrayMember(*layout, "_ancestors");
           Set(node, "_from", Value(ancestors[0], allocator_), allocator_);
         }
         items->PushBack(node, allocator_);
@@ -174,7 +163,7 @@ class Merger {
   // Shared settings reach every row of the command that is still on the built-in settings,
   // in every layout and at every depth.
   Status ApplyCommandDefaults() {
-    const Value* defaults = Array(overlay_, "command_defaults");
+    const Value* defaults = JsonArrayMember(overlay_, "command_defaults");
     if (defaults == nullptr) return {};
     for (const Value& entry : defaults->GetArray()) {
       const std::string_view command = JsonMemberText(entry, "command_id");
@@ -184,7 +173,7 @@ class Merger {
                        Wide(command));
       }
       for (Value& layout : Layouts().GetArray()) {
-        if (Value* items = Member(layout, "items"); items != nullptr && items->IsArray()) {
+        if (Value* items = JsonMutableMember(layout, "items"); items != nullptr && items->IsArray()) {
           ShareQuickPins(*items, command, *pins, 0);
         }
       }
@@ -201,7 +190,7 @@ class Merger {
           Set(node, "quick_pins", Value(pins, allocator_), allocator_);
         }
       }
-      Value* children = Member(node, "items");
+      Value* children = JsonMutableMember(node, "items");
       if (children != nullptr && children->IsArray() && depth < kMaxItemDepth) {
         ShareQuickPins(*children, command, pins, depth + 1);
       }
@@ -213,7 +202,7 @@ class Merger {
   bool InheritedFrom(Value& layout, std::string_view id, std::string_view ancestor) {
     Value* current = &layout;
     for (size_t hop = 0; hop <= kMaxAncestors; ++hop) {
-      Value* items = Member(*current, "items");
+      Value* items = JsonMutableMember(*current, "items");
       if (items == nullptr) return false;
       const NodeLocation found = FindNodeById(*items, id);
       if (!found) return false;
@@ -229,7 +218,7 @@ class Merger {
   Status CheckOverride(const Value& entry, Value& layout) {
     const std::string_view layoutId = JsonMemberText(entry, "layout_id");
     const std::string_view nodeId = JsonMemberText(entry, "node_id");
-    Value* items = Member(layout, "items");
+    Value* items = JsonMutableMember(layout, "items");
     const NodeLocation found = items != nullptr ? FindNodeById(*items, nodeId) : NodeLocation{};
     if (!found) {
       return Failure(L"node_override references unknown node '{}' in layout '{}'.", Wide(nodeId),
@@ -258,7 +247,7 @@ class Merger {
   // the farthest ancestor first, the layout's own entries last, so the directly named layout
   // wins, and a parent-wide hide and a child's title edit of the same row both take effect.
   Status ApplyNodeOverrides() {
-    const Value* overrides = Array(overlay_, "node_overrides");
+    const Value* overrides = JsonArrayMember(overlay_, "node_overrides");
     if (overrides == nullptr) return {};
     for (const Value& entry : overrides->GetArray()) {
       Value* layout = FindLayout(JsonMemberText(entry, "layout_id"));
@@ -271,7 +260,7 @@ class Merger {
     for (Value& layout : Layouts().GetArray()) {
       // node id -> (distance, entry); distance 0 is the layout itself.
       std::map<std::string, std::vector<std::pair<size_t, const Value*>>> reaching;
-      const Value* ancestors = Array(layout, "_ancestors");
+      const Value* ancestors = JsonArrayMember(layout, "_ancestors");
       for (const Value& entry : overrides->GetArray()) {
         const std::string_view named = JsonMemberText(entry, "layout_id");
         const std::string nodeId(JsonMemberText(entry, "node_id"));
@@ -297,7 +286,7 @@ class Merger {
   Status ApplyToLayout(
       Value& layout,
       std::map<std::string, std::vector<std::pair<size_t, const Value*>>>& reaching) {
-    Value& items = *Member(layout, "items");
+    Value& items = *JsonMutableMember(layout, "items");
     std::vector<std::pair<std::string, std::string>> moves;  // node id, parent id
     std::vector<std::string> hidden;
     for (auto& [nodeId, entries] : reaching) {
@@ -340,7 +329,7 @@ class Merger {
         fmt::format(L"node_override parent_id '{}' does not name a submenu in layout '{}'.",
                     Wide(parentId), Wide(JsonMemberText(layout, "id")));
     // A submenu cannot move under itself or under one of its own rows.
-    if (Value* own = Member(from.node(), "items"); own != nullptr && own->IsArray()) {
+    if (Value* own = JsonMutableMember(from.node(), "items"); own != nullptr && own->IsArray()) {
       if (JsonMemberText(from.node(), "id") == parentId || FindNodeById(*own, parentId)) {
         return Status::Failure(refusal);
       }
@@ -350,7 +339,7 @@ class Merger {
     from.items->Erase(from.items->Begin() + from.index);
     const NodeLocation parent = FindNodeById(items, parentId);
     if (!parent || !IsSubmenu(parent.node())) return Status::Failure(refusal);
-    Member(parent.node(), "items")->PushBack(node, allocator_);
+    JsonMutableMember(parent.node(), "items")->PushBack(node, allocator_);
     return {};
   }
 
@@ -369,10 +358,10 @@ class Merger {
     withheld.AddMember("type", "withheld-slots", allocator_);
     const std::string id = "withheld-slots-" + std::string(nodeId);
     withheld.AddMember("id", String(id, allocator_), allocator_);
-    if (Value* rank = Member(found.node(), "_rank")) {
+    if (Value* rank = JsonMutableMember(found.node(), "_rank")) {
       withheld.AddMember("_rank", Value(*rank, allocator_), allocator_);
     }
-    if (Value* order = Member(found.node(), "order")) {
+    if (Value* order = JsonMutableMember(found.node(), "order")) {
       withheld.AddMember("order", Value(*order, allocator_), allocator_);
     }
     withheld.AddMember("items", slots, allocator_);
@@ -385,18 +374,18 @@ class Merger {
       slots.PushBack(Value(node, allocator_), allocator_);
       return;
     }
-    Value* children = Member(node, "items");
+    Value* children = JsonMutableMember(node, "items");
     if (children == nullptr || !children->IsArray() || depth >= kMaxItemDepth) return;
     for (Value& child : children->GetArray()) CollectSlots(child, slots, depth + 1);
   }
 
   void AppendExtensionRules() {
-    const Value* rules = Array(overlay_, "extension_rules");
+    const Value* rules = JsonArrayMember(overlay_, "extension_rules");
     if (rules == nullptr) return;
-    Value* target = Member(merged_, "extension_rules");
+    Value* target = JsonMutableMember(merged_, "extension_rules");
     if (target == nullptr || !target->IsArray()) {
       Set(merged_, "extension_rules", Value(rapidjson::kArrayType), allocator_);
-      target = Member(merged_, "extension_rules");
+      target = JsonMutableMember(merged_, "extension_rules");
     }
     for (const Value& rule : rules->GetArray()) {
       Value copy(rule, allocator_);
@@ -428,16 +417,16 @@ Status VetOverlay(const DocumentHeader& baseline, rapidjson::Document& overlay, 
     Allocator& allocator = overlay.GetAllocator();
     if (migrates) {
       for (const char* section : {"node_overrides", "insertions"}) {
-        if (Value* entries = Member(overlay, section); entries != nullptr && entries->IsArray()) {
+        if (Value* entries = JsonMutableMember(overlay, section); entries != nullptr && entries->IsArray()) {
           for (Value& entry : entries->GetArray()) {
             NormaliseMember(entry, "node_id", allocator);
             NormaliseMember(entry, "parent_id", allocator);
           }
         }
       }
-      if (Value* rules = Member(overlay, "extension_rules"); rules != nullptr && rules->IsArray()) {
+      if (Value* rules = JsonMutableMember(overlay, "extension_rules"); rules != nullptr && rules->IsArray()) {
         for (Value& rule : rules->GetArray()) {
-          if (Value* action = Member(rule, "action"); action != nullptr && action->IsObject()) {
+          if (Value* action = JsonMutableMember(rule, "action"); action != nullptr && action->IsObject()) {
             NormaliseMember(*action, "target_submenu_id", allocator);
           }
         }

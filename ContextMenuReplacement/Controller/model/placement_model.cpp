@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "common/json_text.h"
+#include "common/json_members.h"
 #include "common/text.h"
 #include "model/layout_inheritance.h"
 #include "model/model_document.h"
@@ -19,26 +19,15 @@ using rapidjson::SizeType;
 using rapidjson::Value;
 using Allocator = rapidjson::Document::AllocatorType;
 
-Value* Member(Value& object, const char* key) {
-  if (!object.IsObject()) return nullptr;
-  const auto it = object.FindMember(key);
-  return it == object.MemberEnd() ? nullptr : &it->value;
-}
-
 Value& ArrayMember(Value& object, const char* key, Allocator& allocator) {
-  Value* value = Member(object, key);
+  Value* value = JsonMutableMember(object, key);
   if (value == nullptr) {
     object.AddMember(Value(key, allocator), Value(rapidjson::kArrayType), allocator);
-    value = Member(object, key);
+    value = JsonMutableMember(object, key);
   } else if (!value->IsArray()) {
     value->SetArray();
   }
   return *value;
-}
-
-const Value* Array(const Value& object, const char* key) {
-  const Value* value = JsonMember(object, key);
-  return value != nullptr && value->IsArray() ? value : nullptr;
 }
 
 std::string Folded(std::string_view text) {
@@ -90,7 +79,7 @@ class Placement {
     for (const Value& definition : definitions.GetArray()) {
       baseline.emplace(std::string(JsonMemberText(definition, "command_id")), &definition);
     }
-    const Value* added = Array(overlay_, "command_definitions");
+    const Value* added = JsonArrayMember(overlay_, "command_definitions");
     if (added == nullptr) return {};
     std::set<std::string> seen;
     std::vector<const Value*> fresh;
@@ -128,7 +117,7 @@ class Placement {
         return Status::Failure(L"Duplicate baseline command policy identity.");
       }
     }
-    const Value* added = Array(overlay_, "command_policies");
+    const Value* added = JsonArrayMember(overlay_, "command_policies");
     if (added == nullptr) return {};
     std::set<std::string> seen;
     size_t total = policies.Size();
@@ -162,7 +151,7 @@ class Placement {
   }
 
   Status ReplaceLayouts() {
-    const Value* replacements = Array(overlay_, "layouts");
+    const Value* replacements = JsonArrayMember(overlay_, "layouts");
     if (replacements == nullptr) return {};
     std::set<std::string> seen;
     for (const Value& replacement : replacements->GetArray()) {
@@ -179,7 +168,7 @@ class Placement {
   }
 
   Status AttachEditLists() {
-    const Value* lists = Array(overlay_, "layout_edits");
+    const Value* lists = JsonArrayMember(overlay_, "layout_edits");
     if (lists == nullptr) return {};
     std::set<std::string> seen;
     for (const Value& list : lists->GetArray()) {
@@ -190,10 +179,10 @@ class Placement {
         return Status::Failure(L"Placement overlay repeats a layout edit list.");
       }
       Value& edits = ArrayMember(*layout, "edits", allocator_);
-      for (const Value& edit : Array(list, "edits")->GetArray()) {
+      for (const Value& edit : JsonArrayMember(list, "edits")->GetArray()) {
         Value copy(edit, allocator_);
         if (JsonMemberText(copy, "action") == "insert") {
-          if (Value* node = Member(copy, "node"); node != nullptr && node->IsObject()) {
+          if (Value* node = JsonMutableMember(copy, "node"); node != nullptr && node->IsObject()) {
             node->AddMember("_from_overlay", true, allocator_);
           }
         }
@@ -205,7 +194,7 @@ class Placement {
 
   // Rows of a layout the overlay replaced are the user's.
   void MarkInserted(Value& layout) {
-    if (Value* items = Member(layout, "items"); items != nullptr && items->IsArray()) {
+    if (Value* items = JsonMutableMember(layout, "items"); items != nullptr && items->IsArray()) {
       for (Value& node : items->GetArray()) {
         if (node.IsObject() && !node.HasMember("_from_overlay")) {
           node.AddMember("_from_overlay", true, allocator_);
@@ -243,7 +232,7 @@ bool Place(const Value& edit, Value& siblings, Value& node, Allocator& allocator
 }  // namespace
 
 Status ApplyPlacementEdits(Value& layout, Allocator& allocator) {
-  Value* editsMember = Member(layout, "edits");
+  Value* editsMember = JsonMutableMember(layout, "edits");
   if (editsMember == nullptr) return {};
   Value edits;
   edits.Swap(*editsMember);
@@ -260,7 +249,7 @@ Status ApplyPlacementEdits(Value& layout, Allocator& allocator) {
       siblings = &ArrayMember(found.node(), "items", allocator);
     }
     const std::string_view action = JsonMemberText(edit, "action");
-    Value* node = Member(edit, "node");
+    Value* node = JsonMutableMember(edit, "node");
     if (node == nullptr || !node->IsObject()) return Status::Failure(InvalidEdit(layout));
     if (action == "insert") {
       Value inserted(*node, allocator);

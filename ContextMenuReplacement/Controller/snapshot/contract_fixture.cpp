@@ -9,7 +9,8 @@
 #include <string_view>
 
 #include "common/data_paths.h"
-#include "common/json_text.h"
+#include "common/json_members.h"
+#include "common/json_writer.h"
 #include "common/text.h"
 #include "model/command_identity.h"
 #include "model/model_document.h"

@@ -7,7 +7,7 @@
 
 #include "common/console.h"
 #include "common/file_io.h"
-#include "common/json_text.h"
+#include "common/json_writer.h"
 #include "snapshot/custom_model_publisher.h"
 #include "snapshot/effective_tree.h"
 #include "snapshot/overlay_verbs.h"

@@ -2,7 +2,8 @@
 
 #include <fmt/xchar.h>
 
-#include "common/json_text.h"
+#include "common/json_writer.h"
+#include "common/text.h"
 #include "model/model_names.h"
 
 namespace cmr {

@@ -4,7 +4,7 @@
 #include <rapidjson/prettywriter.h>
 #include <rapidjson/stringbuffer.h>
 
-#include "common/json_text.h"
+#include "common/json_members.h"
 #include "common/log.h"
 #include "model/layout_inheritance.h"
 #include "model/model_document.h"

@@ -3,7 +3,7 @@
 #include <set>
 #include <vector>
 
-#include "common/json_text.h"
+#include "common/json_members.h"
 #include "common/text.h"
 #include "model/model_names.h"
 
@@ -11,11 +11,6 @@ namespace cmr {
 namespace {
 
 using rapidjson::Value;
-
-const Value* Array(const Value& object, const char* key) {
-  const Value* value = JsonMember(object, key);
-  return value != nullptr && value->IsArray() ? value : nullptr;
-}
 
 // Whether a layout's match scores for the target in the scan.
 bool Serves(const Value& layout, const MenuTarget& target) {
@@ -43,7 +38,7 @@ bool Admits(std::string_view ruleText, const std::wstring& targetText) {
 bool RuleReferences(const Value& rule, const MenuTarget& target) {
   const Value* match = JsonMember(rule, "match");
   if (match == nullptr || !match->IsObject()) return false;
-  const Value* families = Array(*match, "family");
+  const Value* families = JsonArrayMember(*match, "family");
   if (families == nullptr && JsonMemberText(*match, "namespace_id").empty() &&
       JsonMemberText(*match, "extension").empty() && JsonMemberText(*match, "file_class").empty()) {
     return false;
@@ -68,7 +63,7 @@ std::set<std::string> ServingLayouts(const Value& overlay, const Value& baseline
                                      const MenuTarget& target) {
   std::vector<const Value*> layouts;
   for (const Value* document : {&baseline, &overlay}) {
-    if (const Value* list = Array(*document, "layouts")) {
+    if (const Value* list = JsonArrayMember(*document, "layouts")) {
       for (const Value& layout : list->GetArray()) layouts.push_back(&layout);
     }
   }

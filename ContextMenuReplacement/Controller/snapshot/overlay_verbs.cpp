@@ -7,7 +7,7 @@
 #include "common/console.h"
 #include "common/data_paths.h"
 #include "common/file_io.h"
-#include "common/json_text.h"
+#include "common/json_writer.h"
 #include "snapshot/overlay_pipeline.h"
 #include "snapshot/overlay_staging.h"
 #include "snapshot/overlay_target_filter.h"

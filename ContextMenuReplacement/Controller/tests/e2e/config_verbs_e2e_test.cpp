@@ -8,7 +8,7 @@
 #include "common/byte_image.h"
 #include "common/data_paths.h"
 #include "common/file_io.h"
-#include "common/json_text.h"
+#include "common/json_writer.h"
 #include "common/text.h"
 #include "common/unique_handle.h"
 #include "config/menu_document.h"
