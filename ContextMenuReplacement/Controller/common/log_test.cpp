@@ -2,12 +2,13 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <regex>
 #include <sstream>
 #include <string>
 #include <vector>
 
+#include "common/data_paths.h"
+#include "common/file_io.h"
 #include "common/text.h"
 #include "common/unique_handle.h"
 #include "tests/support/child_process.h"
@@ -58,28 +59,16 @@ TEST(LogFile, LineFormatAndUtf8InTheDaysFile) {
   EXPECT_TRUE(std::regex_match(lines[0], shape)) << lines[0];
 }
 
-constexpr int kLinesPerWriter = 400;
-
-// Run as a child of TwoProcessesAppendWholeLines; skipped when run on its own.
-TEST(LogFile, WriterChild) {
-  const char* marker = std::getenv("CMR_LOG_WRITER_MARKER");
-  if (marker == nullptr) GTEST_SKIP() << "only runs as the child of a concurrency test";
-  ASSERT_TRUE(OpenLog(L"Ravelin", L"Controller", L""));
-  const std::wstring text = FromUtf8(marker) + L" " + std::wstring(180, L'x');
-  for (int i = 0; i < kLinesPerWriter; ++i) WriteLogLine(LogLevel::info, text);
-}
-
 TEST(LogFile, TwoProcessesAppendWholeLines) {
-  wchar_t self[MAX_PATH] = {};
-  ::GetModuleFileNameW(nullptr, self, MAX_PATH);
+  constexpr int kLinesPerWriter = 400;
   const std::string run = "run-" + std::to_string(::GetTickCount64());
   std::vector<UniqueHandle> children;
   for (const char* who : {"A", "B"}) {
-    ::SetEnvironmentVariableW(L"CMR_LOG_WRITER_MARKER", FromUtf8(run + "-" + who).c_str());
-    children.push_back(StartChild(self, {L"--gtest_filter=LogFile.WriterChild"}).process);
+    children.push_back(StartChild(JoinPath(ExecutableFolder(), L"log_writer.exe"),
+                                  {FromUtf8(run + "-" + who), std::to_wstring(kLinesPerWriter)})
+                           .process);
     ASSERT_TRUE(children.back());
   }
-  ::SetEnvironmentVariableW(L"CMR_LOG_WRITER_MARKER", nullptr);
   for (const UniqueHandle& child : children) {
     ASSERT_EQ(::WaitForSingleObject(child.get(), 60000), WAIT_OBJECT_0);
   }
