@@ -113,7 +113,8 @@ std::wstring DraftBaselinePath(std::wstring_view id) {
                   L"Context menu draft baseline - " + std::wstring(id) + L".json");
 }
 
-std::wstring ExecutableFolder() {
+std::wstring ExecutablePath() {
+  // An installation may lie past MAX_PATH: a full buffer means the path was cut, so grow it.
   std::wstring path(MAX_PATH, L'\0');
   for (;;) {
     const DWORD length =
@@ -121,11 +122,14 @@ std::wstring ExecutableFolder() {
     if (length == 0) return {};
     if (length < path.size()) {
       path.resize(length);
-      break;
+      return path;
     }
     path.resize(path.size() * 2);
   }
-  return ParentFolder(path);
+}
+
+std::wstring ExecutableFolder() {
+  return ParentFolder(ExecutablePath());
 }
 
 std::wstring ShippedSettingsPath() {

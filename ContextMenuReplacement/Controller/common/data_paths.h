@@ -40,7 +40,9 @@ namespace cmr {
 // Empty for an invalid id, which callers treat as a missing draft.
 [[nodiscard]] std::wstring DraftBaselinePath(std::wstring_view id);
 
-// The folder holding this executable, and the settings file that ships beside it.
+// This executable's full path (any length), the folder holding it, and the settings file that
+// ships beside it. Empty when the system cannot say.
+[[nodiscard]] std::wstring ExecutablePath();
 [[nodiscard]] std::wstring ExecutableFolder();
 [[nodiscard]] std::wstring ShippedSettingsPath();
 // The custom menu schema and baseline installed beside this executable.

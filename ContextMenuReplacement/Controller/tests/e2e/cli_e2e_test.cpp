@@ -1,6 +1,7 @@
 // The command-line front end as a caller sees it: bytes on the pipe and exit codes.
 
 #include <gtest/gtest.h>
+#include <rapidjson/document.h>
 
 #include "common/data_paths.h"
 #include "common/file_io.h"
@@ -12,49 +13,25 @@ namespace cmr::e2e {
 namespace {
 
 TEST(CliE2e, DispatcherMessagesAndExitCodes) {
-  const std::string usage = ReadBytes(FromUtf8(CMR_GOLDEN_DIR) + L"/usage.txt");
-  const auto unknown = [&](const std::string& verb) {
-    return "Unknown verb '" + verb + "'\n\n" + usage;
-  };
-  RunRows({
-      {{}, usage, 1},
-      // Verbs are matched exactly, whatever their case or script.
-      {{L"Status"}, unknown("Status"), 1},
-      {{L"St\u00e4ll-\u2713"}, unknown("St\xC3\xA4ll-\xE2\x9C\x93"), 1},
-      // placement-contracts takes exactly two arguments; otherwise it is no verb at all.
-      {{L"placement-contracts", L"schema.json"}, unknown("placement-contracts"), 1},
-      {{L"placement-contracts", L"schema.json", L"fixtures", L"extra"},
-       unknown("placement-contracts"),
-       1},
-      {{L"inject-dialog"}, "inject-dialog needs the dialog's window handle.\n", 1},
-      {{L"reconcile", L"--force", L"--now"}, "Unknown reconcile option '--now'.\n", 1},
-      {{L"suppress"}, "suppress needs a mode: off, classnotreg, or efail.\n", 1},
-      {{L"context"}, "context needs a mode: off, log, or overlay.\n", 1},
-      {{L"replacement"}, "replacement needs a mode: off, native, modern, or fail.\n", 1},
-      {{L"config"},
-       "config needs an action: init, path, check, validate, publish, watch, or status.\n",
-       1},
-      {{L"config", L"validate", L"a.json", L"b.json"}, "Unexpected argument 'b.json'.\n", 1},
-      // "--json" may stand anywhere and any number of times; the one file reaches the handler.
-      {{L"config", L"validate", L"--json", L"a.json", L"--json"},
-       "config validate reads the settings file; it takes no path argument.\n",
-       1},
-      {{L"custom-model"},
-       "custom-model needs an action: publish, publish-user, validate-user, effective, or "
-       "reset.\n",
-       1},
-      {{L"enable", L"--strategy"}, "Unknown option '--strategy'.\n", 1},
-      {{L"enable", L"--yes", L"--Force"}, "Unknown option '--Force'.\n", 1},
-      {{L"enable", L"--strategy", L"Classic"},
-       "Unknown strategy 'Classic'. Use classic or refusal.\n",
-       1},
-      // Only the word right after the verb selects JSON.
-      // No Hook runs in these tests, so the text form ends in 1 after saying so.
-      {{L"status", L"x", L"--json"}, "Context-menu preference\n", 1, true},
-      {{L"status", L"--json", L"x"}, "{\"effectiveMode\":", 0, true},
-      {{L"boot-restore"}, "", 0, true},
-      {{L"restart-explorer"}, "", 1, true},
-  });
+  const std::wstring golden = FromUtf8(CMR_GOLDEN_DIR);
+  const std::string usage = ReadBytes(golden + L"/usage.txt");
+  rapidjson::Document rows;
+  rows.Parse<rapidjson::kParseCommentsFlag>(ReadBytes(golden + L"/dispatcher-rows.json").c_str());
+  ASSERT_TRUE(rows.IsArray());
+  std::vector<CommandRow> commands;
+  for (const rapidjson::Value& row : rows.GetArray()) {
+    CommandRow& command = commands.emplace_back();
+    for (const auto& arg : row["args"].GetArray())
+      command.args.push_back(FromUtf8(arg.GetString()));
+    command.output =
+        row.HasMember("usage") ? usage
+        : row.HasMember("unknown")
+            ? "Unknown verb '" + std::string(row["args"][0].GetString()) + "'\n\n" + usage
+            : row["output"].GetString();
+    command.exitCode = row["exit"].GetUint();
+    command.outputStartsWith = row.HasMember("prefix");
+  }
+  RunRows(commands);
 }
 
 // A file where the log folder belongs makes the folder impossible to create: the self-check
