@@ -6,12 +6,12 @@
 #include <string>
 #include <vector>
 
-#include "common/console.h"
-#include "common/log.h"
 #include "cli/usage_text.h"
 #include "cli/verb_table.h"
-#include "snapshot/contract_suites.h"
+#include "common/console.h"
+#include "common/log.h"
 #include "common/win32.h"
+#include "snapshot/contract_suites.h"
 
 namespace cmr {
 
@@ -50,7 +50,11 @@ int RunController(int argc, wchar_t** argv) {
     return RunModelContracts(argv[2], argv[3], std::vector<std::wstring>(argv + 4, argv + argc));
   }
 
-  if (!OpenLog(L"Ravelin", L"Controller", L"")) {
+  if (OpenLog(L"Ravelin", L"Controller", L"")) {
+    // Support reads a day's log without the exe at hand: each run says which build wrote it.
+    WriteLogLine(LogLevel::info,
+                 L"ContextMenuReplacement.Controller " CMR_VERSION_TEXT L" started");
+  } else {
     Print(L"Could not initialize logging; continuing with console output only.\n");
   }
 

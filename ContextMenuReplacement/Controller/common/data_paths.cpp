@@ -103,7 +103,8 @@ bool IsValidDraftId(std::wstring_view id) noexcept {
   return true;
 }
 
-std::wstring ExecutableFolder() {
+std::wstring ExecutablePath() {
+  // An installation may lie past MAX_PATH: a full buffer means the path was cut, so grow it.
   std::wstring path(MAX_PATH, L'\0');
   for (;;) {
     const DWORD length =
@@ -111,11 +112,14 @@ std::wstring ExecutableFolder() {
     if (length == 0) return {};
     if (length < path.size()) {
       path.resize(length);
-      break;
+      return path;
     }
     path.resize(path.size() * 2);
   }
-  return ParentFolder(path);
+}
+
+std::wstring ExecutableFolder() {
+  return ParentFolder(ExecutablePath());
 }
 
 std::wstring ShippedSettingsPath() {

@@ -37,7 +37,9 @@ namespace cmr {
 // "placement-draft-" and 32 lower-case hexadecimal digits; nothing else is a draft id.
 [[nodiscard]] bool IsValidDraftId(std::wstring_view id) noexcept;
 
-// The folder holding this executable, and the settings file that ships beside it.
+// This executable's full path (any length), the folder holding it, and the settings file that
+// ships beside it. Empty when the system cannot say.
+[[nodiscard]] std::wstring ExecutablePath();
 [[nodiscard]] std::wstring ExecutableFolder();
 [[nodiscard]] std::wstring ShippedSettingsPath();
 // The custom menu schema and baseline installed beside this executable.

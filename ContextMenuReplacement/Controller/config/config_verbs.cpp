@@ -149,9 +149,14 @@ int Watch(const ConfigArguments& arguments) {
   PrintPublicationReport(Load(arguments, PublishMode::publish));
 
   // A relative file argument still has a folder: the current directory.
-  wchar_t full[MAX_PATH * 4] = {};
-  const DWORD length = ::GetFullPathNameW(source.c_str(), MAX_PATH * 4, full, nullptr);
-  const std::wstring folder = ParentFolder(length > 0 ? std::wstring(full, length) : source);
+  // Asked for its size first: the full path may be longer than any fixed buffer.
+  std::wstring full(::GetFullPathNameW(source.c_str(), 0, nullptr, nullptr), L'\0');
+  const DWORD length = full.empty()
+                           ? 0
+                           : ::GetFullPathNameW(source.c_str(), static_cast<DWORD>(full.size()),
+                                                full.data(), nullptr);
+  full.resize(length < full.size() ? length : 0);
+  const std::wstring folder = ParentFolder(full.empty() ? source : full);
   UniqueChangeNotification change(::FindFirstChangeNotificationW(
       folder.c_str(), FALSE, FILE_NOTIFY_CHANGE_FILE_NAME | FILE_NOTIFY_CHANGE_LAST_WRITE));
   if (!change) {

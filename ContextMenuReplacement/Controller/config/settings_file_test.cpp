@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "common/json_text.h"
+#include "tests/support/shipped_schemas.h"
 #include "tests/support/staged_install.h"
 
 // The values a settings file sets, and its own defaults, are decoded from the published
@@ -33,6 +34,12 @@ Read Globals(const std::string& text) {
   EXPECT_TRUE(ParseJsonText(text, true, document, failure)) << text;
   r.config.appearance = SettingsFileAppearance();
   r.ok = ReadSettingsGlobals(document, r.config, r.errors);
+  // Every row also holds the shipped schema of the entry's keys to the reader's verdict.
+  const rapidjson::Value& apps = document["apps"];
+  EXPECT_EQ(ShippedSchemaAccepts(L"high-level-settings.schema.json",
+                                 apps[apps.Size() - 1]["settings"], "globals"),
+            r.errors.empty())
+      << text;
   return r;
 }
 
@@ -140,6 +147,9 @@ TEST(SettingsFile, EntryAndFileMessages) {
     MessageList errors, warnings;
     EXPECT_FALSE(ReadSettingsText(row.text, config, errors, warnings));
     EXPECT_EQ(errors, MessageList{row.error});
+    rapidjson::Document document;
+    EXPECT_FALSE(!document.Parse(row.text.c_str()).HasParseError() &&
+                 ShippedSchemaAccepts(L"high-level-settings.schema.json", document));
     // Off unless the entry was found and says so, whatever else failed.
     EXPECT_EQ(config.enabled, row.text.find(R"("status":"enabled")") != std::string::npos);
   }
@@ -151,8 +161,11 @@ TEST(SettingsFile, EntryAndFileMessages) {
 TEST(SettingsFile, ShippedDefaultsReadCleanlyAndAMissingFileIsRefused) {
   MenuConfiguration config;
   MessageList messages;
-  EXPECT_TRUE(ReadSettingsFile(StagedFile(L"Content\\Configurations\\High Level Settings.json"),
-                               config, messages, messages));
+  const std::wstring shipped = StagedFile(L"Content\\Configurations\\High Level Settings.json");
+  EXPECT_TRUE(ReadSettingsFile(shipped, config, messages, messages));
+  rapidjson::Document document;
+  document.Parse(ReadWholeFile(shipped).value().c_str());
+  EXPECT_TRUE(ShippedSchemaAccepts(L"high-level-settings.schema.json", document));
   EXPECT_EQ(messages, MessageList{});
   EXPECT_TRUE(config.appearance == SettingsFileAppearance());
   EXPECT_EQ(std::make_tuple(config.enabled, config.bypassMask, config.opacityPercent,

@@ -3,6 +3,7 @@
 #include <fmt/xchar.h>
 
 #include "common/console.h"
+#include "common/data_paths.h"
 #include "common/unique_handle.h"
 #include "common/win32.h"
 #include "lifecycle/override_key.h"
@@ -16,9 +17,7 @@ namespace cmr {
 namespace suppression = context_menu_replacement::suppression;
 
 std::wstring OwnExecutablePath() {
-  wchar_t path[MAX_PATH + 1] = {};
-  const DWORD length = ::GetModuleFileNameW(nullptr, path, MAX_PATH);
-  return std::wstring(path, length);
+  return ExecutablePath();
 }
 
 std::wstring BootRestoreCommand(std::wstring_view executablePath) {

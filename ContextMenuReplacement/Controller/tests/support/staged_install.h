@@ -17,4 +17,9 @@ inline std::wstring StagedFile(const std::wstring& relative) {
   return JoinPath(StagedInstallFolder(), relative);
 }
 
+// A file of the source tree (test data kept beside its test): the build folder lies inside it.
+inline std::wstring SourceFile(const std::wstring& relative) {
+  return JoinPath(ParentFolder(ParentFolder(StagedInstallFolder())), relative);
+}
+
 }  // namespace cmr
