@@ -1,7 +1,6 @@
 // The command-line front end as a caller sees it: bytes on the pipe and exit codes.
 
 #include <gtest/gtest.h>
-#include <rapidjson/document.h>
 
 #include "common/data_paths.h"
 #include "common/file_io.h"
