@@ -4,8 +4,7 @@
 
 #include "common/json_text.h"
 
-// The starter document and one with every kind of item (a command CLSID, an item without
-// arguments after items with them) are published and compared whole in config_verbs_e2e_test.cpp.
+// Documents with every kind of item are published and compared whole in config_verbs_e2e_test.cpp.
 
 namespace cmr {
 namespace {

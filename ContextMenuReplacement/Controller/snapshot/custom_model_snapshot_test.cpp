@@ -130,6 +130,8 @@ TEST(CustomModelSnapshot, ReaderRules) {
                                  L""});
   const std::string def = Image(defined);
   const auto D = [&](uint32_t word) { return GetWord(def, 56) + 4 * word; };
+  const auto defPast =
+      static_cast<uint32_t>((def.size() - D(0)) / (4 * kDefinitionRecordWords) + 1);
   auto withPadding = [](size_t units) {
     ModelDocument model = SmallModel();
     model.layouts[0].items[0].titleOverride.assign(units, L'x');
@@ -186,7 +188,8 @@ TEST(CustomModelSnapshot, ReaderRules) {
       {"icon source 1", Put(def, D(kDefIconSource), {1}), nullptr},
       {"definition title one unit long", Put(def, D(kDefTitle), {52, 9}), "definition string"},
       {"definition reserved text", Put(def, D(kDefReserved20), {52, 8}), "definition string"},
-      {"definition table one row past totalBytes", Put(def, 52, {2}), "region outside the image"},
+      {"definition table one row past totalBytes", Put(def, 52, {defPast}),
+       "region outside the image"},
       {"argument entry one unit long", Put(def, GetWord(def, 48) + 4, {3}), "string list entry"},
       {"pin list on another command",
        Put(pins, GetWord(pins, 40) + 4 * kNodeQuickPinsList, {pinsList, 4}),

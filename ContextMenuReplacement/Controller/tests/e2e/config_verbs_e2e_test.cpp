@@ -178,12 +178,10 @@ TEST(ConfigVerbsE2e, SettingsFileValidatedAndItsGlobalsAppliedEvenWhenItsMenuIsR
   // of row; "others may write it" and "a menu too large" show the settings file's own defaults
   // (vertical padding 3, margins 8 and 7), colours as COLORREFs with red in the low byte.
   const auto settingsFile = [](const wchar_t* name) { return Golden(name + L".json"s); };
+  const std::string countsA = " (664 bytes): 3 profile(s), 8 item(s), 4 user command(s)";
   const std::string published =
-      "  warning: profiles[2] has no usable items, so its contexts will "
-      "show an empty menu.\n" +
-      PublishedText(
-          "version 1 (560 bytes): 3 profile(s), 8 item(s), 4 "
-          "user command(s)");
+      "  warning: profiles[2] has no usable items, so its contexts will show an empty menu.\n" +
+      PublishedText("version 1" + countsA);
   const std::string small = " (112 bytes): 1 profile(s), 1 item(s), 0 user command(s)";
   const struct {
     const char* name;
@@ -232,16 +230,15 @@ TEST(ConfigVerbsE2e, SettingsFileValidatedAndItsGlobalsAppliedEvenWhenItsMenuIsR
       RunRows({{{L"config", L"validate", L"--json"},
                 "{\"source\":" + ToUtf8(JsonQuote(settings)) +
                     ",\"aclAccepted\":true,\"valid\":true,\"profileCount\":3,\"itemCount\":8,"
-                    "\"userCommandCount\":4,\"snapshotBytes\":560,\"publishedVersion\":1,"
+                    "\"userCommandCount\":4,\"snapshotBytes\":664,\"publishedVersion\":1,"
                     "\"errors\":[],\"warnings\":[\"profiles[2] has no usable items, so its "
                     "contexts will show an empty menu.\"]}\n",
                 0}});
     }
   }
-  EXPECT_PRED2(Has, TodaysLog(),
-               "[config] Globals published: enabled=false bypass=0x2 opacity=0%\n[config] "
-               "Published version 4" +
-                   small + "\n");
+  const std::string log = TodaysLog();
+  EXPECT_PRED2(Has, log, "] [config] Globals published: enabled=true bypass=0x5 opacity=41%\n");
+  EXPECT_PRED2(Has, log, "] [config] Published version 1" + countsA + "\n");
   // One line, with the version in force. A document with errors is not flattened, so it has no
   // counts or size.
   WriteBytes(settings, SettingsText(R"("appearance.fontWeight":"bold","x":1)"));

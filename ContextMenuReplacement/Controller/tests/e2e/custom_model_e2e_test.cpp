@@ -256,8 +256,8 @@ TEST(CustomModelE2e, PlacementModelPublishedWholeAndReadBack) {
   const std::wstring baseline = scratch + L"\\baseline.json", overlay = scratch + L"\\overlay.json";
   WriteBytes(baseline, Golden(L"model-baseline.json"));
   WriteBytes(overlay, Golden(L"model-overlay.json"));
-  const std::string alone = "\"layoutCount\":3,\"nodeCount\":14,\"errors\":[]}\n";
-  const std::string merged = "\"layoutCount\":3,\"nodeCount\":19,\"errors\":[]}\n";
+  const std::string alone = "\"layoutCount\":3,\"nodeCount\":18,\"errors\":[]}\n";
+  const std::string merged = "\"layoutCount\":3,\"nodeCount\":23,\"errors\":[]}\n";
   RunRows({
       {{L"custom-model", L"validate", kSchema, baseline, L"--json"},
        "{\"published\":false,\"version\":0," + alone,
@@ -283,7 +283,7 @@ TEST(CustomModelE2e, PlacementModelPublishedWholeAndReadBack) {
   EXPECT_EQ(ReadBack(view), Golden(L"model.rows.txt"));
   EXPECT_PRED2(Has, TodaysLog(),
                "[custom-model] Published custom model version 2 (" + std::to_string(image.size()) +
-                   " bytes): 3 layout(s), 19 node(s).\n");
+                   " bytes): 3 layout(s), 23 node(s).\n");
 }
 
 TEST(CustomModelE2e, ArgumentErrorsAndStubs) {
