@@ -6,8 +6,7 @@
 #include "common/json_text.h"
 #include "tests/support/staged_install.h"
 
-// The values a settings file sets, and its own defaults, are decoded from the published
-// control.bin in config_verbs_e2e_test.cpp.
+// Values and defaults reach control.bin, compared whole, in config_verbs_e2e_test.cpp.
 
 namespace cmr {
 namespace {

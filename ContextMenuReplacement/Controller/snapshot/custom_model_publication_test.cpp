@@ -126,6 +126,10 @@ using Operation = std::function<ModelPipelineResult(const ModelSources&, FileOpe
 const Operation kPublish = [](auto& s, auto& f) { return PublishWithOverlay(s, true, f); };
 const Operation kReset = [](auto& s, auto& f) { return ResetOverlay(s, std::nullopt, f); };
 const Operation kReplace = [](auto& s, auto& f) { return ResetOverlay(s, kCandidate, f); };
+const Operation kReplaceBroken = [](auto& s, auto& f) { return ResetOverlay(s, "{"s, f); };
+const Operation kResetBroken = [](auto& s, auto& f) {
+  return ResetOverlay({s.schemaPath, s.overlayPath, s.overlayPath}, std::nullopt, f);
+};
 
 // Every file step of each operation fails once; whatever step fails, the overlay holds its
 // exact old bytes and the published model is the old state, or both are the new state.
@@ -142,6 +146,8 @@ TEST(OverlayPipeline, EveryFailingStepLeavesTheOldStateOrTheNew) {
       {"reset", kSaved, kReset, std::nullopt, kBaselineNodes},
       {"reset without overlay", std::nullopt, kReset, std::nullopt, kBaselineNodes},
       {"candidate reset", kSaved, kReplace, kCandidate, kCandidateNodes},
+      {"candidate judged before it replaces the overlay", kSaved, kReplaceBroken, {}, 0},
+      {"baseline judged before the overlay goes", kSaved, kResetBroken, {}, 0},
   };
   const std::wstring folder = JoinPath(ProductFolder(), L"pipeline-test");
   ASSERT_TRUE(EnsureDirectories(folder).ok());
@@ -180,7 +186,7 @@ TEST(OverlayPipeline, EveryFailingStepLeavesTheOldStateOrTheNew) {
       if (failAt > 0) ++cases;
     }
   }
-  EXPECT_EQ(cases, 21);
+  EXPECT_EQ(cases, 23);
 }
 
 }  // namespace

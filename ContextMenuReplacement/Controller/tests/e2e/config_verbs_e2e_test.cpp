@@ -173,10 +173,9 @@ TEST(ConfigVerbsE2e, SettingsFileValidatedAndItsGlobalsAppliedEvenWhenItsMenuIsR
       {{L"config", L"init"}, "'" + source + "' already exists; refusing to overwrite it.\n", 1},
   });
   EXPECT_FALSE(DirectoryExists(PublishedFolder()));
-  // Whole files against golden copies. The four settings files together give every global a
-  // value of its own (the booleans a distinct pattern across them), the menu of "a" every kind
-  // of row; "others may write it" and "a menu too large" show the settings file's own defaults
-  // (vertical padding 3, margins 8 and 7), colours as COLORREFs with red in the low byte.
+  // Whole files against golden copies. Settings "a" to "d" give every global a value of its own
+  // (booleans in a distinct pattern), "a" every kind of menu row; the refused rows show the
+  // settings file's own defaults (vertical padding 3, margins 8 and 7) and COLORREF colours.
   const auto settingsFile = [](const wchar_t* name) { return Golden(name + L".json"s); };
   const std::string countsA = " (664 bytes): 3 profile(s), 8 item(s), 4 user command(s)";
   const std::string published =

