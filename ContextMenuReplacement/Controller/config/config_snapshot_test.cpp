@@ -4,7 +4,7 @@
 
 #include <cstring>
 
-// The starter's published files are decoded field by field in config_verbs_e2e_test.cpp.
+// The starter's published files are compared byte for byte in config_verbs_e2e_test.cpp.
 
 namespace cmr {
 namespace {
@@ -36,6 +36,13 @@ TEST(ConfigSnapshot, ReaderRulesAtTheBoundAndOnePast) {
       {"argument's length", 116, 1, 2},
       {"the version the control file names", 8, 3, 4},
       {"profilesOffset", 20, 48, 56},
+      {"profile region against itemsOffset", 16, 1, 2},
+      {"item region against argumentsOffset", 24, 1, 2},
+      {"argumentsOffset against the item region", 36, 108, 107},
+      {"argument region against poolOffset", 32, 1, 2},
+      {"pool against totalBytes", 44, 24, 26},
+      {"poolBytes even", 44, 18, 19},
+      {"totalBytes against the file size", 12, 144, 145},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.rule);

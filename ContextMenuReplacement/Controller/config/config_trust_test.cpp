@@ -1,5 +1,6 @@
 #include "config/config_trust.h"
 
+#include <fmt/xchar.h>
 #include <gtest/gtest.h>
 #include <sddl.h>
 
@@ -56,6 +57,10 @@ TEST(ConfigTrust, EachOffendingEntryIsNamedOnceAndOthersAreIgnored) {
        L"O:" + user,
        {L"The file has a NULL DACL, which grants full control to everyone."}},
       {"owned by SYSTEM", L"O:SYD:(A;;FA;;;" + user + L")", {}},
+      {"owned by Administrators", L"O:BAD:(A;;FA;;;" + user + L")", {}},
+      {"owned by another account", L"O:" + foreign + L"D:", {foreign + kOwnerTail}},
+      {"CREATOR OWNER alone", L"O:" + user + L"D:(A;;FA;;;CO)", {}},
+      {"a deny entry alone", L"O:" + user + L"D:(D;;FA;;;WD)", {}},
       // Any other owner can rewrite the entries at will, and its own entry counts against it.
       {"owned and writable by another account",
        L"O:" + foreign + L"D:(A;;FA;;;" + foreign + L")",
@@ -67,6 +72,12 @@ TEST(ConfigTrust, EachOffendingEntryIsNamedOnceAndOthersAreIgnored) {
     MessageList errors;
     EXPECT_EQ(CheckDaclTrust(d.dacl, me.owner, d.owner, errors), row.errors.empty());
     EXPECT_EQ(errors, row.errors);
+  }
+  // Each write bit alone makes an entry an offender; no other bit does.
+  for (DWORD bit = 1; bit != 0; bit <<= 1) {
+    Descriptor d = FromSddl(L"O:" + user + fmt::format(L"D:(A;;0x{:X};;;WD)", bit));
+    MessageList errors;
+    EXPECT_EQ(CheckDaclTrust(d.dacl, me.owner, d.owner, errors), (bit & 0x500D0116) == 0) << bit;
   }
   MessageList errors;
   EXPECT_FALSE(CheckConfigurationTrust(L"C:\\no\\such\\menu.json", errors));

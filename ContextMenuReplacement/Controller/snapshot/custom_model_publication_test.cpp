@@ -127,6 +127,10 @@ using Operation = std::function<ModelPipelineResult(const ModelSources&, FileOpe
 const Operation kPublish = [](auto& s, auto& f) { return PublishWithOverlay(s, true, f); };
 const Operation kReset = [](auto& s, auto& f) { return ResetOverlay(s, std::nullopt, f); };
 const Operation kReplace = [](auto& s, auto& f) { return ResetOverlay(s, kCandidate, f); };
+const Operation kReplaceBroken = [](auto& s, auto& f) { return ResetOverlay(s, "{"s, f); };
+const Operation kResetBroken = [](auto& s, auto& f) {
+  return ResetOverlay({s.schemaPath, s.overlayPath, s.overlayPath}, std::nullopt, f);
+};
 
 // Each staged name of an ended process (id 0 is never a controller) goes at the next
 // publication or reset; the same names of a live one (ours), and every other name, stay.
@@ -173,6 +177,8 @@ TEST(OverlayPipeline, EveryFailingStepLeavesTheOldStateOrTheNew) {
       {"reset", kSaved, kReset, std::nullopt, kBaselineNodes},
       {"reset without overlay", std::nullopt, kReset, std::nullopt, kBaselineNodes},
       {"candidate reset", kSaved, kReplace, kCandidate, kCandidateNodes},
+      {"candidate judged before it replaces the overlay", kSaved, kReplaceBroken, {}, 0},
+      {"baseline judged before the overlay goes", kSaved, kResetBroken, {}, 0},
   };
   const std::wstring folder = JoinPath(ProductFolder(), L"pipeline-test");
   ASSERT_TRUE(EnsureDirectories(folder).ok());
@@ -211,7 +217,7 @@ TEST(OverlayPipeline, EveryFailingStepLeavesTheOldStateOrTheNew) {
       if (failAt > 0) ++cases;
     }
   }
-  EXPECT_EQ(cases, 21);
+  EXPECT_EQ(cases, 23);
 }
 
 }  // namespace

@@ -5,7 +5,9 @@
 #include <cstring>
 #include <utility>
 
+#include "common/file_io.h"
 #include "common/text.h"
+#include "tests/support/golden_file.h"
 
 namespace cmr {
 namespace {
@@ -50,23 +52,10 @@ uint32_t GetWord(const std::string& image, size_t offset) {
   return value;
 }
 
+// One layout of a command and a separator: 1 layout at 72, 2 nodes at 144, no string list or
+// definitions, the pool at 416 opening with the empty string, the baseline version as its tag.
 TEST(CustomModelSnapshot, GoldenBytesOfASmallModel) {
-  std::string expected;
-  auto words = [&](std::initializer_list<uint32_t> list) {
-    for (uint32_t word : list) expected.append(reinterpret_cast<const char*>(&word), 4);
-  };
-  const uint32_t none = 0xFFFFFFFF;
-  // Header: 1 layout at 72, 2 nodes at 144, empty list and definitions, pool at 416.
-  words({0x424E43D6, 18, 7, 502, 2, 39, 3, 1, 72, 2, 144, 0, 416, 0, 416, 416, 86, 0});
-  // desktop-default: family 0, root range (0, 2), selection any, block (0, 2).
-  words({1, 15, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 2, 0, 0, 2});
-  // "open": command windows:open; no children, no user-command fields, no definition.
-  words({17, 4, 0, 22, 12,   0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,
-         0,  0, 0, 0,  none, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0});
-  words({35, 3, 3, 0, 0,    0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,
-         0,  0, 0, 0, none, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0});
-  const std::u16string pool(u"\0desktop-default\0open\0windows:open\0sep\0001.0\0", 43);
-  expected.append(reinterpret_cast<const char*>(pool.data()), pool.size() * 2);
+  const std::string expected = ReadWholeFile(GoldenFile(L"small-model.snapshot.bin")).value();
   EXPECT_EQ(Image(SmallModel(), 7), expected);
   CustomModelView view;
   ASSERT_TRUE(AttachCustomModel(expected.data(), expected.size(), view));
@@ -98,11 +87,9 @@ TEST(CustomModelSnapshot, RowsOfSubmenusAndUserCommandPlacements) {
             std::make_pair(5u, 1u));
   ASSERT_EQ(view.definitionCount(), 1u);
   ASSERT_EQ(view.nodeCount(), 7u);  // six layout rows and the synthetic definition node
-  EXPECT_EQ(view.Text(view.Node(6).id), L"definition-1");
   EXPECT_EQ(view.Node(2).definitionIndex, 0u);
   EXPECT_EQ(view.Text(view.Node(3).userTitle), L"Terminal");
   const DefinitionRow definition = *view.DefinitionOf(view.Node(3));
-  EXPECT_EQ(view.Text(definition.executable), L"C:\\wt.exe");
   EXPECT_EQ(view.Argument(definition, 1), L".");
   EXPECT_EQ(view.Argument(definition, 2), std::nullopt);
   // Neither a node's definition index nor a definition's argument range is part of the
@@ -133,6 +120,18 @@ TEST(CustomModelSnapshot, ReaderRules) {
   std::string unterminated = good;  // the zero after "open" (pool unit 21)
   unterminated[GetWord(good, 60) + 2 * 21] = 'x';
   const uint32_t pinsList = GetWord(pins, GetWord(pins, 40) + 2 * 136 + 4 * kNodeQuickPinsList);
+  // One definition, its icon file "C:\\t.ico" (pool units 52..60) and its one argument.
+  ModelDocument defined = SmallModel();
+  defined.definitions.push_back({L"user:{11111111-2222-3333-4444-555555555555}",
+                                 L"T",
+                                 L"C:\\t.exe",
+                                 {L"-d"},
+                                 L"C:\\t.ico",
+                                 L""});
+  const std::string def = Image(defined);
+  const auto D = [&](uint32_t word) { return GetWord(def, 56) + 4 * word; };
+  const auto defPast =
+      static_cast<uint32_t>((def.size() - D(0)) / (4 * kDefinitionRecordWords) + 1);
   auto withPadding = [](size_t units) {
     ModelDocument model = SmallModel();
     model.layouts[0].items[0].titleOverride.assign(units, L'x');
@@ -177,6 +176,21 @@ TEST(CustomModelSnapshot, ReaderRules) {
       {"pin list label of 65 units", WithPins(std::wstring(65, L'p')), "quick-pins label"},
       {"pin list label with a tab", WithPins(L"My\tPins"), "quick-pins label"},
       {"pin list label with DEL", WithPins(L"Pins\x7F"), "quick-pins label"},
+      {"definition flag 1, icon index 9, origin 3",
+       Put(Put(Put(def, D(kDefPlaced), {1}), D(kDefIconIndex), {1, 9}), D(kDefDeclaredIn), {3}),
+       nullptr},
+      {"definition flag 2", Put(def, D(kDefPlaced), {2}), "definition flag"},
+      {"definition icon index 10", Put(def, D(kDefIconIndex), {1, 10}), "definition icon index"},
+      {"icon index 10 without its flag", Put(def, D(kDefIconIndex), {0, 10}), nullptr},
+      {"definition origin 4", Put(def, D(kDefDeclaredIn), {4}), "definition origin"},
+      {"icon source 3", Put(def, D(kDefIconSource), {3}), "definition icon source"},
+      {"icon source 2 without a path", Put(def, D(kDefIconPath), {0, 0}), "definition icon source"},
+      {"icon source 1", Put(def, D(kDefIconSource), {1}), nullptr},
+      {"definition title one unit long", Put(def, D(kDefTitle), {52, 9}), "definition string"},
+      {"definition reserved text", Put(def, D(kDefReserved20), {52, 8}), "definition string"},
+      {"definition table one row past totalBytes", Put(def, 52, {defPast}),
+       "region outside the image"},
+      {"argument entry one unit long", Put(def, GetWord(def, 48) + 4, {3}), "string list entry"},
       {"pin list on another command",
        Put(pins, GetWord(pins, 40) + 4 * kNodeQuickPinsList, {pinsList, 4}),
        "quick-pins field on another node"},

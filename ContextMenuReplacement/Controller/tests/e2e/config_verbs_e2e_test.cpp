@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 #include <sddl.h>
 
-#include "common/byte_image.h"
 #include "common/data_paths.h"
 #include "common/file_io.h"
 #include "common/json_writer.h"
@@ -14,11 +13,12 @@
 #include "config/menu_document.h"
 #include "tests/e2e/command_rows.h"
 #include "tests/e2e/harness.h"
+#include "tests/support/todays_log.h"
 
 namespace cmr::e2e {
 namespace {
 
-using Words32 = std::vector<uint32_t>;
+using namespace std::string_literals;
 
 const std::string kNothingPublished =
     "Nothing was published. The previously published configuration is still in effect,\n"
@@ -27,13 +27,6 @@ const std::string kEveryone =
     "\\Everyone (S-1-1-0) can modify this file. Because it names executables that run on every "
     "right-click, only you, SYSTEM and Administrators may have write access.";
 constexpr wchar_t kEveryoneWrites[] = L"D:(A;;FA;;;OW)(A;;FA;;;WD)";
-
-Words32 Words(const std::string& image, size_t from, size_t count) {
-  ByteImageReader in(image);
-  Words32 words;
-  for (size_t i = 0; i < count; ++i) words.push_back(in.U32(from + 4 * i));
-  return words;
-}
 
 // Replaces the file's DACL. Wine keeps a file's DACL in its Unix mode bits, so what the
 // controller reads back is what the file system really allows.
@@ -71,40 +64,12 @@ TEST(ConfigVerbsE2e, InitPublishStatusAndRefusalsThatChangeNothing) {
   });
   EXPECT_EQ(ReadBytes(menu), StarterDocumentText());
 
-  // The snapshot field by field: 2 profiles (24 bytes) put the items at 72, 8 items (352) the
-  // arguments at 424, 4 arguments the pool at 456.
+  // Both files byte for byte. menu.json sets enabled, bypass and opacity; every other global is
+  // the fixed default, and the font family and image path are empty.
   const std::string snapshot = ReadBytes(SnapshotFilePath(1));
-  ASSERT_EQ(snapshot.size(), 656u);
-  EXPECT_EQ(Words(snapshot, 0, 12),
-            (Words32{0x424E43D5, 18, 1, 656, 2, 48, 8, 72, 4, 424, 456, 200}));
-  EXPECT_EQ(Words(snapshot, 48, 6), (Words32{0x0E, 0, 5, 0x10, 5, 3}));
-  const uint32_t sources[] = {1, 3, 2, 3, 0, 1, 3, 0};
-  for (uint32_t i = 0; i < 8; ++i) {
-    Words32 row = Words(snapshot, 72 + 44 * i, 11), expected(11, 0);
-    expected[0] = sources[i];
-    if (sources[i] == 2) {
-      expected = {2, 0, 20, 21, 14, 0, 4, 0, 0, 0, 0};  // title, executable, arguments 0..3
-    } else {
-      row[5] = 0;  // firstArgument means nothing without arguments
-    }
-    EXPECT_EQ(row, expected) << i;
-  }
-  EXPECT_EQ(Words(snapshot, 424, 8), (Words32{36, 7, 44, 8, 53, 34, 88, 11}));
-  using namespace std::string_literals;
-  const std::u16string pool =
-      u"Open PowerShell here\0powershell.exe\0-NoExit\0-Command\0"
-      u"Set-Location -LiteralPath $args[0]\0{targetDir}\0"s;
-  EXPECT_EQ(snapshot.substr(456),
-            std::string(reinterpret_cast<const char*>(pool.data()), 2 * pool.size()));
-
-  // control.bin: menu.json sets enabled, bypass and opacity; every other global is the fixed
-  // default, and the font family and image path are empty.
-  const std::string control = ReadBytes(ControlFilePath());
-  ASSERT_EQ(control.size(), 720u);
-  EXPECT_EQ(Words(control, 0, 23), (Words32{0x424E43D5, 18,  1, 1, 6, 78, 400, 12, 16,  8, 8, 0,
-                                            0,          100, 0, 0, 0, 0,  0,   0,  135, 1, 1}));
-  EXPECT_EQ(control.substr(92, 584), std::string(584, '\0'));
-  EXPECT_EQ(Words(control, 676, 11), (Words32{1, 30, 65, 0, 200, 0, 0, 0, 0, 0, 460}));
+  EXPECT_EQ(snapshot, Golden(L"starter.snapshot.bin"));
+  EXPECT_EQ(ReadBytes(ControlFilePath()), Golden(L"starter.control.bin"));
+  EXPECT_PRED2(Has, TodaysLog(), "[config] Published version 1" + starterCounts + "\n");
 
   RunRows({
       {{L"config", L"status", menu},
@@ -208,43 +173,30 @@ TEST(ConfigVerbsE2e, SettingsFileValidatedAndItsGlobalsAppliedEvenWhenItsMenuIsR
       {{L"config", L"init"}, "'" + source + "' already exists; refusing to overwrite it.\n", 1},
   });
   EXPECT_FALSE(DirectoryExists(PublishedFolder()));
-  const std::string valuesSet =
-      R"("appearance.customHeaderColor":"#1e1e1e","appearance.customHotkeyColor":"#0A0B0C",)"
-      R"("general.nativeMenuBypass":"Alt","appearance.backgroundOpacityPercent":40,)"
-      R"("appearance.fontWeight":"Semibold","appearance.backgroundMode":"dark",)"
-      R"("appearance.backgroundImageFill":"tile","appearance.snapshotBlurEnabled":false,)"
-      R"("taskbar.replaceClockMenu":false,"appearance.fontFamily":"Ab",)"
-      R"("appearance.backgroundImagePath":"C:\\x")";
+  // Whole files against golden copies. Settings "a" to "d" give every global a value of its own
+  // (booleans in a distinct pattern), "a" every kind of menu row; the refused rows show the
+  // settings file's own defaults (vertical padding 3, margins 8 and 7) and COLORREF colours.
+  const auto settingsFile = [](const wchar_t* name) { return Golden(name + L".json"s); };
+  const std::string countsA = " (664 bytes): 3 profile(s), 8 item(s), 4 user command(s)";
+  const std::string published =
+      "  warning: profiles[2] has no usable items, so its contexts will show an empty menu.\n" +
+      PublishedText("version 1" + countsA);
+  const std::string small = " (112 bytes): 1 profile(s), 1 item(s), 0 user command(s)";
   const struct {
     const char* name;
     std::string text;
     const wchar_t* dacl;
     std::string output;
-    std::vector<std::pair<size_t, Words32>> control;  // words expected at byte offsets
+    const wchar_t* golden;  // <golden>.control.bin, and <golden>.snapshot.bin when published
   } rows[] = {
-      // A new control file announces no version; colours are COLORREFs, red in the low byte.
-      {"others may write it",
-       SettingsText(R"("appearance.customHeaderColor":"#0000ff")"),
-       kEveryoneWrites,
-       "  error:   " + kEveryone + "\n" + kNothingPublished,
-       {{8, {0, 1, 6}}, {700, {0xFF0000}}}},
-      // The settings file's own defaults (padding 3, margins 8 and 7) beside the values it sets;
-      // the font "Ab" and the image path "C:\x" are UTF-16 units, two to a word.
-      {"values set",
-       SettingsText(valuesSet),
-       nullptr,
-       PublishedText("version 1 (224 bytes): 1 profile(s), 2 item(s), 1 user command(s)"),
-       {{8, {1, 1, 1, 40, 600, 12, 16, 8, 3, 8, 7, 100, 0, 2}},
-        {92, {0x00620041, 0}},
-        {156, {0x003A0043, 0x0078005C, 0}},
-        {676, {2, 30, 65, 1, 200, 0x22, 0x1E1E1E, 0, 0x0C0B0A, 0, 460}}}},
-      {"a menu error",
-       SettingsText(R"("appearance.customHeaderColor":"#0000ff")", "7"),
-       nullptr,
+      {"others may write it", SettingsText(R"("appearance.customHeaderColor":"#0000ff")"),
+       kEveryoneWrites, "  error:   " + kEveryone + "\n" + kNothingPublished, L"settings-defaults"},
+      {"values set", settingsFile(L"settings-a"), nullptr, published, L"settings-a"},
+      {"a menu error", SettingsText(R"("appearance.customHeaderColor":"#0000ff")", "7"), nullptr,
        "  warning: profiles[0] has no usable items, so its contexts will show an empty menu.\n"
        "  error:   profiles[0].items[0] must be an object.\n" +
            kNothingPublished,
-       {{8, {1, 1, 1, 40}}, {700, {0x1E1E1E}}}},
+       L"settings-a"},
       {"a menu too large",
        SettingsText(
            R"("appearance.customHeaderColor":"#00ff00")",
@@ -252,26 +204,47 @@ TEST(ConfigVerbsE2e, SettingsFileValidatedAndItsGlobalsAppliedEvenWhenItsMenuIsR
        nullptr,
        "  error:   The configuration flattens to 1200128 bytes, over the 1048576 byte limit.\n" +
            kNothingPublished,
-       {{8, {1}}, {700, {0x00FF00}}}},
+       L"settings-too-large"},
+      {"bounds", settingsFile(L"settings-b"), nullptr, PublishedText("version 2" + small),
+       L"settings-b"},
+      {"c", settingsFile(L"settings-c"), nullptr, PublishedText("version 3" + small),
+       L"settings-c"},
+      {"d", settingsFile(L"settings-d"), nullptr, PublishedText("version 4" + small),
+       L"settings-d"},
   };
+  uint32_t version = 0;
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
     (void)DeleteFileIfPresent(settings);
     WriteBytes(settings, row.text);
     if (row.dacl) SetDacl(settings, row.dacl);
-    const DWORD exitCode = row.output.starts_with("Published") ? 0 : 1;
-    RunRows({{{L"config", L"publish"}, "Publishing " + source + "\n" + row.output, exitCode}});
-    const std::string control = ReadBytes(ControlFilePath());
-    for (const auto& [at, words] : row.control) EXPECT_EQ(Words(control, at, words.size()), words);
-    EXPECT_EQ(ReadBytes(SnapshotFilePath(2)), "<unreadable>");
+    const bool publishes = row.output.ends_with("restart.\n");
+    RunRows({{{L"config", L"publish"}, "Publishing " + source + "\n" + row.output, !publishes}});
+    EXPECT_EQ(ReadBytes(ControlFilePath()), Golden(row.golden + L".control.bin"s));
+    if (publishes) {
+      EXPECT_EQ(ReadBytes(SnapshotFilePath(++version)), Golden(row.golden + L".snapshot.bin"s));
+    }
+    EXPECT_EQ(ReadBytes(SnapshotFilePath(version + 1)), "<unreadable>");
+    if (version == 1 && publishes) {
+      RunRows({{{L"config", L"validate", L"--json"},
+                "{\"source\":" + ToUtf8(JsonQuote(settings)) +
+                    ",\"aclAccepted\":true,\"valid\":true,\"profileCount\":3,\"itemCount\":8,"
+                    "\"userCommandCount\":4,\"snapshotBytes\":664,\"publishedVersion\":1,"
+                    "\"errors\":[],\"warnings\":[\"profiles[2] has no usable items, so its "
+                    "contexts will show an empty menu.\"]}\n",
+                0}});
+    }
   }
+  const std::string log = TodaysLog();
+  EXPECT_PRED2(Has, log, "] [config] Globals published: enabled=true bypass=0x5 opacity=41%\n");
+  EXPECT_PRED2(Has, log, "] [config] Published version 1" + countsA + "\n");
   // One line, with the version in force. A document with errors is not flattened, so it has no
   // counts or size.
   WriteBytes(settings, SettingsText(R"("appearance.fontWeight":"bold","x":1)"));
   RunRows({{{L"config", L"validate", L"--json"},
             "{\"source\":" + ToUtf8(JsonQuote(settings)) +
                 ",\"aclAccepted\":true,\"valid\":false,\"profileCount\":0,\"itemCount\":0,"
-                "\"userCommandCount\":0,\"snapshotBytes\":0,\"publishedVersion\":1,"
+                "\"userCommandCount\":0,\"snapshotBytes\":0,\"publishedVersion\":4,"
                 "\"errors\":[\"'appearance.fontWeight' is not a supported weight.\"],"
                 "\"warnings\":[]}\n",
             1}});

@@ -8,6 +8,7 @@
 #include "common/file_io.h"
 #include "common/text.h"
 #include "tests/support/child_process.h"
+#include "tests/support/golden_file.h"
 #include "tests/support/staged_install.h"
 
 namespace cmr::e2e {
@@ -155,6 +156,10 @@ void ResetUserData() {
 std::string ReadBytes(const std::wstring& path) {
   const Result<std::string> bytes = ReadWholeFile(path);
   return bytes ? bytes.value() : "<unreadable>";
+}
+
+std::string Golden(const std::wstring& name) {
+  return ReadBytes(GoldenFile(name));
 }
 
 void WriteBytes(const std::wstring& path, const std::string& bytes) {

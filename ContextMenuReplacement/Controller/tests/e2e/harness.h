@@ -69,6 +69,8 @@ void DeleteTree(const std::wstring& folder);
 
 std::string ReadBytes(const std::wstring& path);
 void WriteBytes(const std::wstring& path, const std::string& bytes);
+// A data file kept beside the tests in golden/: expected bytes or an input document.
+std::string Golden(const std::wstring& name);
 
 // A scratch folder for a test's own files, emptied on creation.
 std::wstring ScratchFolder(const std::wstring& name);
