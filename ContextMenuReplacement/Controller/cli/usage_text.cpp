@@ -108,6 +108,7 @@ constexpr const wchar_t* kUsageLines[] = {
     L"             no snapshot version burned - keystroke-time feedback.",
     L"  custom-model effective <target> [--json]",
     L"             Prints the published snapshot's tree shape for one target (desktop,",
+    // NOLINTNEXTLINE(bugprone-suspicious-missing-comma): one usage line, split for width
     L"             folder-background, folder-item, drive, file-item, or file:<ext>). No live "
     L"Explorer",
     L"             context, so extension slots print as themselves rather than expanding.",

@@ -68,13 +68,14 @@ std::wstring DefaultMenuJsonPath() {
 }
 
 std::wstring ControllerLogFolder() {
-  const std::wstring folder = JoinPath(JoinPath(ProductFolder(), L"Controller"), L"Logs");
+  std::wstring folder = JoinPath(JoinPath(ProductFolder(), L"Controller"), L"Logs");
+  // A folder that cannot be created shows up as the failure to open a file inside it.
   (void)EnsureDirectories(folder);
   return folder;
 }
 
 std::wstring SettingsFolder() {
-  const std::wstring folder = JoinPath(ProductFamilyFolder(), L"Settings");
+  std::wstring folder = JoinPath(ProductFamilyFolder(), L"Settings");
   // A folder that cannot be created shows up as the failure to open a file inside it.
   (void)EnsureDirectories(folder);
   return folder;

@@ -10,17 +10,16 @@ namespace cmr {
 
 namespace {
 
-Status CutTo(HANDLE file, size_t size) {
+void CutTo(HANDLE file, size_t size) {
   LARGE_INTEGER current{};
   if (!::GetFileSizeEx(file, &current) || current.QuadPart <= static_cast<LONGLONG>(size)) {
-    return {};
+    return;
   }
   LARGE_INTEGER end{};
   end.QuadPart = static_cast<LONGLONG>(size);
   // A reader that has the file mapped makes this fail; the file then keeps its length, and its
   // readers refuse it as they refuse any foreign file.
   if (::SetFilePointerEx(file, end, nullptr, FILE_BEGIN)) (void)::SetEndOfFile(file);
-  return {};
 }
 
 class SystemFileOperations final : public FileOperations {
@@ -42,7 +41,7 @@ class SystemFileOperations final : public FileOperations {
                                     FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_ALWAYS,
                                     FILE_ATTRIBUTE_NORMAL, nullptr));
     if (!file) return Failure(L"Could not open '{}': {}", path, ErrorText(::GetLastError()));
-    (void)CutTo(file.get(), size);
+    CutTo(file.get(), size);
     UniqueHandle mapping(::CreateFileMappingW(file.get(), nullptr, PAGE_READWRITE, 0,
                                               static_cast<DWORD>(size), nullptr));
     if (!mapping) return Failure(L"Could not map '{}': {}", path, ErrorText(::GetLastError()));

@@ -206,6 +206,7 @@ bool ReadColour(const rapidjson::Value& settings, const char* key, uint32_t& out
 bool FeatureEnabledInSettings() {
   MenuConfiguration configuration;
   MessageList errors, warnings;
+  // A file that cannot be read leaves `enabled` false, which is the answer then.
   (void)ReadSettingsFile(SettingsFileWithShippedFallback(), configuration, errors, warnings);
   return configuration.enabled;
 }
@@ -349,6 +350,7 @@ bool ReadSettingsText(std::string_view text, MenuConfiguration& configuration, M
   }
   const size_t errorsBefore = errors.size();
   if (!ReadSettingsGlobals(document, configuration, errors)) return false;
+  // The menu's faults are in `errors`; the globals stand whatever the menu says.
   (void)ReadSettingsMenu(document, configuration, errors, warnings);
   return errors.size() == errorsBefore;
 }

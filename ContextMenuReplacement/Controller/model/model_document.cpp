@@ -169,6 +169,8 @@ class DocumentParser {
       if (!seen.insert(definition.commandId).second) {
         return Status::Failure(L"Duplicate custom command definition identity.");
       }
+      // Definitions are read first and their identities are unique, so this binding is each
+      // identity's first and cannot conflict.
       (void)Bind(definition.commandId,
                  {definition.title, definition.executable, definition.arguments});
       out_.definitions.push_back(std::move(definition));
@@ -242,7 +244,7 @@ class DocumentParser {
     return {};
   }
 
-  Status Bind(const std::wstring& identity, Binding binding) {
+  Status Bind(const std::wstring& identity, const Binding& binding) {
     const auto [it, added] = bindings_.emplace(identity, binding);
     if (!added && !(it->second == binding)) {
       return Status::Failure(

@@ -29,7 +29,7 @@ class RowReader {
  public:
   explicit RowReader(const unsigned char* row) noexcept : row_(row) {}
   [[nodiscard, gnu::always_inline]] uint32_t W(uint32_t word) const noexcept {
-    return Load(row_ + 4 * word);
+    return Load(row_ + size_t{4} * word);
   }
   [[nodiscard, gnu::always_inline]] StringRef R(uint32_t word) const noexcept {
     return {W(word), W(word + 1)};
@@ -142,11 +142,11 @@ Tables ReadTables(const RowReader& header) noexcept {
 
 Status CheckLayouts(const unsigned char* bytes, const Tables& t, const Checker& check) {
   for (uint32_t i = 0; i < t.layoutCount; ++i) {
-    const uint64_t at = t.layoutsOffset + uint64_t{4 * kLayoutRecordWords} * i;
+    const uint64_t at = t.layoutsOffset + uint64_t{4} * kLayoutRecordWords * i;
     const RowReader row(bytes + at);
     for (uint32_t word : {kLayoutId, kLayoutNamespace, kLayoutExtension, kLayoutFileClass,
                           kLayoutProgId, kLayoutInherits}) {
-      if (!check.ResolvesAt(at + 4 * word)) return Refuse("layout string");
+      if (!check.ResolvesAt(at + uint64_t{4} * word)) return Refuse("layout string");
     }
     if (!RangeInside(row.W(kLayoutRoot), row.W(kLayoutRoot + 1), t.nodeCount) ||
         !RangeInside(row.W(kLayoutBlock), row.W(kLayoutBlock + 1), t.nodeCount)) {
@@ -169,7 +169,7 @@ Status CheckStringList(const unsigned char*, const Tables& t, const Checker& che
 Status CheckNodes(const unsigned char* bytes, const Tables& t, const Checker& check) {
   IdentityMemo memo(t.nodeCount);
   for (uint32_t i = 0; i < t.nodeCount; ++i) {
-    const RowReader row(bytes + t.nodesOffset + uint64_t{4 * kNodeRecordWords} * i);
+    const RowReader row(bytes + t.nodesOffset + uint64_t{4} * kNodeRecordWords * i);
     // Spelled out rather than looped: this is the hot loop of attach.
     if (!check.Resolves(row.R(kNodeId)) || !check.Resolves(row.R(kNodeIdentity)) ||
         !check.Resolves(row.R(kNodeTitleOverride)) || !check.Resolves(row.R(kNodeExecutionRef)) ||
@@ -214,11 +214,11 @@ Status CheckNodes(const unsigned char* bytes, const Tables& t, const Checker& ch
 
 Status CheckDefinitions(const unsigned char* bytes, const Tables& t, const Checker& check) {
   for (uint32_t i = 0; i < t.definitionCount; ++i) {
-    const uint64_t at = t.definitionsOffset + uint64_t{4 * kDefinitionRecordWords} * i;
+    const uint64_t at = t.definitionsOffset + uint64_t{4} * kDefinitionRecordWords * i;
     const RowReader row(bytes + at);
     for (uint32_t word : {kDefIdentity, kDefTitle, kDefExecutable, kDefNodeId, kDefCachedIcon,
                           kDefReserved13, kDefIconPath, kDefReserved20}) {
-      if (!check.ResolvesAt(at + 4 * word)) return Refuse("definition string");
+      if (!check.ResolvesAt(at + uint64_t{4} * word)) return Refuse("definition string");
     }
     if (row.W(kDefPlaced) > 1) return Refuse("definition flag");
     if (row.W(kDefIconIndex) != 0 && row.W(kDefIconIndex + 1) > 9) {
@@ -253,7 +253,7 @@ std::wstring_view CustomModelView::ListString(uint32_t index) const noexcept {
 }
 
 LayoutRow CustomModelView::Layout(uint32_t index) const noexcept {
-  const RowReader in(data_ + layoutsOffset_ + uint64_t{4 * kLayoutRecordWords} * index);
+  const RowReader in(data_ + layoutsOffset_ + uint64_t{4} * kLayoutRecordWords * index);
   LayoutRow row;
   row.id = in.R(kLayoutId);
   row.family = in.W(kLayoutFamily);
@@ -271,7 +271,7 @@ LayoutRow CustomModelView::Layout(uint32_t index) const noexcept {
 }
 
 NodeRow CustomModelView::Node(uint32_t index) const noexcept {
-  const RowReader in(data_ + nodesOffset_ + uint64_t{4 * kNodeRecordWords} * index);
+  const RowReader in(data_ + nodesOffset_ + uint64_t{4} * kNodeRecordWords * index);
   NodeRow row;
   row.id = in.R(kNodeId);
   row.kind = in.W(kNodeKind);
@@ -310,7 +310,7 @@ std::optional<std::wstring_view> CustomModelView::Argument(const DefinitionRow& 
 }
 
 DefinitionRow CustomModelView::Definition(uint32_t index) const noexcept {
-  const RowReader in(data_ + definitionsOffset_ + uint64_t{4 * kDefinitionRecordWords} * index);
+  const RowReader in(data_ + definitionsOffset_ + uint64_t{4} * kDefinitionRecordWords * index);
   DefinitionRow row;
   row.identity = in.R(kDefIdentity);
   row.placed = in.W(kDefPlaced);
@@ -343,11 +343,11 @@ Status AttachCustomModel(const void* data, size_t size, CustomModelView& view) {
   if (totalBytes > size || totalBytes > kCustomModelMaxBytes) return Refuse("totalBytes");
 
   const Tables t = ReadTables(header);
-  if (!RegionInside(t.layoutsOffset, uint64_t{4 * kLayoutRecordWords} * t.layoutCount,
+  if (!RegionInside(t.layoutsOffset, uint64_t{4} * kLayoutRecordWords * t.layoutCount,
                     totalBytes) ||
-      !RegionInside(t.nodesOffset, uint64_t{4 * kNodeRecordWords} * t.nodeCount, totalBytes) ||
+      !RegionInside(t.nodesOffset, uint64_t{4} * kNodeRecordWords * t.nodeCount, totalBytes) ||
       !RegionInside(t.listOffset, uint64_t{8} * t.listCount, totalBytes) ||
-      !RegionInside(t.definitionsOffset, uint64_t{4 * kDefinitionRecordWords} * t.definitionCount,
+      !RegionInside(t.definitionsOffset, uint64_t{4} * kDefinitionRecordWords * t.definitionCount,
                     totalBytes) ||
       !RegionInside(t.poolOffset, t.poolBytes, totalBytes)) {
     return Refuse("region outside the image");

@@ -44,6 +44,7 @@ class CustomModelFormat final : public SnapshotFormat {
     do {
       if ((entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) == 0 &&
           IsStaleCustomModelSnapshot(entry.cFileName, current)) {
+        // One that cannot go now is stale still at the next publication, which tries again.
         (void)files.Delete(JoinPath(folder_, entry.cFileName));
       }
     } while (::FindNextFileW(find.get(), &entry));

@@ -20,7 +20,7 @@ class TreeWalk {
   std::wstring Text(uint32_t first, uint32_t count, uint32_t depth) {
     std::wstring text;
     if (depth > kMaxDepth) return text;
-    const std::wstring indent(2 * (depth + 1), L' ');
+    const std::wstring indent(size_t{2} * (depth + 1), L' ');
     for (uint32_t i = 0; i < count && budget_ > 0; ++i) {
       --budget_;
       const NodeRow node = view_.Node(first + i);

@@ -65,6 +65,8 @@ std::string IconFromModule(const std::wstring& source) {
       source.c_str(), nullptr, LOAD_LIBRARY_AS_DATAFILE | LOAD_LIBRARY_AS_IMAGE_RESOURCE));
   if (!module) return {};
   GroupName group;
+  // The callback ends the enumeration at the first group, which reads as a failure; `found` is
+  // the answer.
   (void)::EnumResourceNamesW(module.get(), MAKEINTRESOURCEW(14) /* RT_GROUP_ICON */, TakeFirstGroup,
                              reinterpret_cast<LONG_PTR>(&group));
   if (!group.found) return {};

@@ -108,6 +108,7 @@ ProbeVerdict ReadProbeVerdict() {
 void DeleteProbeVerdict() {
   const UniqueHkey key = OpenStateKey(KEY_SET_VALUE);
   if (!key) return;
+  // A verdict that cannot be deleted is replaced by the Hook's next probe all the same.
   (void)RunPersistentStep(L"delete LastProbeVerdict",
                           [&] { return ::RegDeleteValueW(key.get(), L"LastProbeVerdict"); });
   (void)RunPersistentStep(L"delete LastProbeDetail",

@@ -251,7 +251,7 @@ TEST(ConfigVerbsE2e, SettingsFileValidatedAndItsGlobalsAppliedEvenWhenItsMenuIsR
   // Readers take the version word as signed: past its highest value nothing at all is written.
   std::string control = ReadBytes(ControlFilePath());
   WriteBytes(ControlFilePath(), control.replace(8, 4, "\xFF\xFF\xFF\x7F", 4));
-  WriteBytes(settings, SettingsText(valuesSet));
+  WriteBytes(settings, SettingsText(R"("appearance.fontWeight":"Bold")"));
   RunRows(
       {{{L"config", L"publish"},
         "Publishing " + source + "\n  error:   The control file '" + ToUtf8(ControlFilePath()) +
