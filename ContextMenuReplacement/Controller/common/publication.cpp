@@ -22,8 +22,8 @@ class NamedLock {
  public:
   [[nodiscard]] Status Acquire(const wchar_t* name) {
     mutex_.reset(::CreateMutexW(nullptr, FALSE, name));
-    if (!mutex_) return Win32Failure(fmt::format(L"Could not create the lock '{}'", name),
-                                     ::GetLastError());
+    if (!mutex_)
+      return Win32Failure(fmt::format(L"Could not create the lock '{}'", name), ::GetLastError());
     // WAIT_ABANDONED: the last holder died mid-publication. What it left is safe by
     // construction (nothing is announced before it is complete), so go on.
     const DWORD waited = ::WaitForSingleObject(mutex_.get(), kLockWaitMs);
@@ -31,9 +31,10 @@ class NamedLock {
       held_ = true;
       return {};
     }
-    return Failure(L"Another process has been publishing for over {} seconds; nothing was "
-                   L"published.",
-                   kLockWaitMs / 1000);
+    return Failure(
+        L"Another process has been publishing for over {} seconds; nothing was "
+        L"published.",
+        kLockWaitMs / 1000);
   }
   ~NamedLock() {
     if (held_) ::ReleaseMutex(mutex_.get());
@@ -67,6 +68,10 @@ void RemoveOrphanedTemporaries(const SnapshotFormat& format, FileOperations& fil
 }  // namespace
 
 void SnapshotFormat::CleanUp(FileOperations&, uint32_t) const {}
+
+Status SnapshotFormat::SnapshotWriteFailure(const std::wstring&, Status failure) const {
+  return failure;
+}
 
 bool IsOrphanedTemporary(std::wstring_view fileName, std::wstring_view prefix,
                          bool (*processRuns)(unsigned long pid)) {
@@ -114,8 +119,9 @@ Result<uint32_t> PublishSnapshot(const SnapshotFormat& format, FileOperations& f
 
   Result<std::string> image = build.image(next);
   if (!image) return image.status();
-  if (Status written = files.WriteAtomically(format.SnapshotPath(next), image.value()); !written) {
-    return written;
+  const std::wstring snapshot = format.SnapshotPath(next);
+  if (Status written = files.WriteAtomically(snapshot, image.value()); !written) {
+    return format.SnapshotWriteFailure(snapshot, std::move(written));
   }
   if (Status committed = format.Announce(files, next); !committed) return committed;
   format.CleanUp(files, next);

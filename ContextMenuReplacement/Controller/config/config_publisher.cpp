@@ -66,6 +66,14 @@ class ConfigSnapshotFormat final : public SnapshotFormat {
     });
   }
 
+  // The configuration's readers know two failures by these words, and only the snapshot's own
+  // path: a temporary file is an implementation detail. The writer's detail goes to the log.
+  Status SnapshotWriteFailure(const std::wstring& path, Status failure) const override {
+    WriteLogLine(LogLevel::error, L"[config] " + failure.message());
+    return FailedWhileWriting(failure) ? Failure(L"Could not write '{}'.", path)
+                                       : Failure(L"Could not open '{}' for writing.", path);
+  }
+
  private:
   std::wstring folder_;
   const std::string* globals_;
@@ -128,8 +136,8 @@ void ConfigPublisher::Publish(const MenuConfiguration& configuration, PublishMod
   };
   const bool withGlobals = globals == GlobalsPolicy::withDefaultGlobals;
   const std::string block = withGlobals ? EncodeControlBlock(configuration, 0) : std::string();
-  const Result<uint32_t> published = PublishSnapshot(
-      ConfigSnapshotFormat(folder_, withGlobals ? &block : nullptr), files_, build);
+  const Result<uint32_t> published =
+      PublishSnapshot(ConfigSnapshotFormat(folder_, withGlobals ? &block : nullptr), files_, build);
   if (!published) {
     result.errors.push_back(published.message());
     return;

@@ -18,6 +18,7 @@
 #include "tests/e2e/explorer_rig.h"
 #include "tests/e2e/harness.h"
 #include "tests/support/child_process.h"
+#include "tests/support/todays_log.h"
 
 namespace cmr::e2e {
 namespace {
@@ -82,6 +83,10 @@ std::string ExportUserSoftware() {
   return ReadBytes(file);
 }
 
+std::string Golden(const wchar_t* name) {
+  return ReadBytes(FromUtf8(CMR_GOLDEN_DIR) + L"/" + name);
+}
+
 const std::vector<std::wstring> kEnable{L"enable", L"--yes", L"--no-restart"};
 const std::vector<std::wstring> kRefusal{L"enable", L"--yes", L"--no-restart", L"--strategy",
                                          L"refusal"};
@@ -105,36 +110,56 @@ class LifecycleE2e : public ::testing::Test {
 TEST_F(LifecycleE2e, EnableThenDisableGivesBackThePriorUnlessTheUserChoseAgain) {
   const Preference odd{true, true, L"C:\\a \"b\"\x01.dll"};
   const Preference theirs{true, true, L"C:\\Users\\me\\menu.dll"};
+  const Preference longPrior{true, true, std::wstring(1000, L'\\')};
+  const std::string backslashes(1000, '\\'),
+      kept = "Already applied; keeping the originally recorded prior preference.\n";
   const struct {
     const char* name;
     Preference prior;
-    std::string json;  // priorKeyPresent and priorValue as status --json writes them
+    const Preference* chosenBetween;  // the user's own choice made between two enables
+    std::string again;                // what the second enable says of the prior
+    std::string json;                 // priorKeyPresent and priorValue as status --json writes them
     const Preference* chosenAfterEnable;  // the user's own choice made while enabled
     std::string disabled;
   } rows[] = {
-      {"no key", kNoOverride, "false,\"priorValue\":\"\"", nullptr,
+      {"no key", kNoOverride, nullptr, kept, "false,\"priorValue\":\"\"", nullptr,
        "Preference: Removed the override key; the user is back on the Windows 11 modern menu.\n"},
-      {"odd value", odd, "true,\"priorValue\":\"C:\\\\a \\\"b\\\"\\u0001.dll\"", nullptr,
-       "Preference: Restored the prior override value 'C:\\a \"b\"\\u0001.dll'.\n"},
-      {"user chose again", kNoOverride, "false,\"priorValue\":\"\"", &theirs,
+      {"odd value", odd, nullptr, kept, "true,\"priorValue\":\"C:\\\\a \\\"b\\\"\\u0001.dll\"",
+       nullptr, "Preference: Restored the prior override value 'C:\\a \"b\"\\u0001.dll'.\n"},
+      // Its status --json line is longer than any console line.
+      {"long value", longPrior, nullptr, kept,
+       "true,\"priorValue\":\"" + backslashes + backslashes + "\"", nullptr,
+       "Preference: Restored the prior override value '" + backslashes + "'.\n"},
+      {"user chose again", kNoOverride, nullptr, kept, "false,\"priorValue\":\"\"", &theirs,
        "Preference: The override key now holds 'C:\\Users\\me\\menu.dll', which is not what we "
        "wrote. Leaving the newer choice alone.\n"},
+      {"user chose between enables", kNoOverride, &theirs,
+       "Already applied, but the override key was changed since; recording your newer choice "
+       "'C:\\Users\\me\\menu.dll' (key present) as the prior preference.\n",
+       "true,\"priorValue\":\"C:\\\\Users\\\\me\\\\menu.dll\"", nullptr,
+       "Preference: Restored the prior override value 'C:\\Users\\me\\menu.dll'.\n"},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
     ResetLifecycle();
     SetPreference(row.prior);
-    EXPECT_TRUE(Has(RunController(kEnable),
-                    "Applied classic_mode_registry.\nVerification: the machine looks as intended "
-                    "(override key present: yes, effective mode: classic)\n"));
-    // A second enable keeps the first recorded prior, not the override it finds.
-    EXPECT_TRUE(Has(RunController(kEnable),
-                    "Already applied; keeping the originally recorded prior preference.\n"));
+    const std::string applied =
+        "Applied classic_mode_registry.\nVerification: the machine looks as intended (override "
+        "key present: yes, effective mode: classic)\n";
+    EXPECT_TRUE(Has(RunController(kEnable), applied));
+    if (row.chosenBetween) SetPreference(*row.chosenBetween);
+    EXPECT_TRUE(Has(RunController(kEnable), row.again + applied));
     EXPECT_TRUE(Has(RunController({L"status", L"--json"}),
                     "\"suppressionApplied\":true,\"priorKeyPresent\":" + row.json + ","));
     if (row.chosenAfterEnable) SetPreference(*row.chosenAfterEnable);
     EXPECT_TRUE(Has(RunController({L"disable"}), "\n" + row.disabled));
-    EXPECT_EQ(ReadPreference(), row.chosenAfterEnable ? *row.chosenAfterEnable : row.prior);
+    // The outcome reaches the log too, where a restore at logon leaves its only trace.
+    std::string logged = "[INFO] [state] " + row.disabled.substr(12);
+    if (const size_t at = logged.find("\\u0001"); at != std::string::npos)
+      logged.replace(at, 6, "\x01");
+    EXPECT_TRUE(Has(TodaysLog(), logged));
+    const Preference* chosen = row.chosenAfterEnable ? row.chosenAfterEnable : row.chosenBetween;
+    EXPECT_EQ(ReadPreference(), chosen ? *chosen : row.prior);
     EXPECT_FALSE(is_boot_restore_armed());
     EXPECT_FALSE(ReadState().suppressionApplied || ReadState().featureEnabled);
   }
@@ -185,34 +210,58 @@ TEST_F(LifecycleE2e, BootRestoreAcrossItsDecisionTable) {
 }
 
 // A volatile parent refuses a non-volatile child (1021): for the state key that stops the enable
-// before anything changes; the override key's parent is replaced instead.
-TEST_F(LifecycleE2e, VolatileParentKeys) {
+// before anything changes; the override key's parent is replaced, unless another program keeps a
+// key under it. An enable whose boot-time restore cannot be armed (the test build of the
+// controller fails that step) leaves the state as it found it.
+TEST_F(LifecycleE2e, EnableAgainstRegistryFaults) {
+  const std::wstring overrideParent = kOverrideParentPath;
   const struct {
-    const wchar_t* parent;
+    std::vector<std::wstring> volatileKeys;  // created in order; a second one must survive
+    const wchar_t* failing;                  // a step that fails with error 5
     DWORD exitCode;
     std::string line;
   } rows[] = {
-      {L"Software\\Orvanta\\Brenlowpack", 1,
+      {{L"Software\\Orvanta\\Brenlowpack"},
+       nullptr,
+       1,
        "\nCould not record prior state, so nothing was changed: Could not open the state key for "
        "writing: 1021\n"},
-      {L"Software\\Classes\\CLSID\\{86ca1aa0-34aa-4e8b-a509-50c905bae2a2}", 0,
-       "\nApplied classic_mode_registry.\n"},
+      {{overrideParent}, nullptr, 0, "\nApplied classic_mode_registry.\n"},
+      {{overrideParent, overrideParent + L"\\TreatAs"},
+       nullptr,
+       1,
+       "\nCould not apply the strategy: Could not create the override key: 1021\n"},
+      {{},
+       L"set the RunOnce entry",
+       1,
+       "\nCould not arm the boot-time restore, so nothing was changed: Could not write the RunOnce "
+       "entry: 5\n"},
   };
   for (const auto& row : rows) {
-    SCOPED_TRACE(ToUtf8(row.parent));
+    SCOPED_TRACE(row.line);
     ResetLifecycle();
-    ::RegDeleteTreeW(HKEY_CURRENT_USER, row.parent);
-    UniqueHkey parent;
-    ASSERT_EQ(::RegCreateKeyExW(HKEY_CURRENT_USER, row.parent, 0, nullptr, REG_OPTION_VOLATILE,
-                                KEY_WRITE, nullptr, parent.put(), nullptr),
-              ERROR_SUCCESS);
-    parent.reset();
-    const RunResult run = RunController(kEnable);
+    for (const std::wstring& key : row.volatileKeys) {
+      ::RegDeleteTreeW(HKEY_CURRENT_USER, key.c_str());
+      UniqueHkey made;
+      ASSERT_EQ(::RegCreateKeyExW(HKEY_CURRENT_USER, key.c_str(), 0, nullptr, REG_OPTION_VOLATILE,
+                                  KEY_WRITE, nullptr, made.put(), nullptr),
+                ERROR_SUCCESS);
+    }
+    ::SetEnvironmentVariableW(L"CMR_STEP_FAIL", row.failing);
+    // Only the test build can fail a step; it has no Hook beside it to load.
+    const RunResult run =
+        row.failing ? RunControllerAt(JoinPath(ExecutableFolder(), L"step_controller.exe"), kEnable)
+                    : RunController(kEnable);
+    ::SetEnvironmentVariableW(L"CMR_STEP_FAIL", nullptr);
     EXPECT_EQ(run.exitCode, row.exitCode) << run.output;
     EXPECT_TRUE(Has(run, row.line)) << run.output;
     EXPECT_EQ(ReadPreference(), row.exitCode == 0 ? kEmptyOverride : kNoOverride);
     EXPECT_EQ(is_boot_restore_armed(), row.exitCode == 0);
-    ::RegDeleteTreeW(HKEY_CURRENT_USER, row.parent);
+    EXPECT_EQ(ReadState().featureEnabled, row.exitCode == 0);
+    if (row.volatileKeys.size() > 1) {  // still there to delete
+      EXPECT_EQ(::RegDeleteTreeW(HKEY_CURRENT_USER, row.volatileKeys[1].c_str()), ERROR_SUCCESS);
+    }
+    if (!row.volatileKeys.empty()) ::RegDeleteTreeW(HKEY_CURRENT_USER, row.volatileKeys[0].c_str());
   }
 }
 
@@ -221,32 +270,20 @@ TEST_F(LifecycleE2e, DisclosureAndStatusBeforeEnablingAndForEachProbeVerdict) {
   const std::string before = ExportUserSoftware();
   RunResult run = RunController({L"enable"});
   EXPECT_EQ(run.exitCode, 2u);
-  EXPECT_EQ(run.output, ReadBytes(FromUtf8(CMR_GOLDEN_DIR) + L"/enable_disclosure.txt"));
+  EXPECT_EQ(run.output, Golden(L"enable_disclosure.txt"));
   EXPECT_EQ(ExportUserSoftware(), before);
-  const std::string never =
-      "Context-menu preference\n  Override key present: no\n  Effective mode:       modern\n\n"
-      "Recorded state\n  none - this feature has never been enabled on this account\n"
-      "  Boot-time restore:    not armed\n\nConfiguration          none published\n\n";
+  const std::string never = Golden(L"status_never_enabled.txt");
   run = RunController({L"status"});
   EXPECT_EQ(run.output.substr(0, never.size()), never);
   EXPECT_TRUE(run.output.ends_with("\nSuppression probe:     no verdict recorded yet\n"));
-  EXPECT_EQ(RunController({L"status", L"--json"}).output,
-            "{\"effectiveMode\":\"modern\",\"overrideKeyPresent\":false,\"featureEnabled\":false,"
-            "\"suppressionApplied\":false,\"priorKeyPresent\":false,\"priorValue\":\"\","
-            "\"appliedAt\":\"\",\"bootRestoreArmed\":false,\"everEnabled\":false,"
-            "\"publishedConfigVersion\":0,\"overrideMissingWhileEnabled\":false}\n");
+  EXPECT_EQ(RunController({L"status", L"--json"}).output, Golden(L"status_never_enabled.json"));
   const struct {
     DWORD verdict;  // 0: none stored
     std::string tail;
   } rows[] = {
       {0, "\nSuppression probe:     no evidence yet - right-click a folder, then ask again\n"},
       {1, "\nSuppression probe:     CLASSIC PATH CONFIRMED - seen\n"},
-      {2,
-       "\nSuppression probe:     NOT IN USE - seen\n\nWindows is not honouring the "
-       "classic-menu override on this build. The feature is\nnot working, however successful "
-       "the registry write looked. Fall back with:\n    Controller.exe disable\n    "
-       "Controller.exe enable --yes --strategy refusal\nNote that the fallback cannot "
-       "suppress the desktop background.\n"},
+      {2, Golden(L"status_probe_not_in_use.txt")},
       {3,
        "\nSuppression probe:     PARTIAL - seen\nExpected if views existed before enabling; "
        "investigate if it persists.\n"},

@@ -1,6 +1,7 @@
 // A test build of the controller: the shipped libraries and entry, plus an observer of the
 // persistent steps: with CMR_STEP_EXIT=N in the environment the process dies right after step N
-// (counted from 1) ran, with exit code 86 and no clean-up, so a test can interrupt any verb there.
+// (counted from 1) ran, with exit code 86 and no clean-up, so a test can interrupt any verb there;
+// with CMR_STEP_FAIL=<step name> every step of that name fails with error 5 (access denied).
 // Built for the tests only; the shipped controller has no such observer.
 
 #include <cwchar>
@@ -19,11 +20,12 @@ class InterruptingObserver final : public cmr::StepObserver {
     wchar_t text[32] = {};
     if (::GetEnvironmentVariableW(L"CMR_STEP_EXIT", text, 32))
       exitAt_ = std::wcstoul(text, nullptr, 10);
+    ::GetEnvironmentVariableW(L"CMR_STEP_FAIL", failing_, 64);
   }
 
-  DWORD BeforeStep(const wchar_t*) override {
+  DWORD BeforeStep(const wchar_t* step) override {
     ++step_;
-    return ERROR_SUCCESS;
+    return std::wcscmp(step, failing_) == 0 ? ERROR_ACCESS_DENIED : ERROR_SUCCESS;
   }
   void AfterStep(const wchar_t*) override {
     // The hardest way out there is: no destructors, no flushing, like a power cut.
@@ -31,6 +33,7 @@ class InterruptingObserver final : public cmr::StepObserver {
   }
 
  private:
+  wchar_t failing_[64] = {};
   unsigned long exitAt_ = 0;
   unsigned long step_ = 0;
 };
