@@ -284,9 +284,7 @@ TEST_F(LifecycleE2e, DisclosureAndStatusBeforeEnablingAndForEachProbeVerdict) {
       {0, "\nSuppression probe:     no evidence yet - right-click a folder, then ask again\n"},
       {1, "\nSuppression probe:     CLASSIC PATH CONFIRMED - seen\n"},
       {2, Golden(L"status_probe_not_in_use.txt")},
-      {3,
-       "\nSuppression probe:     PARTIAL - seen\nExpected if views existed before enabling; "
-       "investigate if it persists.\n"},
+      {3, Golden(L"status_probe_partial.txt")},
   };
   ASSERT_TRUE(WriteState(LifecycleState{}).ok());
   for (const auto& row : rows) {
@@ -337,11 +335,7 @@ TEST_F(LifecycleE2e, WithAStandInExplorer) {
   ASSERT_TRUE(WriteState(state).ok());
   const RunResult refused = RunController(kEnable);
   EXPECT_EQ(refused.exitCode, 3u);
-  EXPECT_TRUE(refused.output.ends_with(
-      "REFUSING to enable: Explorer has restarted 10 times in the last 10 minutes while this\n"
-      "feature was enabled. That is the signature of the hook destabilising Explorer, and\n"
-      "reinjecting would make it a loop you cannot get out of.\n\n"
-      "Look at the hook log first. Pass --force to override.\n"));
+  EXPECT_TRUE(refused.output.ends_with(Golden(L"enable_refused_restart_loop.txt")));
   EXPECT_EQ(ReadState(), state);
   EXPECT_NE(RunController({L"enable", L"--yes", L"--no-restart", L"--force"}).exitCode, 3u);
 }
@@ -409,11 +403,7 @@ TEST_F(LifecycleE2e, ReconcileEnablesAFreshAccountThenReinjectsThenRestarts) {
   const std::string modern = "command " + Pid(explorer) + " code=8 arg=4\n";
   RunResult run = RunController({L"reconcile"});
   EXPECT_EQ(run.exitCode, 0u) << run.output;
-  EXPECT_TRUE(Has(run,
-                  "RESTART REQUIRED: the preference is recorded and applied, but Explorer "
-                  "must\nrestart before the replacement menu appears. Skipped at the caller's "
-                  "request.\n"))
-      << run.output;
+  EXPECT_TRUE(Has(run, Golden(L"restart_required.txt"))) << run.output;
   EXPECT_EQ(ReadPreference(), kEmptyOverride);
   EXPECT_TRUE(ReadState().featureEnabled);
   EXPECT_TRUE(FileExists(SnapshotFilePath(1)));
