@@ -22,8 +22,8 @@ class NamedLock {
  public:
   [[nodiscard]] Status Acquire(const wchar_t* name) {
     mutex_.reset(::CreateMutexW(nullptr, FALSE, name));
-    if (!mutex_)
-      return Win32Failure(fmt::format(L"Could not create the lock '{}'", name), ::GetLastError());
+    if (!mutex_) return Win32Failure(fmt::format(L"Could not create the lock '{}'", name),
+                                     ::GetLastError());
     // WAIT_ABANDONED: the last holder died mid-publication. What it left is safe by
     // construction (nothing is announced before it is complete), so go on.
     const DWORD waited = ::WaitForSingleObject(mutex_.get(), kLockWaitMs);
@@ -31,10 +31,9 @@ class NamedLock {
       held_ = true;
       return {};
     }
-    return Failure(
-        L"Another process has been publishing for over {} seconds; nothing was "
-        L"published.",
-        kLockWaitMs / 1000);
+    return Failure(L"Another process has been publishing for over {} seconds; nothing was "
+                   L"published.",
+                   kLockWaitMs / 1000);
   }
   ~NamedLock() {
     if (held_) ::ReleaseMutex(mutex_.get());
