@@ -10,7 +10,7 @@
 #include "explorer/dialog_enrolment.h"
 #include "explorer/explorer_discovery.h"
 #include "explorer/explorer_restart.h"
-#include "explorer/hook_channel.h"
+#include "explorer/hook_loader.h"
 #include "explorer/mode_verbs.h"
 #include "lifecycle/boot_restore.h"
 #include "lifecycle/install_probe.h"

@@ -84,10 +84,6 @@ std::wstring SettingsFilePath() {
   return JoinPath(SettingsFolder(), L"High Level Settings.json");
 }
 
-std::wstring MenuBaseSettingPath() {
-  return JoinPath(SettingsFolder(), L"Context menu base.txt");
-}
-
 std::wstring OverlayFileName(std::wstring_view scope) {
   // "create-organize" is deliberately the default file and has none of its own.
   if (scope.empty() || scope == L"create-organize") return L"Context menu layout overrides.json";
@@ -105,12 +101,6 @@ bool IsValidDraftId(std::wstring_view id) noexcept {
     if (!((c >= L'0' && c <= L'9') || (c >= L'a' && c <= L'f'))) return false;
   }
   return true;
-}
-
-std::wstring DraftBaselinePath(std::wstring_view id) {
-  if (!IsValidDraftId(id)) return {};
-  return JoinPath(SettingsFolder(),
-                  L"Context menu draft baseline - " + std::wstring(id) + L".json");
 }
 
 std::wstring ExecutableFolder() {

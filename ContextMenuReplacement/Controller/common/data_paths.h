@@ -30,15 +30,12 @@ namespace cmr {
 // <root>\Orvanta\Brenlowpack\Settings, created each time one of its file paths is asked for.
 [[nodiscard]] std::wstring SettingsFolder();
 [[nodiscard]] std::wstring SettingsFilePath();
-[[nodiscard]] std::wstring MenuBaseSettingPath();
 // "Context menu layout overrides.json" for the empty and the "create-organize" scope,
 // "Context menu layout overrides - <scope>.json" for any other.
 [[nodiscard]] std::wstring OverlayFileName(std::wstring_view scope);
 [[nodiscard]] std::wstring OverlayPath(std::wstring_view scope);
 // "placement-draft-" and 32 lower-case hexadecimal digits; nothing else is a draft id.
 [[nodiscard]] bool IsValidDraftId(std::wstring_view id) noexcept;
-// Empty for an invalid id, which callers treat as a missing draft.
-[[nodiscard]] std::wstring DraftBaselinePath(std::wstring_view id);
 
 // The folder holding this executable, and the settings file that ships beside it.
 [[nodiscard]] std::wstring ExecutableFolder();

@@ -7,7 +7,6 @@ namespace {
 
 TEST(DataPaths, NamesUnderTheDataRoot) {
   const std::wstring product = DataRoot() + L"\\Orvanta\\Brenlowpack\\Ravelin";
-  const std::wstring draft = L"placement-draft-0123456789abcdef0123456789abcdef";
   ASSERT_NE(DataRoot(), L"");
   const struct {
     std::wstring got, expected;
@@ -25,12 +24,6 @@ TEST(DataPaths, NamesUnderTheDataRoot) {
       {OverlayFileName(L"create-organize"), L"Context menu layout overrides.json"},
       {OverlayFileName(L"Create-Organize"),
        L"Context menu layout overrides - Create-Organize.json"},
-      {DraftBaselinePath(draft),
-       SettingsFolder() + L"\\Context menu draft baseline - " + draft + L".json"},
-      // The prefix and 32 lower-case hex digits: one digit fewer or more is refused.
-      {DraftBaselinePath(L"placement-draft-0123456789ABCDEF0123456789ABCDEF"), L""},
-      {DraftBaselinePath(L"placement-draft-0123456789abcdef0123456789abcde"), L""},
-      {DraftBaselinePath(L"placement-draft-0123456789abcdef0123456789abcdef0"), L""},
   };
   for (const auto& row : rows) EXPECT_EQ(row.got, row.expected);
 }

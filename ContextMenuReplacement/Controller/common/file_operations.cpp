@@ -56,11 +56,17 @@ class SystemFileOperations final : public FileOperations {
   }
 };
 
+FileOperations* g_replacement = nullptr;
+
 }  // namespace
 
 FileOperations& SystemFiles() {
   static SystemFileOperations files;
-  return files;
+  return g_replacement != nullptr ? *g_replacement : files;
+}
+
+void ReplaceSystemFiles(FileOperations* files) noexcept {
+  g_replacement = files;
 }
 
 }  // namespace cmr

@@ -30,7 +30,12 @@ class FileOperations {
                                             const std::function<void(unsigned char*)>& update) = 0;
 };
 
-// The real file system.
+// The real file system, or what a test build of the controller put in its place.
 [[nodiscard]] FileOperations& SystemFiles();
+// A test build of the controller routes the program's file steps through `files` (to end the
+// process in the middle of one); null gives the real file system back. The shipped program
+// never calls it. A replacement that calls SystemFiles() before it is installed reaches the
+// real one.
+void ReplaceSystemFiles(FileOperations* files) noexcept;
 
 }  // namespace cmr

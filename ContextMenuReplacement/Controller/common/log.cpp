@@ -5,9 +5,9 @@
 #include <memory>
 #include <mutex>
 
-#include "common/console.h"
 #include "common/data_paths.h"
 #include "common/file_io.h"
+#include "common/file_time.h"
 #include "common/text.h"
 #include "common/unique_handle.h"
 
@@ -94,7 +94,7 @@ void WriteLogLine(LogLevel level, std::wstring_view text) {
   ::FileTimeToLocalFileTime(&now, &local);
   SYSTEMTIME localTime{};
   ::FileTimeToSystemTime(&local, &localTime);
-  const uint64_t ticks = (uint64_t{local.dwHighDateTime} << 32) | local.dwLowDateTime;
+  const uint64_t ticks = FileTimeToInteger(local);
 
   std::wstring line =
       FormatLogPrefix(localTime, static_cast<uint32_t>(ticks % 10000000), ::GetCurrentProcessId(),
@@ -108,32 +108,6 @@ void WriteLogLine(LogLevel level, std::wstring_view text) {
   const AppendTurn turn;
   DWORD written = 0;
   ::WriteFile(logger.file.get(), bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr);
-}
-
-void RestartLog(std::wstring_view text) {
-  PrintLine(L"%s", text);
-  WriteLogLine(LogLevel::info, fmt::format(L"[Explorer restart] {}", text));
-}
-
-void LogGlobalsPublished(bool enabled, uint32_t bypassMask, uint32_t opacityPercent) {
-  WriteLogLine(LogLevel::info,
-               fmt::format(L"[config] Globals published: enabled={} bypass=0x{:X} opacity={}%",
-                           enabled, bypassMask, opacityPercent));
-}
-
-void LogConfigurationPublished(uint32_t version, uint64_t bytes, size_t profiles, size_t items,
-                               size_t userCommands) {
-  WriteLogLine(LogLevel::info,
-               fmt::format(L"[config] Published version {} ({} bytes): {} profile(s), {} item(s), "
-                           L"{} user command(s)",
-                           version, bytes, profiles, items, userCommands));
-}
-
-void LogMenuModelRefused(std::wstring_view path) {
-  WriteLogLine(LogLevel::error,
-               fmt::format(L"[config] Refusing the menu model from '{}': its ACL permits writes by "
-                           L"an unexpected account. Global settings were still applied.",
-                           path));
 }
 
 }  // namespace cmr

@@ -31,13 +31,4 @@ enum class LogLevel : int { debug = 0, info = 1, warning = 2, error = 3, critica
 [[nodiscard]] std::wstring OpenLogPath();
 void WriteLogLine(LogLevel level, std::wstring_view text);
 
-// The Explorer restart's progress line: console and log.
-void RestartLog(std::wstring_view text);
-
-// Log-only lines of the configuration publishers.
-void LogGlobalsPublished(bool enabled, uint32_t bypassMask, uint32_t opacityPercent);
-void LogConfigurationPublished(uint32_t version, uint64_t bytes, size_t profiles, size_t items,
-                               size_t userCommands);
-void LogMenuModelRefused(std::wstring_view path);
-
 }  // namespace cmr

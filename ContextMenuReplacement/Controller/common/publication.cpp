@@ -3,6 +3,7 @@
 #include <fmt/xchar.h>
 
 #include "common/file_io.h"
+#include "common/orphaned_files.h"
 #include "common/system_error.h"
 #include "common/unique_handle.h"
 
@@ -18,50 +19,16 @@ constexpr DWORD kLockWaitMs = 30000;
 constexpr int kReadAttempts = 40;
 constexpr DWORD kReadRetryMs = 25;
 
-class NamedLock {
- public:
-  [[nodiscard]] Status Acquire(const wchar_t* name) {
-    mutex_.reset(::CreateMutexW(nullptr, FALSE, name));
-    if (!mutex_) return Win32Failure(fmt::format(L"Could not create the lock '{}'", name),
-                                     ::GetLastError());
-    // WAIT_ABANDONED: the last holder died mid-publication. What it left is safe by
-    // construction (nothing is announced before it is complete), so go on.
-    const DWORD waited = ::WaitForSingleObject(mutex_.get(), kLockWaitMs);
-    if (waited == WAIT_OBJECT_0 || waited == WAIT_ABANDONED) {
-      held_ = true;
-      return {};
-    }
-    return Failure(L"Another process has been publishing for over {} seconds; nothing was "
-                   L"published.",
-                   kLockWaitMs / 1000);
-  }
-  ~NamedLock() {
-    if (held_) ::ReleaseMutex(mutex_.get());
-  }
-
- private:
-  UniqueHandle mutex_;
-  bool held_ = false;
-};
-
-bool ProcessRuns(unsigned long pid) {
-  UniqueHandle process(::OpenProcess(SYNCHRONIZE, FALSE, pid));
-  if (!process) return ::GetLastError() != ERROR_INVALID_PARAMETER;  // no such process
-  return ::WaitForSingleObject(process.get(), 0) == WAIT_TIMEOUT;
-}
-
 void RemoveOrphanedTemporaries(const SnapshotFormat& format, FileOperations& files) {
-  const std::wstring folder = format.Folder();
   const std::wstring prefix = format.FilePrefix();
-  WIN32_FIND_DATAW entry{};
-  UniqueFind find(::FindFirstFileW(JoinPath(folder, prefix + L"*.tmp").c_str(), &entry));
-  if (!find) return;
-  do {
-    if ((entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) == 0 &&
-        IsOrphanedTemporary(entry.cFileName, prefix, ProcessRuns)) {
-      (void)files.Delete(JoinPath(folder, entry.cFileName));
-    }
-  } while (::FindNextFileW(find.get(), &entry));
+  RemoveOrphanedFiles(
+      format.Folder(), prefix + L"*.tmp",
+      [&prefix](std::wstring_view name) -> std::optional<unsigned long> {
+        const std::optional<TemporaryName> temporary = SplitTemporaryName(name);
+        if (!temporary || !temporary->target.starts_with(prefix)) return {};
+        return temporary->pid;
+      },
+      files);
 }
 
 }  // namespace
@@ -72,22 +39,25 @@ Status SnapshotFormat::SnapshotWriteFailure(const std::wstring&, Status failure)
   return failure;
 }
 
-bool IsOrphanedTemporary(std::wstring_view fileName, std::wstring_view prefix,
-                         bool (*processRuns)(unsigned long pid)) {
-  constexpr std::wstring_view kSuffix = L".tmp";
-  if (fileName.size() <= prefix.size() + kSuffix.size() || !fileName.starts_with(prefix) ||
-      !fileName.ends_with(kSuffix)) {
-    return false;
+Status PublicationLock::Acquire(const wchar_t* name) {
+  mutex_.reset(::CreateMutexW(nullptr, FALSE, name));
+  if (!mutex_)
+    return Win32Failure(fmt::format(L"Could not create the lock '{}'", name), ::GetLastError());
+  // WAIT_ABANDONED: the last holder died mid-publication. What it left is safe by
+  // construction (nothing is announced before it is complete), so go on.
+  const DWORD waited = ::WaitForSingleObject(mutex_.get(), kLockWaitMs);
+  if (waited == WAIT_OBJECT_0 || waited == WAIT_ABANDONED) {
+    held_ = true;
+    return {};
   }
-  const std::wstring_view stem = fileName.substr(0, fileName.size() - kSuffix.size());
-  const size_t dot = stem.find_last_of(L'.');
-  if (dot == std::wstring_view::npos || dot + 1 == stem.size()) return false;
-  unsigned long pid = 0;
-  for (wchar_t unit : stem.substr(dot + 1)) {
-    if (unit < L'0' || unit > L'9' || pid > 0x0FFFFFFF) return false;
-    pid = pid * 10 + static_cast<unsigned long>(unit - L'0');
-  }
-  return !processRuns(pid);
+  return Failure(
+      L"Another process has been publishing for over {} seconds; nothing was "
+      L"published.",
+      kLockWaitMs / 1000);
+}
+
+PublicationLock::~PublicationLock() {
+  if (held_) ::ReleaseMutex(mutex_.get());
 }
 
 Result<uint32_t> ReadAnnouncedVersion(const SnapshotFormat& format, FileOperations& files) {
@@ -108,7 +78,7 @@ Result<uint32_t> PublishSnapshot(const SnapshotFormat& format, FileOperations& f
   if (Status folder = EnsureDirectories(format.Folder()); !folder) {
     return Failure(L"Could not create the publish directory (error {}).", folder.systemError());
   }
-  NamedLock lock;
+  PublicationLock lock;
   if (Status locked = lock.Acquire(format.LockName()); !locked) return locked;
   RemoveOrphanedTemporaries(format, files);
 

@@ -22,8 +22,25 @@
 
 #include "common/file_operations.h"
 #include "common/status.h"
+#include "common/unique_handle.h"
 
 namespace cmr {
+
+// The named mutex of a format, held for the life of the object once acquired. A thread that
+// already holds it may acquire it again (a transaction around a publication).
+class PublicationLock {
+ public:
+  PublicationLock() = default;
+  ~PublicationLock();
+  PublicationLock(const PublicationLock&) = delete;
+  PublicationLock& operator=(const PublicationLock&) = delete;
+  // Waits up to 30 seconds; a holder that keeps it longer is stuck.
+  [[nodiscard]] Status Acquire(const wchar_t* name);
+
+ private:
+  UniqueHandle mutex_;
+  bool held_ = false;
+};
 
 class SnapshotFormat {
  public:
@@ -58,9 +75,5 @@ struct SnapshotBuild {
 // The version announced now, read under the same retry rule as a publication.
 [[nodiscard]] Result<uint32_t> ReadAnnouncedVersion(const SnapshotFormat& format,
                                                     FileOperations& files);
-
-// "<prefix>...<pid>.tmp" of a process that no longer runs: left by a publisher that died.
-[[nodiscard]] bool IsOrphanedTemporary(std::wstring_view fileName, std::wstring_view prefix,
-                                       bool (*processRuns)(unsigned long pid));
 
 }  // namespace cmr

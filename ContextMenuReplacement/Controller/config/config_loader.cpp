@@ -5,6 +5,7 @@
 #include "common/file_io.h"
 #include "common/json_text.h"
 #include "common/log.h"
+#include "config/config_log.h"
 #include "config/config_snapshot.h"
 #include "config/config_trust.h"
 #include "config/menu_document.h"

@@ -7,8 +7,8 @@
 #include "common/byte_image.h"
 #include "common/data_paths.h"
 #include "common/file_io.h"
-#include "common/log.h"
 #include "common/publication.h"
+#include "config/config_log.h"
 #include "config/config_snapshot.h"
 
 namespace cmr {
@@ -69,7 +69,7 @@ class ConfigSnapshotFormat final : public SnapshotFormat {
   // The configuration's readers know two failures by these words, and only the snapshot's own
   // path: a temporary file is an implementation detail. The writer's detail goes to the log.
   Status SnapshotWriteFailure(const std::wstring& path, Status failure) const override {
-    WriteLogLine(LogLevel::error, L"[config] " + failure.message());
+    LogSnapshotWriteFailed(failure.message());
     return FailedWhileWriting(failure) ? Failure(L"Could not write '{}'.", path)
                                        : Failure(L"Could not open '{}' for writing.", path);
   }

@@ -9,6 +9,7 @@
 #include "common/console.h"
 #include "common/data_paths.h"
 #include "common/file_io.h"
+#include "common/file_time.h"
 #include "common/json_text.h"
 #include "common/unique_handle.h"
 #include "config/config_loader.h"
@@ -134,8 +135,7 @@ FolderListing ListFiles(const std::wstring& folder) {
     if (entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) continue;
     files.emplace_back(entry.cFileName,
                        (static_cast<uint64_t>(entry.nFileSizeHigh) << 32) | entry.nFileSizeLow,
-                       (static_cast<uint64_t>(entry.ftLastWriteTime.dwHighDateTime) << 32) |
-                           entry.ftLastWriteTime.dwLowDateTime);
+                       FileTimeToInteger(entry.ftLastWriteTime));
   } while (::FindNextFileW(find.get(), &entry));
   std::sort(files.begin(), files.end());
   return files;

@@ -56,7 +56,6 @@ bool NonEmptyString(const rapidjson::Value* value) {
   return value && value->IsString() && value->GetStringLength() > 0;
 }
 
-// Classifies and, when acceptable, appends one item. Returns whether it was appended.
 // Item paths are only formatted when a message needs one; most items never do.
 struct ItemPath {
   const JsonPath& profile;
@@ -64,61 +63,32 @@ struct ItemPath {
   [[nodiscard]] JsonPath Get() const { return profile.Key(L"items").Index(index); }
 };
 
-bool ParseItem(const rapidjson::Value& item, const ItemPath& where, MenuConfiguration& config,
-               MessageList& errors, MessageList& warnings) {
-  if (!item.IsObject()) {
-    errors.push_back(fmt::format(L"{} must be an object.", where.Get()));
+// The optional "command" of a modern item, into `record`; false after reporting a bad one.
+bool ParseModernCommand(const rapidjson::Value& item, const ItemPath& where, ItemRecord& record,
+                        MessageList& errors) {
+  const rapidjson::Value* command = JsonMember(item, "command");
+  if (!command) return true;
+  const std::wstring text = ValueText(*command);
+  CLSID clsid{};
+  // CLSIDFromString also resolves a ProgID through this machine's registry; only the
+  // braced form names the same command on every machine.
+  const bool braced = text.size() == 38 && text.front() == L'{' && text.back() == L'}';
+  if (!command->IsString() || !braced || FAILED(::CLSIDFromString(text.c_str(), &clsid))) {
+    errors.push_back(
+        fmt::format(L"{}: 'command' must be a CLSID in braces, for example "
+                    L"\"{{A2877438-9A16-4629-912A-1223B4E3B025}}\". Got '{}'.",
+                    where.Get(), text));
     return false;
   }
-  ItemRecord record;
-  record.firstArgument = static_cast<uint32_t>(config.arguments.size());
-  if (JsonStringIs(JsonMember(item, "type"), "separator")) {
-    record.source = ItemSource::separator;
-    config.items.push_back(record);
-    return true;
-  }
-  const rapidjson::Value* source = JsonMember(item, "source");
-  if (JsonStringIs(source, "classic")) {
-    const rapidjson::Value* include = JsonMember(item, "include");
-    if (include && include->IsString() && !JsonStringIs(include, "*")) {
-      warnings.push_back(fmt::format(
-          L"{}: only \"include\": \"*\" is supported for the classic source; the whole captured "
-          L"menu will be shown.",
-          where.Get()));
-    }
-    record.source = ItemSource::classic;
-    config.items.push_back(record);
-    return true;
-  }
-  if (JsonStringIs(source, "modern")) {
-    record.source = ItemSource::modern;
-    if (const rapidjson::Value* command = JsonMember(item, "command")) {
-      const std::wstring text = ValueText(*command);
-      CLSID clsid{};
-      // CLSIDFromString also resolves a ProgID through this machine's registry; only the
-      // braced form names the same command on every machine.
-      const bool braced = text.size() == 38 && text.front() == L'{' && text.back() == L'}';
-      if (!command->IsString() || !braced || FAILED(::CLSIDFromString(text.c_str(), &clsid))) {
-        errors.push_back(
-            fmt::format(L"{}: 'command' must be a CLSID in braces, for example "
-                        L"\"{{A2877438-9A16-4629-912A-1223B4E3B025}}\". Got '{}'.",
-                        where.Get(), text));
-        return false;
-      }
-      static_assert(sizeof(clsid) == sizeof(record.command));
-      std::memcpy(record.command.data(), &clsid, sizeof(clsid));
-    }
-    config.items.push_back(record);
-    return true;
-  }
-  if (!JsonStringIs(source, "user")) {
-    errors.push_back(fmt::format(
-        L"{}: 'source' must be classic, modern or user, or the item must have \"type\": "
-        L"\"separator\".",
-        where.Get()));
-    return false;
-  }
+  static_assert(sizeof(clsid) == sizeof(record.command));
+  std::memcpy(record.command.data(), &clsid, sizeof(clsid));
+  return true;
+}
 
+// A user command's fields, into `record` and the argument list; false after reporting every
+// fault found.
+bool ParseUserItem(const rapidjson::Value& item, const ItemPath& where, ItemRecord& record,
+                   MenuConfiguration& config, MessageList& errors) {
   bool ok = true;
   const rapidjson::Value* arguments = JsonMember(item, "arguments");
   if (arguments) {
@@ -166,6 +136,51 @@ bool ParseItem(const rapidjson::Value& item, const ItemPath& where, MenuConfigur
       config.arguments.push_back(InternValue(config.pool, argument));
     }
   }
+  return true;
+}
+
+// Classifies and, when acceptable, appends one item. Returns whether it was appended.
+bool ParseItem(const rapidjson::Value& item, const ItemPath& where, MenuConfiguration& config,
+               MessageList& errors, MessageList& warnings) {
+  if (!item.IsObject()) {
+    errors.push_back(fmt::format(L"{} must be an object.", where.Get()));
+    return false;
+  }
+  ItemRecord record;
+  record.firstArgument = static_cast<uint32_t>(config.arguments.size());
+  if (JsonStringIs(JsonMember(item, "type"), "separator")) {
+    record.source = ItemSource::separator;
+    config.items.push_back(record);
+    return true;
+  }
+  const rapidjson::Value* source = JsonMember(item, "source");
+  if (JsonStringIs(source, "classic")) {
+    const rapidjson::Value* include = JsonMember(item, "include");
+    if (include && include->IsString() && !JsonStringIs(include, "*")) {
+      warnings.push_back(fmt::format(
+          L"{}: only \"include\": \"*\" is supported for the classic source; the whole captured "
+          L"menu will be shown.",
+          where.Get()));
+    }
+    record.source = ItemSource::classic;
+    config.items.push_back(record);
+    return true;
+  }
+  if (JsonStringIs(source, "modern")) {
+    record.source = ItemSource::modern;
+    if (!ParseModernCommand(item, where, record, errors)) return false;
+    config.items.push_back(record);
+    return true;
+  }
+  if (!JsonStringIs(source, "user")) {
+    errors.push_back(fmt::format(
+        L"{}: 'source' must be classic, modern or user, or the item must have \"type\": "
+        L"\"separator\".",
+        where.Get()));
+    return false;
+  }
+
+  if (!ParseUserItem(item, where, record, config, errors)) return false;
   config.items.push_back(record);
   ++config.userCommandCount;
   return true;

@@ -209,6 +209,93 @@ bool FeatureEnabledInSettings() {
   return configuration.enabled;
 }
 
+namespace {
+
+// The appearance keys, into `a`; false when a ranged number is out of range.
+bool ReadAppearance(const rapidjson::Value& settings, AppearanceGlobals& a, MessageList& errors) {
+  // Deliberately strict: the first number out of range fails the read, so a half-understood
+  // file never reaches the Hook.
+  static constexpr RangedKey kLayoutKeys[] = {
+      {"appearance.fontSizeDip", &AppearanceGlobals::fontSizeDip, 8, 32},
+      {"appearance.iconSizeDip", &AppearanceGlobals::iconSizeDip, 8, 48},
+      {"appearance.menuHorizontalPaddingDip", &AppearanceGlobals::menuHorizontalPaddingDip, 0, 32},
+      {"appearance.menuVerticalPaddingDip", &AppearanceGlobals::menuVerticalPaddingDip, 0, 32},
+      {"appearance.itemHorizontalMarginDip", &AppearanceGlobals::itemHorizontalMarginDip, 0, 24},
+      {"appearance.itemVerticalMarginDip", &AppearanceGlobals::itemVerticalMarginDip, 0, 24},
+      {"appearance.separatorIntensityPercent", &AppearanceGlobals::separatorIntensityPercent, 0,
+       100},
+      {"appearance.animationDurationMs", &AppearanceGlobals::animationDurationMs, 0, 1000},
+  };
+  if (!ReadRangedKeys(settings, kLayoutKeys, a, errors)) return false;
+
+  // A bad value of these is in `errors` and the read goes on to report the rest; only the
+  // ranged numbers stop it.
+  (void)ReadBool(settings, "appearance.showAccessKeys", a.showAccessKeys, errors);
+  (void)ReadBool(settings, "appearance.showBandLabels", a.showBandLabels, errors);
+  (void)ReadBool(settings, "appearance.snapshotBlurEnabled", a.snapshotBlurEnabled, errors);
+  (void)ReadBool(settings, "appearance.showHotkeys", a.showHotkeys, errors);
+  (void)ReadBool(settings, "appearance.showSeparators", a.showSeparators, errors);
+
+  ReadBoundedText(settings, "appearance.fontFamily", kFontFamilyMaxLength, L"a font name",
+                  a.fontFamily, errors);
+  ReadBoundedText(settings, "appearance.backgroundImagePath", kImagePathMaxLength, L"a path",
+                  a.backgroundImagePath, errors);
+  static constexpr Choice kFills[] = {{"stretch", 0}, {"cover", 1}, {"tile", 2}, {"center", 3}};
+  ReadChoice(settings, "appearance.backgroundImageFill", kFills,
+             L"'appearance.backgroundImageFill' must be one of stretch, cover, tile, center.",
+             a.backgroundImageFill, errors);
+
+  static constexpr RangedKey kSurfaceKeys[] = {
+      {"appearance.hoverOpacityPercent", &AppearanceGlobals::hoverOpacityPercent, 0, 100},
+      {"appearance.menuMinimumWidthDip", &AppearanceGlobals::menuMinimumWidthDip, 0, 600},
+      {"appearance.menuMaximumWidthDip", &AppearanceGlobals::menuMaximumWidthDip, 0, 1200},
+      {"appearance.backgroundImageOpacityPercent",
+       &AppearanceGlobals::backgroundImageOpacityPercent, 0, 100},
+  };
+  if (!ReadRangedKeys(settings, kSurfaceKeys, a, errors)) return false;
+
+  static constexpr Choice kWeights[] = {
+      {"Light", 300}, {"Regular", 400}, {"Medium", 500}, {"Semibold", 600}, {"Bold", 700}};
+  ReadChoice(settings, "appearance.fontWeight", kWeights,
+             L"'appearance.fontWeight' is not a supported weight.", a.fontWeight, errors);
+  static constexpr Choice kModes[] = {{"system", 0}, {"light", 1}, {"dark", 2}, {"custom", 3}};
+  ReadChoice(settings, "appearance.backgroundMode", kModes,
+             L"'appearance.backgroundMode' must be one of system, light, dark, custom.",
+             a.backgroundMode, errors);
+
+  (void)ReadColour(settings, "appearance.customBackgroundColor", a.customBackgroundColor, errors);
+  (void)ReadBool(settings, "appearance.customForegroundEnabled", a.customForegroundEnabled,
+                 errors);
+  (void)ReadColour(settings, "appearance.customForegroundColor", a.customForegroundColor, errors);
+  (void)ReadBool(settings, "appearance.customHeaderEnabled", a.customHeaderEnabled, errors);
+  (void)ReadColour(settings, "appearance.customHeaderColor", a.customHeaderColor, errors);
+  (void)ReadBool(settings, "appearance.customHotkeyEnabled", a.customHotkeyEnabled, errors);
+  (void)ReadColour(settings, "appearance.customHotkeyColor", a.customHotkeyColor, errors);
+
+  return true;
+}
+
+// The surfaces the user handed back to Windows, as the opt-out mask.
+uint32_t ReadSurfaceOptOut(const rapidjson::Value& root, const rapidjson::Value& settings,
+                           MessageList& errors) {
+  // A surface is handed back to Windows only when its switch is present and false.
+  static constexpr const char* kSurfaces[] = {
+      "taskbar.replaceBackgroundMenu", "taskbar.replaceClockMenu", "taskbar.replaceStartMenu",
+      "taskbar.replacePinnedAppMenu", "taskbar.replaceAppMenu"};
+  uint32_t optOut = 0;
+  for (size_t bit = 0; bit < std::size(kSurfaces); ++bit) {
+    bool replaced = true;
+    if (ReadBool(settings, kSurfaces[bit], replaced, errors) && !replaced) optOut |= 1u << bit;
+  }
+  // The window organizer shares the taskbar menus; when it is off its surface is not ours.
+  const rapidjson::Value* organizer = FindApp(*JsonMember(root, "apps"), "window-organizer");
+  if (organizer && JsonStringIs(JsonMember(*organizer, "status"), "disabled"))
+    optOut |= kOptOutWindowOrganizer;
+  return optOut;
+}
+
+}  // namespace
+
 bool ReadSettingsGlobals(const rapidjson::Value& root, MenuConfiguration& configuration,
                          MessageList& errors) {
   const rapidjson::Value* settings = FindSettings(root, errors);
@@ -227,81 +314,13 @@ bool ReadSettingsGlobals(const rapidjson::Value& root, MenuConfiguration& config
           JsonWide(*bypass)));
     }
   }
+  // Out of range is in `errors`; the opacity, unlike the appearance numbers, does not stop the
+  // read.
   (void)ReadRangedNumber(*settings, "appearance.backgroundOpacityPercent", kDefaultOpacityPercent,
                          0, 100, configuration.opacityPercent, errors);
 
-  AppearanceGlobals& a = configuration.appearance;
-  // Deliberately strict: the first number out of range fails the read, so a half-understood
-  // file never reaches the Hook.
-  static constexpr RangedKey kLayoutKeys[] = {
-      {"appearance.fontSizeDip", &AppearanceGlobals::fontSizeDip, 8, 32},
-      {"appearance.iconSizeDip", &AppearanceGlobals::iconSizeDip, 8, 48},
-      {"appearance.menuHorizontalPaddingDip", &AppearanceGlobals::menuHorizontalPaddingDip, 0, 32},
-      {"appearance.menuVerticalPaddingDip", &AppearanceGlobals::menuVerticalPaddingDip, 0, 32},
-      {"appearance.itemHorizontalMarginDip", &AppearanceGlobals::itemHorizontalMarginDip, 0, 24},
-      {"appearance.itemVerticalMarginDip", &AppearanceGlobals::itemVerticalMarginDip, 0, 24},
-      {"appearance.separatorIntensityPercent", &AppearanceGlobals::separatorIntensityPercent, 0,
-       100},
-      {"appearance.animationDurationMs", &AppearanceGlobals::animationDurationMs, 0, 1000},
-  };
-  if (!ReadRangedKeys(*settings, kLayoutKeys, a, errors)) return false;
-
-  (void)ReadBool(*settings, "appearance.showAccessKeys", a.showAccessKeys, errors);
-  (void)ReadBool(*settings, "appearance.showBandLabels", a.showBandLabels, errors);
-  (void)ReadBool(*settings, "appearance.snapshotBlurEnabled", a.snapshotBlurEnabled, errors);
-  (void)ReadBool(*settings, "appearance.showHotkeys", a.showHotkeys, errors);
-  (void)ReadBool(*settings, "appearance.showSeparators", a.showSeparators, errors);
-
-  ReadBoundedText(*settings, "appearance.fontFamily", kFontFamilyMaxLength, L"a font name",
-                  a.fontFamily, errors);
-  ReadBoundedText(*settings, "appearance.backgroundImagePath", kImagePathMaxLength, L"a path",
-                  a.backgroundImagePath, errors);
-  static constexpr Choice kFills[] = {{"stretch", 0}, {"cover", 1}, {"tile", 2}, {"center", 3}};
-  ReadChoice(*settings, "appearance.backgroundImageFill", kFills,
-             L"'appearance.backgroundImageFill' must be one of stretch, cover, tile, center.",
-             a.backgroundImageFill, errors);
-
-  static constexpr RangedKey kSurfaceKeys[] = {
-      {"appearance.hoverOpacityPercent", &AppearanceGlobals::hoverOpacityPercent, 0, 100},
-      {"appearance.menuMinimumWidthDip", &AppearanceGlobals::menuMinimumWidthDip, 0, 600},
-      {"appearance.menuMaximumWidthDip", &AppearanceGlobals::menuMaximumWidthDip, 0, 1200},
-      {"appearance.backgroundImageOpacityPercent",
-       &AppearanceGlobals::backgroundImageOpacityPercent, 0, 100},
-  };
-  if (!ReadRangedKeys(*settings, kSurfaceKeys, a, errors)) return false;
-
-  static constexpr Choice kWeights[] = {
-      {"Light", 300}, {"Regular", 400}, {"Medium", 500}, {"Semibold", 600}, {"Bold", 700}};
-  ReadChoice(*settings, "appearance.fontWeight", kWeights,
-             L"'appearance.fontWeight' is not a supported weight.", a.fontWeight, errors);
-  static constexpr Choice kModes[] = {{"system", 0}, {"light", 1}, {"dark", 2}, {"custom", 3}};
-  ReadChoice(*settings, "appearance.backgroundMode", kModes,
-             L"'appearance.backgroundMode' must be one of system, light, dark, custom.",
-             a.backgroundMode, errors);
-
-  (void)ReadColour(*settings, "appearance.customBackgroundColor", a.customBackgroundColor, errors);
-  (void)ReadBool(*settings, "appearance.customForegroundEnabled", a.customForegroundEnabled,
-                 errors);
-  (void)ReadColour(*settings, "appearance.customForegroundColor", a.customForegroundColor, errors);
-  (void)ReadBool(*settings, "appearance.customHeaderEnabled", a.customHeaderEnabled, errors);
-  (void)ReadColour(*settings, "appearance.customHeaderColor", a.customHeaderColor, errors);
-  (void)ReadBool(*settings, "appearance.customHotkeyEnabled", a.customHotkeyEnabled, errors);
-  (void)ReadColour(*settings, "appearance.customHotkeyColor", a.customHotkeyColor, errors);
-
-  // A surface is handed back to Windows only when its switch is present and false.
-  static constexpr const char* kSurfaces[] = {
-      "taskbar.replaceBackgroundMenu", "taskbar.replaceClockMenu", "taskbar.replaceStartMenu",
-      "taskbar.replacePinnedAppMenu", "taskbar.replaceAppMenu"};
-  uint32_t optOut = 0;
-  for (size_t bit = 0; bit < std::size(kSurfaces); ++bit) {
-    bool replaced = true;
-    if (ReadBool(*settings, kSurfaces[bit], replaced, errors) && !replaced) optOut |= 1u << bit;
-  }
-  // The window organizer shares the taskbar menus; when it is off its surface is not ours.
-  const rapidjson::Value* organizer = FindApp(*JsonMember(root, "apps"), "window-organizer");
-  if (organizer && JsonStringIs(JsonMember(*organizer, "status"), "disabled"))
-    optOut |= kOptOutWindowOrganizer;
-  a.surfaceOptOutMask = optOut;
+  if (!ReadAppearance(*settings, configuration.appearance, errors)) return false;
+  configuration.appearance.surfaceOptOutMask = ReadSurfaceOptOut(root, *settings, errors);
   return true;
 }
 

@@ -13,7 +13,9 @@
 #include "diagnostics/dialog_crashes.h"
 #include "explorer/dialog_enrolment_log.h"
 #include "explorer/explorer_discovery.h"
-#include "explorer/hook_channel.h"
+#include "explorer/hook_builds.h"
+#include "explorer/hook_loader.h"
+#include "explorer/post_enrolment.h"
 
 namespace cmr {
 
@@ -122,8 +124,14 @@ bool WaitForShellView(HWND dialog) {
 int Enrol(const DialogCandidate& dialog, DWORD threadId) {
   const Result<HookModule> hook = LoadHook();
   // The bootstrap goes to the dialog itself: the thread may own no other window.
-  if (!hook || !EnrolThread(hook.value(), threadId, WindowOf(dialog.window))) {
-    if (!hook) WriteLogLine(LogLevel::error, L"[dialogs] " + hook.message());
+  const Status enrolled =
+      hook ? EnrolThread(hook.value(), threadId, WindowOf(dialog.window)) : hook.status();
+  if (!enrolled) {
+    if (!hook) {
+      WriteLogLine(LogLevel::error, L"[dialogs] " + hook.message());
+    } else {
+      PrintLine(L"%s", enrolled.message());
+    }
     PrintLine(L"inject-dialog: could not load the hook into %s (pid %lu).", dialog.program,
               dialog.processId);
     return 1;

@@ -7,6 +7,7 @@
 
 #include "common/console.h"
 #include "common/file_io.h"
+#include "common/file_time.h"
 #include "common/unique_handle.h"
 
 namespace cmr {
@@ -90,7 +91,7 @@ std::vector<uint64_t> ExplorerProcessStartTimes() {
     UniqueHandle process(::OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, entry.processId));
     FILETIME creation{}, exit{}, kernel{}, user{};
     if (process && ::GetProcessTimes(process.get(), &creation, &exit, &kernel, &user)) {
-      created = (uint64_t{creation.dwHighDateTime} << 32) | creation.dwLowDateTime;
+      created = FileTimeToInteger(creation);
     }
     times.push_back(created);
   }

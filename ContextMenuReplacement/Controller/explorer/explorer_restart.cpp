@@ -1,5 +1,7 @@
 #include "explorer/explorer_restart.h"
 
+#include <fmt/xchar.h>
+
 #include <algorithm>
 #include <chrono>
 #include <future>
@@ -7,6 +9,7 @@
 #include <set>
 #include <thread>
 
+#include "common/console.h"
 #include "common/log.h"
 #include "common/text.h"
 #include "common/unique_handle.h"
@@ -27,6 +30,12 @@ constexpr DWORD kTerminateWaitMs = 2000;
 constexpr DWORD kHiddenWindowRecheckMs = 500;
 // The shell's window list is read across processes; a hung Explorer must not hold the restart.
 constexpr auto kCaptureLimit = std::chrono::seconds(10);
+
+// The restart's progress lines go to the console and the log alike.
+void RestartLog(std::wstring_view text) {
+  PrintLine(L"%s", text);
+  WriteLogLine(LogLevel::info, fmt::format(L"[Explorer restart] {}", text));
+}
 
 // Held for the whole sequence; released and closed on every way out.
 class RestartMutex {

@@ -34,7 +34,7 @@ int RunInstallVerb() {
   PrintLine(L"");
   PrintLine(L"  Windows build:        %lu (recorded for diagnostics, not gated on)",
             WindowsBuildNumber());
-  const size_t threads = ExplorerUiThreadCount();
+  const size_t threads = CurrentExplorerLink().UiThreadCount();
   PrintLine(L"  Explorer UI threads:  %zu", threads);
 
   const HWND progman = ::FindWindowW(L"Progman", nullptr);

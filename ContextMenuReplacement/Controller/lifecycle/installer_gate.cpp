@@ -1,5 +1,6 @@
 #include "lifecycle/installer_gate.h"
 
+#include "common/file_time.h"
 #include "common/unique_handle.h"
 #include "state/registry_value.h"
 
@@ -32,7 +33,7 @@ InstallerFacts ReadInstallerFacts() {
   }
   FILETIME creation{}, exit{}, kernel{}, user{};
   if (!::GetProcessTimes(process.get(), &creation, &exit, &kernel, &user)) return facts;
-  facts.created = (uint64_t{creation.dwHighDateTime} << 32) | creation.dwLowDateTime;
+  facts.created = FileTimeToInteger(creation);
   facts.stillRunning = ::WaitForSingleObject(process.get(), 0) == WAIT_TIMEOUT;
   return facts;
 }

@@ -8,6 +8,7 @@
 
 #include "common/console.h"
 #include "common/data_paths.h"
+#include "common/file_time.h"
 #include "common/win32.h"
 #include "lifecycle/boot_restore.h"
 #include "lifecycle/explorer_link.h"
@@ -24,7 +25,7 @@ namespace {
 uint64_t NowFiletime() {
   FILETIME now{};
   ::GetSystemTimeAsFileTime(&now);
-  return (uint64_t{now.dwHighDateTime} << 32) | now.dwLowDateTime;
+  return FileTimeToInteger(now);
 }
 
 std::wstring UtcNowText() {
@@ -157,7 +158,7 @@ int RunEnableVerb(const EnableOptions& options) {
 
   LifecycleState state = ReadState();
   const LifecycleState before = state;
-  const std::vector<uint64_t> explorerStarts = ExplorerStartTimes();
+  const std::vector<uint64_t> explorerStarts = CurrentExplorerLink().StartTimes();
   if (CheckRestartLoop(state, explorerStarts.empty() ? 0 : explorerStarts.front(), NowFiletime(),
                        options.force)) {
     PrintGuardRefusal(state.explorerRestarts);
@@ -214,14 +215,14 @@ int RunEnableVerb(const EnableOptions& options) {
       PrintLine(L"preference to take effect.");
     } else if (options.restart) {
       PrintLine(L"Restarting Explorer so the change takes effect...");
-      if (!RestartExplorerShell()) return 1;
+      if (!CurrentExplorerLink().RestartShell()) return 1;
     } else {
       PrintLine(L"RESTART REQUIRED: the preference is recorded and applied, but Explorer must");
       PrintLine(L"restart before the replacement menu appears. Skipped at the caller's request.");
     }
     PrintLine(L"");
   }
-  if (const int injected = InjectHook(); injected != 0) return injected;
+  if (const int injected = CurrentExplorerLink().InjectHook(); injected != 0) return injected;
   PrintLine(L"");
   PrintLine(
       L"Enabled. Right-click a folder once, then run 'status': it reports whether the classic");
@@ -231,7 +232,7 @@ int RunEnableVerb(const EnableOptions& options) {
 }
 
 int RunDisableVerb() {
-  const int result = SendHookCommand(kHookShutdownCommand);
+  const int result = CurrentExplorerLink().Send(HookShutdownCommand());
   const RestoreOutcome outcome = restore();
   PrintLine(L"");
   PrintLine(L"Preference: %s", outcome.message);
@@ -251,7 +252,7 @@ int RunDisableVerb() {
 int RunUninstallVerb() {
   PrintLine(L"Removing everything Ravelin changed.");
   PrintLine(L"");
-  (void)SendHookCommand(kHookShutdownCommand);
+  (void)CurrentExplorerLink().Send(HookShutdownCommand());
   const RestoreOutcome outcome = restore();
   PrintLine(L"Preference: %s", outcome.message);
   if (const Status disarmed = disarm_boot_restore(); !disarmed) {

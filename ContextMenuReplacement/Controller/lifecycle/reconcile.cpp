@@ -47,17 +47,17 @@ bool RestartWhereNeeded(const LifecycleState& state, const ClassicModeReading& r
   // An Explorer that was running before the switch was written never read it and keeps
   // serving the modern menu however long the override has been in place.
   if (state.featureEnabled && reading.keyPresent && reading.valueEmpty &&
-      !IsExplorerAlreadyClassic(reading, ExplorerStartTimes())) {
+      !IsExplorerAlreadyClassic(reading, CurrentExplorerLink().StartTimes())) {
     PrintLine(
         L"Explorer has been running since before this account was switched to classic menus,");
     PrintLine(L"so it is still serving the modern menu. Restarting it...");
-    if (!RestartExplorerShell()) return false;
+    if (!CurrentExplorerLink().RestartShell()) return false;
   }
   // An earlier build's Hook keeps this build's inert until its Explorer goes.
-  if (EarlierBuildHookInExplorer()) {
+  if (CurrentExplorerLink().EarlierBuildHookLoaded()) {
     PrintLine(
         L"Explorer is still running the Ravelin hook from an earlier build. Restarting it...");
-    if (!RestartExplorerShell()) return false;
+    if (!CurrentExplorerLink().RestartShell()) return false;
   }
   return true;
 }
@@ -81,7 +81,7 @@ int RunReconcileVerb(const ReconcileOptions& options) {
 
   int result = 0;
   if (state.featureEnabled) {
-    result = InjectHook();
+    result = CurrentExplorerLink().InjectHook();
   } else {
     EnableOptions enable;
     enable.yes = true;
@@ -91,7 +91,7 @@ int RunReconcileVerb(const ReconcileOptions& options) {
     result = RunEnableVerb(enable);
   }
   if (result != 0) return result;
-  return SendModernReplacementMode();
+  return CurrentExplorerLink().SendModernReplacementMode();
 }
 
 }  // namespace cmr

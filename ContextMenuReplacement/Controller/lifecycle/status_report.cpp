@@ -110,7 +110,7 @@ int RunStatusVerb(bool json) {
     PrintLine(L"Configuration          none published");
   }
   PrintLine(L"");
-  const int delivered = SendHookCommand(kHookStatusCommand);
+  const int delivered = CurrentExplorerLink().Send(HookStatusCommand());
   PrintLine(L"");
   PrintProbeVerdict();
   return delivered;

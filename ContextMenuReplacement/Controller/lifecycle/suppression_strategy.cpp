@@ -2,6 +2,7 @@
 
 #include <fmt/xchar.h>
 
+#include "common/file_time.h"
 #include "common/unique_handle.h"
 #include "common/win32.h"
 #include "lifecycle/override_key.h"
@@ -21,7 +22,7 @@ ClassicModeReading ReadClassicMode() {
   FILETIME written{};
   if (::RegQueryInfoKeyW(key.get(), nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
                          nullptr, nullptr, nullptr, &written) == ERROR_SUCCESS) {
-    reading.lastWriteTime = (uint64_t{written.dwHighDateTime} << 32) | written.dwLowDateTime;
+    reading.lastWriteTime = FileTimeToInteger(written);
   }
   reading.value = ReadStringValue(key.get(), nullptr).value_or(L"");
   reading.valueEmpty = reading.value.empty();

@@ -23,6 +23,22 @@ uint32_t Load(const unsigned char* at) noexcept {
   return value;
 }
 
+// One fixed-size row of a table, read word by word; a string field is its offset word followed
+// by its length word.
+class RowReader {
+ public:
+  explicit RowReader(const unsigned char* row) noexcept : row_(row) {}
+  [[nodiscard, gnu::always_inline]] uint32_t W(uint32_t word) const noexcept {
+    return Load(row_ + 4 * word);
+  }
+  [[nodiscard, gnu::always_inline]] StringRef R(uint32_t word) const noexcept {
+    return {W(word), W(word + 1)};
+  }
+
+ private:
+  const unsigned char* row_;
+};
+
 class Checker {
  public:
   Checker(const unsigned char* data, uint32_t poolOffset, uint32_t poolUnits)
@@ -108,6 +124,115 @@ bool IsPinListLabel(std::wstring_view label) noexcept {
   return true;
 }
 
+Status Refuse(const char* reason) {
+  return Failure(L"The custom model snapshot fails the reader's check of its {}.",
+                 FromUtf8(reason));
+}
+
+// Where the header puts each table, before any of it is trusted.
+struct Tables {
+  uint32_t layoutCount, layoutsOffset, nodeCount, nodesOffset, listCount, listOffset;
+  uint32_t definitionCount, definitionsOffset, poolOffset, poolBytes;
+};
+
+Tables ReadTables(const RowReader& header) noexcept {
+  return {header.W(7),  header.W(8),  header.W(9),  header.W(10), header.W(11),
+          header.W(12), header.W(13), header.W(14), header.W(15), header.W(16)};
+}
+
+Status CheckLayouts(const unsigned char* bytes, const Tables& t, const Checker& check) {
+  for (uint32_t i = 0; i < t.layoutCount; ++i) {
+    const uint64_t at = t.layoutsOffset + uint64_t{4 * kLayoutRecordWords} * i;
+    const RowReader row(bytes + at);
+    for (uint32_t word : {kLayoutId, kLayoutNamespace, kLayoutExtension, kLayoutFileClass,
+                          kLayoutProgId, kLayoutInherits}) {
+      if (!check.ResolvesAt(at + 4 * word)) return Refuse("layout string");
+    }
+    if (!RangeInside(row.W(kLayoutRoot), row.W(kLayoutRoot + 1), t.nodeCount) ||
+        !RangeInside(row.W(kLayoutBlock), row.W(kLayoutBlock + 1), t.nodeCount)) {
+      return Refuse("layout node range");
+    }
+    if (row.W(kLayoutFamily) > 9 || row.W(kLayoutSelection) > 3) {
+      return Refuse("layout family or selection");
+    }
+  }
+  return {};
+}
+
+Status CheckStringList(const unsigned char*, const Tables& t, const Checker& check) {
+  for (uint32_t i = 0; i < t.listCount; ++i) {
+    if (!check.ResolvesAt(t.listOffset + uint64_t{8} * i)) return Refuse("string list entry");
+  }
+  return {};
+}
+
+Status CheckNodes(const unsigned char* bytes, const Tables& t, const Checker& check) {
+  IdentityMemo memo(t.nodeCount);
+  for (uint32_t i = 0; i < t.nodeCount; ++i) {
+    const RowReader row(bytes + t.nodesOffset + uint64_t{4 * kNodeRecordWords} * i);
+    // Spelled out rather than looped: this is the hot loop of attach.
+    if (!check.Resolves(row.R(kNodeId)) || !check.Resolves(row.R(kNodeIdentity)) ||
+        !check.Resolves(row.R(kNodeTitleOverride)) || !check.Resolves(row.R(kNodeExecutionRef)) ||
+        !check.Resolves(row.R(kNodeTitleVerb)) || !check.Resolves(row.R(kNodeIconPath)) ||
+        !check.Resolves(row.R(kNodeUserTitle)) || !check.Resolves(row.R(kNodeQuickBrowsePath)) ||
+        !check.Resolves(row.R(kNodeQuickPinsList)) || !check.Resolves(row.R(kNodeQuickPinsPath))) {
+      return Refuse("node string");
+    }
+    const uint32_t kind = row.W(kNodeKind);
+    if (kind > kHighestNodeKind) return Refuse("node kind");
+    if (row.W(kNodeOrigin) > 2) return Refuse("node word 7");
+    if (!RangeInside(row.W(kNodeChildren), row.W(kNodeChildren + 1), t.nodeCount) ||
+        !RangeInside(row.W(kNodeArguments), row.W(kNodeArguments + 1), t.listCount)) {
+      return Refuse("node range");
+    }
+    const StringRef identityRef = row.R(kNodeIdentity);
+    const std::wstring_view identity = check.Text(identityRef);
+    const IdentityKind identityKind =
+        identity.empty() ? IdentityKind::invalid : memo.Classify(identityRef, identity);
+    if (kind == static_cast<uint32_t>(NodeKind::command) &&
+        (identityKind == IdentityKind::invalid || identityKind == IdentityKind::ephemeral)) {
+      return Refuse("command identity");
+    }
+    if (identityKind != IdentityKind::user &&
+        (row.W(kNodeExecutionRef + 1) | row.W(kNodeArguments + 1) | row.W(kNodeUserTitle + 1)) !=
+            0) {
+      return Refuse("user-command field on another node");
+    }
+    if (row.W(kNodeQuickBrowsePath + 1) != 0 && identity != kQuickBrowse) {
+      return Refuse("quick-browse field on another node");
+    }
+    if (identity.size() == kQuickPins.size() && identity == kQuickPins) {
+      if (!IsPinListLabel(check.Text(row.R(kNodeQuickPinsList)))) {
+        return Refuse("quick-pins label");
+      }
+    } else if ((row.W(kNodeQuickPinsList + 1) | row.W(kNodeQuickPinsPath + 1)) != 0) {
+      return Refuse("quick-pins field on another node");
+    }
+  }
+  return {};
+}
+
+Status CheckDefinitions(const unsigned char* bytes, const Tables& t, const Checker& check) {
+  for (uint32_t i = 0; i < t.definitionCount; ++i) {
+    const uint64_t at = t.definitionsOffset + uint64_t{4 * kDefinitionRecordWords} * i;
+    const RowReader row(bytes + at);
+    for (uint32_t word : {kDefIdentity, kDefTitle, kDefExecutable, kDefNodeId, kDefCachedIcon,
+                          kDefReserved13, kDefIconPath, kDefReserved20}) {
+      if (!check.ResolvesAt(at + 4 * word)) return Refuse("definition string");
+    }
+    if (row.W(kDefPlaced) > 1) return Refuse("definition flag");
+    if (row.W(kDefIconIndex) != 0 && row.W(kDefIconIndex + 1) > 9) {
+      return Refuse("definition icon index");
+    }
+    const uint32_t iconSource = row.W(kDefIconSource);
+    if (iconSource > 2 || (iconSource == 2 && row.W(kDefIconPath + 1) == 0)) {
+      return Refuse("definition icon source");
+    }
+    if (row.W(kDefDeclaredIn) > 3) return Refuse("definition origin");
+  }
+  return {};
+}
+
 }  // namespace
 
 uint32_t CustomModelView::Word(uint64_t byteOffset) const noexcept {
@@ -128,50 +253,46 @@ std::wstring_view CustomModelView::ListString(uint32_t index) const noexcept {
 }
 
 LayoutRow CustomModelView::Layout(uint32_t index) const noexcept {
-  const uint64_t at = layoutsOffset_ + uint64_t{4 * kLayoutRecordWords} * index;
-  auto w = [&](uint32_t word) { return Word(at + 4 * word); };
-  auto r = [&](uint32_t word) { return Ref(at + 4 * word); };
+  const RowReader in(data_ + layoutsOffset_ + uint64_t{4 * kLayoutRecordWords} * index);
   LayoutRow row;
-  row.id = r(kLayoutId);
-  row.family = w(kLayoutFamily);
-  row.namespaceId = r(kLayoutNamespace);
-  row.extension = r(kLayoutExtension);
-  row.fileClass = r(kLayoutFileClass);
-  row.progId = r(kLayoutProgId);
-  row.inherits = r(kLayoutInherits);
-  row.rootFirst = w(kLayoutRoot);
-  row.rootCount = w(kLayoutRoot + 1);
-  row.selection = w(kLayoutSelection);
-  row.blockFirst = w(kLayoutBlock);
-  row.blockCount = w(kLayoutBlock + 1);
+  row.id = in.R(kLayoutId);
+  row.family = in.W(kLayoutFamily);
+  row.namespaceId = in.R(kLayoutNamespace);
+  row.extension = in.R(kLayoutExtension);
+  row.fileClass = in.R(kLayoutFileClass);
+  row.progId = in.R(kLayoutProgId);
+  row.inherits = in.R(kLayoutInherits);
+  row.rootFirst = in.W(kLayoutRoot);
+  row.rootCount = in.W(kLayoutRoot + 1);
+  row.selection = in.W(kLayoutSelection);
+  row.blockFirst = in.W(kLayoutBlock);
+  row.blockCount = in.W(kLayoutBlock + 1);
   return row;
 }
 
 NodeRow CustomModelView::Node(uint32_t index) const noexcept {
-  const uint64_t at = nodesOffset_ + uint64_t{4 * kNodeRecordWords} * index;
-  auto w = [&](uint32_t word) { return Word(at + 4 * word); };
-  auto r = [&](uint32_t word) { return Ref(at + 4 * word); };
+  const RowReader in(data_ + nodesOffset_ + uint64_t{4 * kNodeRecordWords} * index);
   NodeRow row;
-  row.id = r(kNodeId);
-  row.kind = w(kNodeKind);
-  row.identity = r(kNodeIdentity);
-  row.titleOverride = r(kNodeTitleOverride);
-  row.origin = w(kNodeOrigin);
-  row.childFirst = w(kNodeChildren);
-  row.childCount = w(kNodeChildren + 1);
-  row.executionRef = r(kNodeExecutionRef);
-  row.argumentFirst = w(kNodeArguments);
-  row.argumentCount = w(kNodeArguments + 1);
-  row.titleVerb = r(kNodeTitleVerb);
-  row.iconPath = r(kNodeIconPath);
-  row.userTitle = r(kNodeUserTitle);
-  row.shiftOnly = w(kNodeShiftOnly);
-  row.definitionIndex = w(kNodeDefinition);
-  row.quickBrowseRecursive = w(kNodeQuickBrowseRecursive);
-  row.quickBrowsePath = r(kNodeQuickBrowsePath);
-  row.hasQuickSettings = w(kNodeHasQuickSettings);
-  row.quickPinsList = r(kNodeQuickPinsList);
-  row.quickPinsPath = r(kNodeQuickPinsPath);
+  row.id = in.R(kNodeId);
+  row.kind = in.W(kNodeKind);
+  row.identity = in.R(kNodeIdentity);
+  row.titleOverride = in.R(kNodeTitleOverride);
+  row.origin = in.W(kNodeOrigin);
+  row.childFirst = in.W(kNodeChildren);
+  row.childCount = in.W(kNodeChildren + 1);
+  row.executionRef = in.R(kNodeExecutionRef);
+  row.argumentFirst = in.W(kNodeArguments);
+  row.argumentCount = in.W(kNodeArguments + 1);
+  row.titleVerb = in.R(kNodeTitleVerb);
+  row.iconPath = in.R(kNodeIconPath);
+  row.userTitle = in.R(kNodeUserTitle);
+  row.shiftOnly = in.W(kNodeShiftOnly);
+  row.definitionIndex = in.W(kNodeDefinition);
+  row.quickBrowseRecursive = in.W(kNodeQuickBrowseRecursive);
+  row.quickBrowsePath = in.R(kNodeQuickBrowsePath);
+  row.hasQuickSettings = in.W(kNodeHasQuickSettings);
+  row.quickPinsList = in.R(kNodeQuickPinsList);
+  row.quickPinsPath = in.R(kNodeQuickPinsPath);
   return row;
 }
 
@@ -189,155 +310,71 @@ std::optional<std::wstring_view> CustomModelView::Argument(const DefinitionRow& 
 }
 
 DefinitionRow CustomModelView::Definition(uint32_t index) const noexcept {
-  const uint64_t at = definitionsOffset_ + uint64_t{4 * kDefinitionRecordWords} * index;
-  auto w = [&](uint32_t word) { return Word(at + 4 * word); };
-  auto r = [&](uint32_t word) { return Ref(at + 4 * word); };
+  const RowReader in(data_ + definitionsOffset_ + uint64_t{4 * kDefinitionRecordWords} * index);
   DefinitionRow row;
-  row.identity = r(kDefIdentity);
-  row.placed = w(kDefPlaced);
-  row.title = r(kDefTitle);
-  row.hasIconIndex = w(kDefIconIndex);
-  row.iconIndex = w(kDefIconIndex + 1);
-  row.executable = r(kDefExecutable);
-  row.nodeId = r(kDefNodeId);
-  row.cachedIcon = r(kDefCachedIcon);
-  row.iconSource = w(kDefIconSource);
-  row.iconPath = r(kDefIconPath);
-  row.argumentFirst = w(kDefArguments);
-  row.argumentCount = w(kDefArguments + 1);
-  row.declaredIn = w(kDefDeclaredIn);
+  row.identity = in.R(kDefIdentity);
+  row.placed = in.W(kDefPlaced);
+  row.title = in.R(kDefTitle);
+  row.hasIconIndex = in.W(kDefIconIndex);
+  row.iconIndex = in.W(kDefIconIndex + 1);
+  row.executable = in.R(kDefExecutable);
+  row.nodeId = in.R(kDefNodeId);
+  row.cachedIcon = in.R(kDefCachedIcon);
+  row.iconSource = in.W(kDefIconSource);
+  row.iconPath = in.R(kDefIconPath);
+  row.argumentFirst = in.W(kDefArguments);
+  row.argumentCount = in.W(kDefArguments + 1);
+  row.declaredIn = in.W(kDefDeclaredIn);
   return row;
 }
 
 Status AttachCustomModel(const void* data, size_t size, CustomModelView& view) {
   view = CustomModelView{};
-  auto fail = [](const char* reason) {
-    return Failure(L"The custom model snapshot fails the reader's check of its {}.",
-                   FromUtf8(reason));
-  };
   const auto* bytes = static_cast<const unsigned char*>(data);
   // Pool text is handed out as wchar_t views, which needs an even start.
-  if (bytes == nullptr || size < kCustomModelMinimumBytes) return fail("image too small");
-  if ((reinterpret_cast<uintptr_t>(bytes) & 1) != 0) return fail("image misaligned");
-  auto header = [bytes](uint32_t word) { return Load(bytes + 4 * word); };
-  if (header(0) != kCustomModelMagic) return fail("magic");
-  if (header(1) != kCustomModelLayout) return fail("layout number");
-  const uint32_t schemaVersion = header(4);
-  if (schemaVersion != 2 && schemaVersion != 3) return fail("schema version");
-  const uint32_t totalBytes = header(3);
-  if (totalBytes > size || totalBytes > kCustomModelMaxBytes) return fail("totalBytes");
+  if (bytes == nullptr || size < kCustomModelMinimumBytes) return Refuse("image too small");
+  if ((reinterpret_cast<uintptr_t>(bytes) & 1) != 0) return Refuse("image misaligned");
+  const RowReader header(bytes);
+  if (header.W(0) != kCustomModelMagic) return Refuse("magic");
+  if (header.W(1) != kCustomModelLayout) return Refuse("layout number");
+  const uint32_t schemaVersion = header.W(4);
+  if (schemaVersion != 2 && schemaVersion != 3) return Refuse("schema version");
+  const uint32_t totalBytes = header.W(3);
+  if (totalBytes > size || totalBytes > kCustomModelMaxBytes) return Refuse("totalBytes");
 
-  const uint32_t layoutCount = header(7), layoutsOffset = header(8);
-  const uint32_t nodeCount = header(9), nodesOffset = header(10);
-  const uint32_t listCount = header(11), listOffset = header(12);
-  const uint32_t definitionCount = header(13), definitionsOffset = header(14);
-  const uint32_t poolOffset = header(15), poolBytes = header(16);
-  if (!RegionInside(layoutsOffset, uint64_t{4 * kLayoutRecordWords} * layoutCount, totalBytes) ||
-      !RegionInside(nodesOffset, uint64_t{4 * kNodeRecordWords} * nodeCount, totalBytes) ||
-      !RegionInside(listOffset, uint64_t{8} * listCount, totalBytes) ||
-      !RegionInside(definitionsOffset, uint64_t{4 * kDefinitionRecordWords} * definitionCount,
+  const Tables t = ReadTables(header);
+  if (!RegionInside(t.layoutsOffset, uint64_t{4 * kLayoutRecordWords} * t.layoutCount,
                     totalBytes) ||
-      !RegionInside(poolOffset, poolBytes, totalBytes)) {
-    return fail("region outside the image");
+      !RegionInside(t.nodesOffset, uint64_t{4 * kNodeRecordWords} * t.nodeCount, totalBytes) ||
+      !RegionInside(t.listOffset, uint64_t{8} * t.listCount, totalBytes) ||
+      !RegionInside(t.definitionsOffset, uint64_t{4 * kDefinitionRecordWords} * t.definitionCount,
+                    totalBytes) ||
+      !RegionInside(t.poolOffset, t.poolBytes, totalBytes)) {
+    return Refuse("region outside the image");
   }
-  if ((poolOffset & 1) != 0 || (poolBytes & 1) != 0) return fail("odd pool");
-  const Checker check(bytes, poolOffset, poolBytes / 2);
-  const StringRef tag{header(5), header(6)};
-  if (!check.Resolves(tag)) return fail("model tag");
-
-  for (uint32_t i = 0; i < layoutCount; ++i) {
-    const uint64_t at = layoutsOffset + uint64_t{4 * kLayoutRecordWords} * i;
-    auto w = [&](uint32_t word) { return Load(bytes + at + 4 * word); };
-    for (uint32_t word : {kLayoutId, kLayoutNamespace, kLayoutExtension, kLayoutFileClass,
-                          kLayoutProgId, kLayoutInherits}) {
-      if (!check.ResolvesAt(at + 4 * word)) return fail("layout string");
-    }
-    if (!RangeInside(w(kLayoutRoot), w(kLayoutRoot + 1), nodeCount) ||
-        !RangeInside(w(kLayoutBlock), w(kLayoutBlock + 1), nodeCount)) {
-      return fail("layout node range");
-    }
-    if (w(kLayoutFamily) > 9 || w(kLayoutSelection) > 3) return fail("layout family or selection");
-  }
-
-  for (uint32_t i = 0; i < listCount; ++i) {
-    if (!check.ResolvesAt(listOffset + uint64_t{8} * i)) return fail("string list entry");
-  }
-
-  IdentityMemo memo(nodeCount);
-  for (uint32_t i = 0; i < nodeCount; ++i) {
-    const unsigned char* row = bytes + nodesOffset + uint64_t{4 * kNodeRecordWords} * i;
-    auto word = [row](uint32_t index) { return Load(row + 4 * index); };
-    auto ref = [row](uint32_t index) {
-      return StringRef{Load(row + 4 * index), Load(row + 4 * index + 4)};
-    };
-    // Spelled out rather than looped: this is the hot loop of attach.
-    if (!check.Resolves(ref(kNodeId)) || !check.Resolves(ref(kNodeIdentity)) ||
-        !check.Resolves(ref(kNodeTitleOverride)) || !check.Resolves(ref(kNodeExecutionRef)) ||
-        !check.Resolves(ref(kNodeTitleVerb)) || !check.Resolves(ref(kNodeIconPath)) ||
-        !check.Resolves(ref(kNodeUserTitle)) || !check.Resolves(ref(kNodeQuickBrowsePath)) ||
-        !check.Resolves(ref(kNodeQuickPinsList)) || !check.Resolves(ref(kNodeQuickPinsPath))) {
-      return fail("node string");
-    }
-    const uint32_t kind = word(kNodeKind);
-    if (kind > kHighestNodeKind) return fail("node kind");
-    if (word(kNodeOrigin) > 2) return fail("node word 7");
-    if (!RangeInside(word(kNodeChildren), word(kNodeChildren + 1), nodeCount) ||
-        !RangeInside(word(kNodeArguments), word(kNodeArguments + 1), listCount)) {
-      return fail("node range");
-    }
-    const StringRef identityRef = ref(kNodeIdentity);
-    const std::wstring_view identity = check.Text(identityRef);
-    const IdentityKind identityKind =
-        identity.empty() ? IdentityKind::invalid : memo.Classify(identityRef, identity);
-    if (kind == static_cast<uint32_t>(NodeKind::command) &&
-        (identityKind == IdentityKind::invalid || identityKind == IdentityKind::ephemeral)) {
-      return fail("command identity");
-    }
-    if (identityKind != IdentityKind::user &&
-        (word(kNodeExecutionRef + 1) | word(kNodeArguments + 1) | word(kNodeUserTitle + 1)) != 0) {
-      return fail("user-command field on another node");
-    }
-    if (word(kNodeQuickBrowsePath + 1) != 0 && identity != kQuickBrowse) {
-      return fail("quick-browse field on another node");
-    }
-    if (identity.size() == kQuickPins.size() && identity == kQuickPins) {
-      if (!IsPinListLabel(check.Text(ref(kNodeQuickPinsList)))) return fail("quick-pins label");
-    } else if ((word(kNodeQuickPinsList + 1) | word(kNodeQuickPinsPath + 1)) != 0) {
-      return fail("quick-pins field on another node");
-    }
-  }
-
-  for (uint32_t i = 0; i < definitionCount; ++i) {
-    const uint64_t at = definitionsOffset + uint64_t{4 * kDefinitionRecordWords} * i;
-    auto w = [&](uint32_t word) { return Load(bytes + at + 4 * word); };
-    for (uint32_t word : {kDefIdentity, kDefTitle, kDefExecutable, kDefNodeId, kDefCachedIcon,
-                          kDefReserved13, kDefIconPath, kDefReserved20}) {
-      if (!check.ResolvesAt(at + 4 * word)) return fail("definition string");
-    }
-    if (w(kDefPlaced) > 1) return fail("definition flag");
-    if (w(kDefIconIndex) != 0 && w(kDefIconIndex + 1) > 9) return fail("definition icon index");
-    const uint32_t iconSource = w(kDefIconSource);
-    if (iconSource > 2 || (iconSource == 2 && w(kDefIconPath + 1) == 0)) {
-      return fail("definition icon source");
-    }
-    if (w(kDefDeclaredIn) > 3) return fail("definition origin");
+  if ((t.poolOffset & 1) != 0 || (t.poolBytes & 1) != 0) return Refuse("odd pool");
+  const Checker check(bytes, t.poolOffset, t.poolBytes / 2);
+  const StringRef tag = header.R(5);
+  if (!check.Resolves(tag)) return Refuse("model tag");
+  for (const auto rows : {CheckLayouts, CheckStringList, CheckNodes, CheckDefinitions}) {
+    if (Status checked = rows(bytes, t, check); !checked) return checked;
   }
 
   view.data_ = bytes;
-  view.version_ = header(2);
+  view.version_ = header.W(2);
   view.schemaVersion_ = schemaVersion;
   view.totalBytes_ = totalBytes;
   view.modelTag_ = tag;
-  view.layoutCount_ = layoutCount;
-  view.layoutsOffset_ = layoutsOffset;
-  view.nodeCount_ = nodeCount;
-  view.nodesOffset_ = nodesOffset;
-  view.stringListCount_ = listCount;
-  view.stringListOffset_ = listOffset;
-  view.definitionCount_ = definitionCount;
-  view.definitionsOffset_ = definitionsOffset;
-  view.poolOffset_ = poolOffset;
-  view.poolUnits_ = poolBytes / 2;
+  view.layoutCount_ = t.layoutCount;
+  view.layoutsOffset_ = t.layoutsOffset;
+  view.nodeCount_ = t.nodeCount;
+  view.nodesOffset_ = t.nodesOffset;
+  view.stringListCount_ = t.listCount;
+  view.stringListOffset_ = t.listOffset;
+  view.definitionCount_ = t.definitionCount;
+  view.definitionsOffset_ = t.definitionsOffset;
+  view.poolOffset_ = t.poolOffset;
+  view.poolUnits_ = t.poolBytes / 2;
   return {};
 }
 

@@ -11,6 +11,7 @@
 #include "common/unique_handle.h"
 #include "snapshot/custom_model_publisher.h"
 #include "snapshot/overlay_pipeline.h"
+#include "snapshot/overlay_staging.h"
 #include "tests/support/scripted_files.h"
 #include "tests/support/staged_install.h"
 
@@ -126,6 +127,36 @@ using Operation = std::function<ModelPipelineResult(const ModelSources&, FileOpe
 const Operation kPublish = [](auto& s, auto& f) { return PublishWithOverlay(s, true, f); };
 const Operation kReset = [](auto& s, auto& f) { return ResetOverlay(s, std::nullopt, f); };
 const Operation kReplace = [](auto& s, auto& f) { return ResetOverlay(s, kCandidate, f); };
+
+// Each staged name of an ended process (id 0 is never a controller) goes at the next
+// publication or reset; the same names of a live one (ours), and every other name, stay.
+TEST(OverlayPipeline, StagedFilesOfEndedProcessesGoFirst) {
+  const std::wstring folder = JoinPath(ProductFolder(), L"staging-test");
+  const ModelSources sources{StagedFile(L"Schema\\custom-menu.schema.json"),
+                             StagedFile(L"Content\\Menus\\create-organize.baseline.json"),
+                             JoinPath(folder, L"o.json")};
+  std::vector<std::wstring> kept = {L"o.json.bak", L"o.jsonx.0.tmp", L"o - work.json.0.tmp",
+                                    L"o.json.candidate-0x", L"o.json.candidate-0.8.tmp"};
+  std::vector<std::wstring> all = kept;
+  for (const std::wstring& pid : {L"0"s, std::to_wstring(::GetCurrentProcessId())}) {
+    all.insert(all.end(), {L"o.json." + pid + L".tmp", L"o.json.candidate-" + pid,
+                           L"o.json.candidate-" + pid + L"." + pid + L".tmp"});
+  }
+  kept.insert(kept.end(), all.end() - 3, all.end());
+  std::sort(kept.begin(), kept.end());
+  for (const Operation& run : {kPublish, kReset}) {
+    (void)EnsureDirectories(folder);
+    for (const std::wstring& name : FilesIn(folder))
+      (void)DeleteFileIfPresent(JoinPath(folder, name));
+    // The overlay first: its own atomic write would take our live "o.json.<pid>.tmp".
+    ASSERT_TRUE(AtomicWriteFile(sources.overlayPath, kSaved).ok());
+    for (const std::wstring& name : all)
+      ASSERT_TRUE(AtomicWriteFile(JoinPath(folder, name), "x").ok());
+    EXPECT_TRUE(run(sources, SystemFiles()).published);
+    (void)DeleteFileIfPresent(sources.overlayPath);
+    EXPECT_EQ(FilesIn(folder), kept);
+  }
+}
 
 // Every file step of each operation fails once; whatever step fails, the overlay holds its
 // exact old bytes and the published model is the old state, or both are the new state.

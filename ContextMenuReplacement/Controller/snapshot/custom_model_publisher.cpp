@@ -16,7 +16,7 @@ class CustomModelFormat final : public SnapshotFormat {
  public:
   explicit CustomModelFormat(const std::wstring& folder) : folder_(folder) {}
 
-  const wchar_t* LockName() const override { return L"Local\\BnlxCmrCustomModelPublication"; }
+  const wchar_t* LockName() const override { return kCustomModelLockName; }
   std::wstring Folder() const override { return folder_; }
   std::wstring FilePrefix() const override { return L"custom-model-"; }
   std::wstring SnapshotPath(uint32_t version) const override {
@@ -38,8 +38,7 @@ class CustomModelFormat final : public SnapshotFormat {
 
   void CleanUp(FileOperations& files, uint32_t current) const override {
     WIN32_FIND_DATAW entry{};
-    const std::wstring pattern =
-        JoinPath(folder_, std::wstring(kCustomModelSnapshotPrefix) + L"*");
+    const std::wstring pattern = JoinPath(folder_, std::wstring(kCustomModelSnapshotPrefix) + L"*");
     UniqueFind find(::FindFirstFileW(pattern.c_str(), &entry));
     if (!find) return;
     do {
@@ -112,7 +111,8 @@ Result<uint32_t> PublishCustomModel(const CompiledCustomModel& model, const std:
   SnapshotBuild build;
   build.image = [&model](uint32_t version) -> Result<std::string> {
     std::string image = FlattenCustomModel(model, version);
-    if (image.empty()) return Status::Failure(L"The custom model snapshot exceeded its size limit.");
+    if (image.empty())
+      return Status::Failure(L"The custom model snapshot exceeded its size limit.");
     return image;
   };
   return PublishSnapshot(CustomModelFormat(folder), files, build);

@@ -7,7 +7,8 @@
 // custom-model-control.bin, 12 bytes: magic 0x424E43D6, layout 18, version n (all u32 LE).
 //
 // Publications of the custom model are serialised between processes by the named mutex
-// "Local\BnlxCmrCustomModelPublication", held from reading the control file to its rename.
+// "Local\BnlxCmrCustomModelPublication", held from reading the control file to its rename (and
+// by the overlay pipeline around a whole transaction: snapshot/overlay_staging.h).
 
 #include <cstdint>
 #include <string>
@@ -22,6 +23,7 @@ namespace cmr {
 inline constexpr std::wstring_view kCustomModelControlName = L"custom-model-control.bin";
 inline constexpr std::wstring_view kCustomModelSnapshotPrefix = L"custom-model-snapshot-";
 inline constexpr size_t kCustomModelControlBytes = 12;
+inline constexpr wchar_t kCustomModelLockName[] = L"Local\\BnlxCmrCustomModelPublication";
 
 [[nodiscard]] std::wstring CustomModelControlPath();
 [[nodiscard]] std::wstring CustomModelSnapshotPath(uint32_t version);

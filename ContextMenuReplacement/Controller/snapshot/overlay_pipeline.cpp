@@ -10,6 +10,7 @@
 #include "model/model_document.h"
 #include "model/overlay_merge.h"
 #include "snapshot/custom_model_publisher.h"
+#include "snapshot/overlay_staging.h"
 #include "snapshot/user_icons.h"
 
 namespace cmr {
@@ -105,35 +106,8 @@ ModelPipelineResult Compile(const ModelSources& sources, bool publish, FileOpera
   return result;
 }
 
-// Puts the kept overlay bytes back (or removes any overlay when there was none) and republishes
-// what was in effect before; appends the outcome's message to `result`.
-void RollBack(const ModelSources& sources, const std::optional<std::string>& kept,
-              FileOperations& files, ModelPipelineResult& result) {
-  const Status restored =
-      kept ? files.WriteAtomically(sources.overlayPath, *kept) : files.Delete(sources.overlayPath);
-  if (!restored) {
-    result.errors.push_back(
-        L"Restoring the previous saved overlay also failed; restart will retry the saved state.");
-    return;
-  }
-  ModelSources previous = sources;
-  if (!kept) previous.overlayPath.clear();
-  const ModelPipelineResult republished = PublishWithOverlay(previous, true, files);
-  if (!republished.published) {
-    result.errors.push_back(
-        L"Previous saved state restored, but republishing it failed; restart reconciliation "
-        L"will retry it.");
-  }
-}
-
-}  // namespace
-
-std::wstring CandidateOverlayPath(const std::wstring& overlayPath) {
-  return fmt::format(L"{}.candidate-{}", overlayPath, ::GetCurrentProcessId());
-}
-
-ModelPipelineResult PublishWithOverlay(const ModelSources& sources, bool publish,
-                                       FileOperations& files) {
+// PublishWithOverlay inside a transaction that has begun (or without one, for validation).
+ModelPipelineResult Publish(const ModelSources& sources, bool publish, FileOperations& files) {
   Compiled compiled;
   ModelPipelineResult result = Compile(sources, publish, files, compiled);
   if (!result.errors.empty() || !publish) return result;
@@ -166,9 +140,48 @@ ModelPipelineResult PublishWithOverlay(const ModelSources& sources, bool publish
   return result;
 }
 
+// Puts the kept overlay bytes back (or removes any overlay when there was none) and republishes
+// what was in effect before; appends the outcome's message to `result`.
+void RollBack(const ModelSources& sources, const std::optional<std::string>& kept,
+              FileOperations& files, ModelPipelineResult& result) {
+  const Status restored =
+      kept ? files.WriteAtomically(sources.overlayPath, *kept) : files.Delete(sources.overlayPath);
+  if (!restored) {
+    result.errors.push_back(
+        L"Restoring the previous saved overlay also failed; restart will retry the saved state.");
+    return;
+  }
+  ModelSources previous = sources;
+  if (!kept) previous.overlayPath.clear();
+  const ModelPipelineResult republished = Publish(previous, true, files);
+  if (!republished.published) {
+    result.errors.push_back(
+        L"Previous saved state restored, but republishing it failed; restart reconciliation "
+        L"will retry it.");
+  }
+}
+
+}  // namespace
+
+ModelPipelineResult PublishWithOverlay(const ModelSources& sources, bool publish,
+                                       FileOperations& files) {
+  // Validation writes nothing; a publication may save the overlay back, so it stages under the
+  // lock like every other writer of the overlay's folder.
+  if (!publish) return Publish(sources, false, files);
+  OverlayTransaction transaction;
+  if (Status begun = transaction.Begin(sources.overlayPath, files); !begun) {
+    return Refused(begun, true);
+  }
+  return Publish(sources, true, files);
+}
+
 ModelPipelineResult ResetOverlay(const ModelSources& sources,
                                  const std::optional<std::string>& candidate, FileOperations& files,
                                  bool* overlayExisted) {
+  OverlayTransaction transaction;
+  if (Status begun = transaction.Begin(sources.overlayPath, files); !begun) {
+    return Refused(begun, true);
+  }
   Result<std::optional<std::string>> previous = files.Read(sources.overlayPath);
   if (!previous) {
     WriteLogLine(LogLevel::error, L"[custom-model] " + previous.message());
@@ -185,7 +198,7 @@ ModelPipelineResult ResetOverlay(const ModelSources& sources,
     if (Status status = files.WriteAtomically(next.overlayPath, *candidate); !status) {
       return Refused(status, true);
     }
-    ModelPipelineResult checked = PublishWithOverlay(next, false, files);
+    ModelPipelineResult checked = Publish(next, false, files);
     if (!files.Delete(next.overlayPath)) {
       // Nothing has changed yet; going on would leave the staged file behind for good.
       return Refused(fmt::format(L"Could not remove the staged candidate '{}'.", next.overlayPath),
@@ -198,14 +211,14 @@ ModelPipelineResult ResetOverlay(const ModelSources& sources,
     next.overlayPath = sources.overlayPath;
   } else {
     next.overlayPath.clear();
-    ModelPipelineResult checked = PublishWithOverlay(next, false, files);
+    ModelPipelineResult checked = Publish(next, false, files);
     if (!checked.errors.empty()) return checked;
     if (!files.Delete(sources.overlayPath)) {
       return Refused(L"Could not remove the overlay; the saved state is unchanged.", true);
     }
   }
 
-  ModelPipelineResult result = PublishWithOverlay(next, true, files);
+  ModelPipelineResult result = Publish(next, true, files);
   if (!result.published) {
     result.fatal = true;
     RollBack(sources, kept, files, result);

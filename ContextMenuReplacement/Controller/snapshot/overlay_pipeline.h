@@ -13,6 +13,9 @@
 //     (".candidate-<pid>"), compile baseline + staged candidate, delete the staged file (in
 //     every case); write the candidate over the overlay; publish with it; on failure the
 //     same rollback as the full reset.
+// A publication and both resets run as one OverlayTransaction: under the custom model's
+// publication lock, after removing what killed runs staged beside the overlay. The staged
+// names and that clean-up rule are in snapshot/overlay_staging.h.
 
 #include <rapidjson/document.h>
 
@@ -50,12 +53,10 @@ struct ModelSources {
 // rollback described above. `overlayExisted` tells the caller whether there was one.
 [[nodiscard]] ModelPipelineResult ResetOverlay(const ModelSources& sources,
                                                const std::optional<std::string>& candidate,
-                                               FileOperations& files, bool* overlayExisted = nullptr);
+                                               FileOperations& files,
+                                               bool* overlayExisted = nullptr);
 
 // An overlay document as it is saved: UTF-8, indented by two spaces, ending in a line feed.
 [[nodiscard]] std::string PrettyOverlayText(const rapidjson::Value& document);
-
-// The staged candidate's name: the overlay path + ".candidate-<pid>".
-[[nodiscard]] std::wstring CandidateOverlayPath(const std::wstring& overlayPath);
 
 }  // namespace cmr

@@ -9,6 +9,7 @@
 #include "common/file_io.h"
 #include "common/json_text.h"
 #include "snapshot/overlay_pipeline.h"
+#include "snapshot/overlay_staging.h"
 #include "snapshot/overlay_target_filter.h"
 #include "snapshot/target_matching.h"
 
@@ -184,6 +185,10 @@ int ResetAction(const CustomModelArguments& args) {
 
 int PrepareResetAction(const CustomModelArguments& args) {
   if (!ResetArguments(args)) return 1;
+  // It writes nothing, but it is what Settings runs before a reset: the leftovers of killed
+  // runs go now too. Its answer does not depend on that clean-up, so a busy lock is no refusal.
+  OverlayTransaction transaction;
+  (void)transaction.Begin(OverlayPath(L""), SystemFiles());
   if (args.arguments.size() == 2) {
     // The full reset leaves no overlay at all.
     Print(FileExists(OverlayPath(L"")) ? L"{\"overlay\":null}\n" : L"{\"unchanged\":true}\n");

@@ -1,5 +1,8 @@
 #include "state/lifecycle_state.h"
 
+#include <fmt/xchar.h>
+
+#include "common/system_error.h"
 #include "common/unique_handle.h"
 #include "state/legacy_state_migration.h"
 #include "state/persistent_step.h"
@@ -55,28 +58,35 @@ Status WriteState(const LifecycleState& state) {
   if (opened != ERROR_SUCCESS) {
     return Failure(L"Could not open the state key for writing: {}", opened);
   }
-  // Always the whole record, so that no reader sees fields of two different enables.
+  // Always the whole record, so that no reader sees fields of two different enables: a failed
+  // value does not stop the others, and the first failure is what the caller hears.
   const HKEY k = key.get();
-  const auto dword = [k](const wchar_t* step, const wchar_t* name, uint32_t value) {
-    (void)RunPersistentStep(step, [&] { return WriteDwordValue(k, name, value); });
+  Status outcome;
+  const auto write = [&outcome](const wchar_t* name, const auto& setter) {
+    const DWORD result = RunPersistentStep((L"set " + std::wstring(name)).c_str(), setter);
+    if (result != ERROR_SUCCESS && outcome) {
+      outcome = Win32Failure(fmt::format(L"Could not write the state value '{}'", name), result);
+    }
   };
-  const auto qword = [k](const wchar_t* step, const wchar_t* name, uint64_t value) {
-    (void)RunPersistentStep(step, [&] { return WriteQwordValue(k, name, value); });
+  const auto dword = [&](const wchar_t* name, uint32_t value) {
+    write(name, [&] { return WriteDwordValue(k, name, value); });
   };
-  const auto text = [k](const wchar_t* step, const wchar_t* name, const std::wstring& value) {
-    (void)RunPersistentStep(step, [&] { return WriteStringValue(k, name, value); });
+  const auto qword = [&](const wchar_t* name, uint64_t value) {
+    write(name, [&] { return WriteQwordValue(k, name, value); });
   };
-  dword(L"set SuppressionApplied", L"SuppressionApplied", state.suppressionApplied ? 1 : 0);
-  dword(L"set FeatureEnabled", L"FeatureEnabled", state.featureEnabled ? 1 : 0);
-  dword(L"set SuppressionStrategy", L"SuppressionStrategy", state.suppressionStrategy);
-  dword(L"set PriorOverrideKeyPresent", L"PriorOverrideKeyPresent",
-        state.priorOverrideKeyPresent ? 1 : 0);
-  text(L"set PriorOverrideValue", L"PriorOverrideValue", state.priorOverrideValue);
-  text(L"set SuppressionAppliedAt", L"SuppressionAppliedAt", state.suppressionAppliedAt);
-  dword(L"set ExplorerRestarts", L"ExplorerRestarts", state.explorerRestarts);
-  qword(L"set RestartWindowStart", L"RestartWindowStart", state.restartWindowStart);
-  qword(L"set LastExplorerStart", L"LastExplorerStart", state.lastExplorerStart);
-  return Status::Ok();
+  const auto text = [&](const wchar_t* name, const std::wstring& value) {
+    write(name, [&] { return WriteStringValue(k, name, value); });
+  };
+  dword(L"SuppressionApplied", state.suppressionApplied ? 1 : 0);
+  dword(L"FeatureEnabled", state.featureEnabled ? 1 : 0);
+  dword(L"SuppressionStrategy", state.suppressionStrategy);
+  dword(L"PriorOverrideKeyPresent", state.priorOverrideKeyPresent ? 1 : 0);
+  text(L"PriorOverrideValue", state.priorOverrideValue);
+  text(L"SuppressionAppliedAt", state.suppressionAppliedAt);
+  dword(L"ExplorerRestarts", state.explorerRestarts);
+  qword(L"RestartWindowStart", state.restartWindowStart);
+  qword(L"LastExplorerStart", state.lastExplorerStart);
+  return outcome;
 }
 
 DWORD DeleteStateKey() {

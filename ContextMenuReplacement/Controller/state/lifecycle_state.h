@@ -56,9 +56,10 @@ struct LifecycleState {
 [[nodiscard]] LifecycleState ReadState();
 
 // Migrates the pre-0.9.9 key first, then writes all nine values (the whole record, never a
-// subset; `present` is not stored). Fails only when the key cannot be created or opened for
-// writing, with "Could not open the state key for writing: <code>"; the individual value
-// writes are not checked.
+// subset; `present` is not stored). Fails with "Could not open the state key for writing:
+// <code>" when the key cannot be created or opened for writing, and otherwise with the first
+// value that could not be set ("Could not write the state value '<name>': ..."), after trying
+// every other value.
 [[nodiscard]] Status WriteState(const LifecycleState& state);
 
 // Deletes the state key with everything under it (no migration). Returns the Win32 result:

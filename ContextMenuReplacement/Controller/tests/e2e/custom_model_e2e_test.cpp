@@ -8,6 +8,7 @@
 #include "common/data_paths.h"
 #include "common/file_io.h"
 #include "common/text.h"
+#include "common/unique_handle.h"
 #include "snapshot/custom_model_publisher.h"
 #include "snapshot/user_icons.h"
 #include "tests/e2e/harness.h"
@@ -161,9 +162,24 @@ const std::string kOverlay =
     R"("icon_path":"C:\\windows\\notepad.exe"}}],)"
     R"("node_overrides":[{"layout_id":"background-base","node_id":"sort","visibility":"hidden"}]})";
 
+const std::string kLegacy =
+    R"({"document_kind":"overlay","schema_version":2,"baseline_version":)"
+    R"("win11-shell-2026.08-slice2","node_overrides":[{"layout_id":)"
+    R"("folder-background-default","node_id":"fb-group","visibility":"hidden"}]})";
+
+std::vector<std::wstring> FilesIn(const std::wstring& folder) {
+  std::vector<std::wstring> names;
+  WIN32_FIND_DATAW entry{};
+  UniqueFind find(::FindFirstFileW((folder + L"\\*").c_str(), &entry));
+  for (bool more = find.valid(); more; more = ::FindNextFileW(find.get(), &entry))
+    if (entry.cFileName[0] != L'.') names.emplace_back(entry.cFileName);
+  return names;
+}
+
 TEST(CustomModelE2e, OverlayValidatedPublishedMigratedAndReset) {
   ResetUserData();
-  std::wstring overlay = ScratchFolder(L"overlay-publish") + L"\\overlay.json";
+  const std::wstring folder = ScratchFolder(L"overlay-publish");
+  std::wstring overlay = folder + L"\\overlay.json";
   WriteBytes(overlay, kOverlay);
   // 177 shipped rows, + my-tool; "sort" hidden on the background parent reaches the desktop's
   // inherited copy (-5), not the folder background's own redefined row. Validation publishes and
@@ -188,15 +204,21 @@ TEST(CustomModelE2e, OverlayValidatedPublishedMigratedAndReset) {
 
   // An overlay saved by the predecessor release: its prefixed ids are migrated and the
   // re-stamped overlay is saved back before the publication; validation saves nothing.
-  const std::string legacy =
-      R"({"document_kind":"overlay","schema_version":2,"baseline_version":)"
-      R"("win11-shell-2026.08-slice2","node_overrides":[{"layout_id":)"
-      R"("folder-background-default","node_id":"fb-group","visibility":"hidden"}]})";
-  WriteBytes(overlay, legacy);
+  WriteBytes(overlay, kLegacy);
   EXPECT_EQ(Model({L"validate-user", kSchema, kBaseline, overlay}).exitCode, 0u);
-  EXPECT_EQ(ReadBytes(overlay), legacy);
+  EXPECT_EQ(ReadBytes(overlay), kLegacy);
+  // Killed while saving it back (a test build of the controller dies there, the temporary
+  // written and never renamed): the next publication removes what it left.
+  ::SetEnvironmentVariableW(L"CMR_FILE_STEP_EXIT", L"1");
+  EXPECT_EQ(RunControllerAt(JoinPath(ExecutableFolder(), L"step_controller.exe"),
+                            {L"custom-model", L"publish-user", kSchema, kBaseline, overlay})
+                .exitCode,
+            86u);
+  ::SetEnvironmentVariableW(L"CMR_FILE_STEP_EXIT", nullptr);
+  EXPECT_EQ(FilesIn(folder).size(), 2u);
   EXPECT_EQ(Model({L"publish-user", kSchema, kBaseline, overlay}).output,
             "Published custom model version 2: 9 layout(s), 169 node(s).\n");
+  EXPECT_EQ(FilesIn(folder), std::vector<std::wstring>{L"overlay.json"});
   const std::string saved = ReadBytes(overlay);
   EXPECT_PRED2(Has, saved, "\"baseline_version\": \"win11-shell-2026.11\"");
   EXPECT_PRED2(Has, saved, "\"node_id\": \"group\"");

@@ -8,7 +8,7 @@
 #include "common/text.h"
 #include "diagnostics/dialog_crashes.h"
 #include "explorer/dialog_enrolment_log.h"
-#include "explorer/hook_channel.h"
+#include "explorer/hook_loader.h"
 #include "state/lifecycle_state.h"
 #include "tests/e2e/explorer_rig.h"
 #include "tests/e2e/harness.h"

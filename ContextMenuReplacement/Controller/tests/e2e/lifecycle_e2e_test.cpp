@@ -9,6 +9,7 @@
 #include "common/text.h"
 #include "common/unique_handle.h"
 #include "lifecycle/boot_restore.h"
+#include "lifecycle/explorer_link.h"
 #include "lifecycle/installer_gate.h"
 #include "lifecycle/lifecycle_verbs.h"
 #include "lifecycle/suppression_strategy.h"
@@ -156,7 +157,7 @@ TEST_F(LifecycleE2e, EnableThenDisableGivesBackThePriorUnlessTheUserChoseAgain) 
     // The outcome reaches the log too, where a restore at logon leaves its only trace.
     std::string logged = "[INFO] [state] " + row.disabled.substr(12);
     if (const size_t at = logged.find("\\u0001"); at != std::string::npos)
-      logged.replace(at, 6, "\x01");
+      logged = logged.substr(0, at) + '\x01' + logged.substr(at + 6);
     EXPECT_TRUE(Has(TodaysLog(), logged));
     const Preference* chosen = row.chosenAfterEnable ? row.chosenAfterEnable : row.chosenBetween;
     EXPECT_EQ(ReadPreference(), chosen ? *chosen : row.prior);
@@ -218,22 +219,18 @@ TEST_F(LifecycleE2e, EnableAgainstRegistryFaults) {
   const struct {
     std::vector<std::wstring> volatileKeys;  // created in order; a second one must survive
     const wchar_t* failing;                  // a step that fails with error 5
-    DWORD exitCode;
     std::string line;
   } rows[] = {
       {{L"Software\\Orvanta\\Brenlowpack"},
        nullptr,
-       1,
        "\nCould not record prior state, so nothing was changed: Could not open the state key for "
        "writing: 1021\n"},
-      {{overrideParent}, nullptr, 0, "\nApplied classic_mode_registry.\n"},
+      {{overrideParent}, nullptr, "\nApplied classic_mode_registry.\n"},
       {{overrideParent, overrideParent + L"\\TreatAs"},
        nullptr,
-       1,
        "\nCould not apply the strategy: Could not create the override key: 1021\n"},
       {{},
        L"set the RunOnce entry",
-       1,
        "\nCould not arm the boot-time restore, so nothing was changed: Could not write the RunOnce "
        "entry: 5\n"},
   };
@@ -253,11 +250,12 @@ TEST_F(LifecycleE2e, EnableAgainstRegistryFaults) {
         row.failing ? RunControllerAt(JoinPath(ExecutableFolder(), L"step_controller.exe"), kEnable)
                     : RunController(kEnable);
     ::SetEnvironmentVariableW(L"CMR_STEP_FAIL", nullptr);
-    EXPECT_EQ(run.exitCode, row.exitCode) << run.output;
+    const bool applied = row.line == "\nApplied classic_mode_registry.\n";
+    EXPECT_EQ(run.exitCode, applied ? 0u : 1u) << run.output;
     EXPECT_TRUE(Has(run, row.line)) << run.output;
-    EXPECT_EQ(ReadPreference(), row.exitCode == 0 ? kEmptyOverride : kNoOverride);
-    EXPECT_EQ(is_boot_restore_armed(), row.exitCode == 0);
-    EXPECT_EQ(ReadState().featureEnabled, row.exitCode == 0);
+    EXPECT_EQ(ReadPreference(), applied ? kEmptyOverride : kNoOverride);
+    EXPECT_EQ(is_boot_restore_armed(), applied);
+    EXPECT_EQ(ReadState().featureEnabled, applied);
     if (row.volatileKeys.size() > 1) {  // still there to delete
       EXPECT_EQ(::RegDeleteTreeW(HKEY_CURRENT_USER, row.volatileKeys[1].c_str()), ERROR_SUCCESS);
     }
@@ -551,6 +549,67 @@ TEST_P(LifecycleInterruption, AtEveryStep) {
 
 INSTANTIATE_TEST_SUITE_P(Verbs, LifecycleInterruption, ::testing::ValuesIn(kScenarios),
                          [](const auto& info) { return std::string(info.param.name); });
+
+// An Explorer that answers every step but the one a row fails, and journals what was asked.
+struct ScriptedExplorer final : ExplorerLink {
+  explicit ScriptedExplorer(std::string failing) : failing(std::move(failing)) {}
+  std::vector<uint64_t> StartTimes() override { return {1}; }  // older than any override write
+  size_t UiThreadCount() override { return 1; }
+  bool RestartShell() override { return Step("restart") == 0; }
+  int InjectHook() override { return Step("inject") * 7; }
+  bool EarlierBuildHookLoaded() override { return false; }
+  int SendModernReplacementMode() override { return Step("modern"); }
+  int Send(const HookCommand& command) override {
+    return Step("send " + std::to_string(command.code));
+  }
+  int Step(const std::string& name) {
+    calls += calls.empty() ? name : " " + name;
+    return name == failing ? 1 : 0;
+  }
+  std::string failing, calls;
+};
+
+// Each Explorer step of enable and disable failed alone: the exit code says so, and the
+// preference, the record and the boot restore are left as the failed step found them.
+TEST_F(LifecycleE2e, EachExplorerStepFailedInProcess) {
+  const Args kRestarting{L"enable", L"--yes"};
+  const struct {
+    const char* failing;
+    Args verb;
+    bool enabledFirst;
+    DWORD exitCode;
+    const char* calls;
+    Preference after;
+    bool applied, enabled, armed;
+  } rows[] = {
+      {"", kRestarting, false, 0, "restart inject", kEmptyOverride, true, true, true},
+      {"restart", kRestarting, false, 1, "restart", kEmptyOverride, true, true, true},
+      {"inject", kRestarting, false, 7, "restart inject", kEmptyOverride, true, true, true},
+      {"inject", kRefusal, false, 7, "inject", kDllOverride, false, true, false},
+      {"", {L"disable"}, true, 0, "send 3", kDllOverride, false, false, false},
+      {"send 3", {L"disable"}, true, 1, "send 3", kDllOverride, false, false, false},
+  };
+  for (const auto& row : rows) {
+    const std::string where = ToUtf8(row.verb.front()) + " failing '" + row.failing + "'";
+    ResetLifecycle();
+    SetPreference(kDllOverride);
+    ScriptedExplorer explorer(row.failing);
+    SetExplorerLink(&explorer);
+    if (row.enabledFirst) (void)RunInProcess(kEnable);
+    explorer.calls.clear();
+    const int exitCode = RunInProcess(row.verb);
+    SetExplorerLink(nullptr);
+    EXPECT_EQ(exitCode, static_cast<int>(row.exitCode)) << where;
+    EXPECT_EQ(explorer.calls, row.calls) << where;
+    EXPECT_EQ(ReadPreference(), row.after) << where;
+    const LifecycleState state = ReadState();
+    EXPECT_EQ(state.suppressionApplied, row.applied) << where;
+    EXPECT_EQ(state.featureEnabled, row.enabled) << where;
+    EXPECT_EQ(state.priorOverrideValue, kDllOverride.value) << where;
+    EXPECT_EQ(is_boot_restore_armed(), row.armed) << where;
+  }
+  ResetLifecycle();
+}
 
 }  // namespace
 }  // namespace cmr::e2e

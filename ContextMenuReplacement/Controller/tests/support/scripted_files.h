@@ -25,20 +25,20 @@ class ScriptedFiles : public FileOperations {
       --unreadableReads;
       return Status::Failure(L"Could not open '" + path + L"': injected.");
     }
-    return SystemFiles().Read(path);
+    return real_.Read(path);
   }
   Status WriteAtomically(const std::wstring& target, std::string_view bytes) override {
     if (Status step = Step(L"write", target); !step) return step;
-    return SystemFiles().WriteAtomically(target, bytes);
+    return real_.WriteAtomically(target, bytes);
   }
   Status Delete(const std::wstring& path) override {
     if (Status step = Step(L"delete", path); !step) return step;
-    return SystemFiles().Delete(path);
+    return real_.Delete(path);
   }
   Status UpdateMapped(const std::wstring& path, size_t size,
                       const std::function<void(unsigned char*)>& update) override {
     if (Status step = Step(L"map", path); !step) return step;
-    return SystemFiles().UpdateMapped(path, size, update);
+    return real_.UpdateMapped(path, size, update);
   }
 
   // The steps as "write snapshot-5.bin, map control.bin".
@@ -49,6 +49,7 @@ class ScriptedFiles : public FileOperations {
   }
 
  private:
+  FileOperations& real_ = SystemFiles();  // taken before a test build installs a replacement
   Status Step(const wchar_t* kind, const std::wstring& path) {
     steps.push_back(fmt::format(L"{} {}", kind, FileNameOf(path)));
     const int number = static_cast<int>(steps.size());

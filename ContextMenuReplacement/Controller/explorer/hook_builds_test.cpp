@@ -1,4 +1,4 @@
-#include "explorer/hook_channel.h"
+#include "explorer/hook_builds.h"
 
 #include <gtest/gtest.h>
 
@@ -18,7 +18,7 @@ constexpr std::pair<const wchar_t*, bool> kNames[] = {
     {L"xBrenlow.ContextMenuReplacement.Hook.dll", false},
 };
 
-TEST(HookChannel, EarlierBuildNames) {
+TEST(HookBuilds, EarlierBuildNames) {
   for (const auto& [name, earlier] : kNames)
     EXPECT_EQ(IsEarlierBuildHookName(name), earlier) << name;
 }
