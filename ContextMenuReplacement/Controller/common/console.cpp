@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <utility>
 
 #include "common/text.h"
 #include "common/win32.h"
@@ -92,14 +93,27 @@ void PrintIndentedLines(const std::vector<std::wstring>& messages) {
   for (const std::wstring& message : messages) PrintLine(L"  %s", message);
 }
 
-void PrintLineText(std::wstring line) {
-  // No line format of the program holds a control character, so any in the line came from a
-  // document or a path: printed raw, a carriage return or an escape sequence could rewrite
-  // what the user sees. They are shown as escapes instead.
+namespace {
+
+// No line format of the program holds a control character, so any in the line came from a
+// document or a path: printed raw, a carriage return or an escape sequence could rewrite what
+// the user sees. They are shown as escapes instead, which inside a JSON string mean the same.
+std::wstring WithoutControlCharacters(std::wstring line) {
   if (std::any_of(line.begin(), line.end(),
                   [](wchar_t c) { return c < 0x20 || (c >= 0x7F && c < 0xA0); })) {
     line = EscapeControlCharacters(line);
   }
+  return line;
+}
+
+}  // namespace
+
+void PrintJsonLine(std::wstring_view json) {
+  WriteStandardOutput(WithoutControlCharacters(std::wstring(json)) + L'\n');
+}
+
+void PrintLineText(std::wstring line) {
+  line = WithoutControlCharacters(std::move(line));
   if (line.size() > kPrintLineMaxUnits) line.resize(kPrintLineMaxUnits);
   line += L'\n';
   WriteStandardOutput(line);

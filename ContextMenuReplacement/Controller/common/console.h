@@ -54,6 +54,10 @@ void PrintLine(std::wstring_view format, const Args&... args) {
   PrintLineText(FormatConsoleText(format, args...));
 }
 
+// A --json document: printed whole with a line feed, never cut, since a cut document no longer
+// parses. Control characters are escaped as PrintLine escapes them.
+void PrintJsonLine(std::wstring_view json);
+
 // Prints each message on its own line behind two spaces, in one batch: how the verbs list the
 // errors a step collected under the line that names the step.
 void PrintIndentedLines(const std::vector<std::wstring>& messages);

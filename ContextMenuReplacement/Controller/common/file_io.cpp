@@ -132,12 +132,15 @@ Status WriteNewFile(const std::wstring& path, std::string_view bytes) {
   (void)EnsureDirectories(ParentFolder(path));  // a failure there surfaces as the create failure
   UniqueHandle file(::CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW,
                                   FILE_ATTRIBUTE_NORMAL, nullptr));
-  if (!file) return Win32Failure(fmt::format(L"Could not create '{}'", path), ::GetLastError());
+  if (!file) {
+    return Status::Failure(fmt::format(L"Could not open '{}' for writing.", path),
+                           ::GetLastError());
+  }
   if (!WriteAll(file.get(), bytes) || !::FlushFileBuffers(file.get())) {
     const DWORD error = ::GetLastError();
     file.reset();
     ::DeleteFileW(path.c_str());
-    return Win32Failure(fmt::format(L"Could not write '{}'", path), error);
+    return Status::Failure(fmt::format(L"Could not write '{}'.", path), error);
   }
   return {};
 }
@@ -190,10 +193,14 @@ Status AtomicWriteFile(const std::wstring& target, std::string_view bytes) {
   if (!RenameOver(temporary, target)) {
     const DWORD error = ::GetLastError();
     ::DeleteFileW(temporary.c_str());
-    return Status::Failure(fmt::format(L"Could not publish '{}': {}.", target, ErrorText(error)),
-                           error);
+    return Status::Failure(
+        SystemTextSentence(fmt::format(L"Could not publish '{}'", target), error), error);
   }
   return {};
+}
+
+bool FailedWhileWriting(const Status& atomicWrite) {
+  return !atomicWrite && atomicWrite.message().starts_with(L"Could not write '");
 }
 
 Status DeleteFileIfPresent(const std::wstring& path) {

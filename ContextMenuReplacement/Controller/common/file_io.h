@@ -32,7 +32,8 @@ namespace cmr {
 [[nodiscard]] Status EnsureDirectories(const std::wstring& path);
 
 // Creates a file that must not exist yet, writes it whole and flushes it to disk. Missing parent
-// folders are created. On failure a partly written file is removed again.
+// folders are created. On failure ("Could not open '{}' for writing.", "Could not write '{}'.",
+// with the Win32 code as the system error) a partly written file is removed again.
 [[nodiscard]] Status WriteNewFile(const std::wstring& path, std::string_view bytes);
 
 // A turn at the end of an append-only file, held by every appender of this program around its
@@ -61,6 +62,8 @@ class AppendTurn {
 // never a part. On failure ("Could not create '{}'.", "Could not write '{}'.", "Could not
 // publish '{}': {}.") the temporary file is gone and the target is as it was.
 [[nodiscard]] Status AtomicWriteFile(const std::wstring& target, std::string_view bytes);
+// The failure of an AtomicWriteFile came from writing the bytes, after the file was opened.
+[[nodiscard]] bool FailedWhileWriting(const Status& atomicWrite);
 
 // Deletes a file; a file that is already missing counts as deleted.
 [[nodiscard]] Status DeleteFileIfPresent(const std::wstring& path);

@@ -35,6 +35,10 @@ void RemoveOrphanedTemporaries(const SnapshotFormat& format, FileOperations& fil
 
 void SnapshotFormat::CleanUp(FileOperations&, uint32_t) const {}
 
+Status SnapshotFormat::SnapshotWriteFailure(const std::wstring&, Status failure) const {
+  return failure;
+}
+
 Status PublicationLock::Acquire(const wchar_t* name) {
   mutex_.reset(::CreateMutexW(nullptr, FALSE, name));
   if (!mutex_)
@@ -97,8 +101,9 @@ Result<uint32_t> PublishSnapshot(const SnapshotFormat& format, FileOperations& f
 
   Result<std::string> image = build.image(next);
   if (!image) return image.status();
-  if (Status written = files.WriteAtomically(format.SnapshotPath(next), image.value()); !written) {
-    return written;
+  const std::wstring snapshot = format.SnapshotPath(next);
+  if (Status written = files.WriteAtomically(snapshot, image.value()); !written) {
+    return format.SnapshotWriteFailure(snapshot, std::move(written));
   }
   if (Status committed = format.Announce(files, next); !committed) return committed;
   format.CleanUp(files, next);

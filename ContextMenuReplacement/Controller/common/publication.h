@@ -61,6 +61,9 @@ class SnapshotFormat {
   [[nodiscard]] virtual Status Announce(FileOperations& files, uint32_t version) const = 0;
   // After a successful commit; failures are ignored (a leftover is harmless).
   virtual void CleanUp(FileOperations& files, uint32_t announced) const;
+  // What a failure to write the snapshot file `path` tells the caller: the file writer's own
+  // message, unless the format's readers were promised other words.
+  [[nodiscard]] virtual Status SnapshotWriteFailure(const std::wstring& path, Status failure) const;
 };
 
 struct SnapshotBuild {

@@ -23,6 +23,12 @@ std::wstring Win32Message(std::wstring_view what, DWORD code) {
   return fmt::format(L"{}: {} (error {}).", what, ErrorText(code), code);
 }
 
+std::wstring SystemTextSentence(std::wstring_view what, DWORD code) {
+  std::wstring sentence = fmt::format(L"{}: {}", what, ErrorText(code));
+  if (!sentence.ends_with(L'.')) sentence += L'.';
+  return sentence;
+}
+
 Status Win32Failure(std::wstring_view what, DWORD code) {
   return Status::Failure(Win32Message(what, code), code);
 }

@@ -17,4 +17,8 @@ namespace cmr {
 [[nodiscard]] std::wstring Win32Message(std::wstring_view what, DWORD code);
 [[nodiscard]] Status Win32Failure(std::wstring_view what, DWORD code);
 
+// "<what>: <system text>." The system's texts mostly end in a full stop of their own; a sentence
+// never ends in two. Every message that puts a system text at its end goes through here.
+[[nodiscard]] std::wstring SystemTextSentence(std::wstring_view what, DWORD code);
+
 }  // namespace cmr

@@ -27,4 +27,8 @@ void LogMenuModelRefused(std::wstring_view path) {
                            path));
 }
 
+void LogSnapshotWriteFailed(std::wstring_view reason) {
+  WriteLogLine(LogLevel::error, fmt::format(L"[config] {}", reason));
+}
+
 }  // namespace cmr

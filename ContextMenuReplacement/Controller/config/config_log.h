@@ -11,5 +11,7 @@ void LogGlobalsPublished(bool enabled, uint32_t bypassMask, uint32_t opacityPerc
 void LogConfigurationPublished(uint32_t version, uint64_t bytes, size_t profiles, size_t items,
                                size_t userCommands);
 void LogMenuModelRefused(std::wstring_view path);
+// The file writer's own reason for a snapshot that could not be written.
+void LogSnapshotWriteFailed(std::wstring_view reason);
 
 }  // namespace cmr

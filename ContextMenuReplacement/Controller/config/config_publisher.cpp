@@ -66,6 +66,14 @@ class ConfigSnapshotFormat final : public SnapshotFormat {
     });
   }
 
+  // The configuration's readers know two failures by these words, and only the snapshot's own
+  // path: a temporary file is an implementation detail. The writer's detail goes to the log.
+  Status SnapshotWriteFailure(const std::wstring& path, Status failure) const override {
+    LogSnapshotWriteFailed(failure.message());
+    return FailedWhileWriting(failure) ? Failure(L"Could not write '{}'.", path)
+                                       : Failure(L"Could not open '{}' for writing.", path);
+  }
+
  private:
   std::wstring folder_;
   const std::string* globals_;

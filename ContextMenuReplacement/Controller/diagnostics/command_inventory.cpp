@@ -91,8 +91,8 @@ namespace {
 
 // "<call> failed with 0x80040154: Class not registered." style tail of a probe line.
 std::wstring HresultText(HRESULT hr) {
-  return fmt::format(L"0x{:08X}: {}.", static_cast<unsigned long>(hr),
-                     ErrorText(static_cast<DWORD>(hr)));
+  return SystemTextSentence(fmt::format(L"0x{:08X}", static_cast<unsigned long>(hr)),
+                            static_cast<DWORD>(hr));
 }
 
 template <typename T>
@@ -163,7 +163,7 @@ int RunInventoryVerb(bool json) {
     return 1;
   }
   if (json) {
-    PrintLine(L"%s", CommandInventoryJson(table.value()));
+    PrintJsonLine(CommandInventoryJson(table.value()));
     return 0;
   }
   const HRESULT initialised = ::CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);

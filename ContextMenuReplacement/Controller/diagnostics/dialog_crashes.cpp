@@ -30,7 +30,7 @@ int ListCrashes(bool json) {
       line += L"{\"program\":" + JsonQuote(entry.name) + L",\"crashedAt\":" +
               (time ? FileTimeJson(*time) : std::wstring(L"null")) + L"}";
     }
-    PrintLine(L"%s", line + L"]");
+    PrintJsonLine(line + L"]");
     return 0;
   }
   if (values->empty()) {
@@ -92,7 +92,9 @@ std::vector<std::wstring> DialogCrashExcludedPrograms() {
 }
 
 int RunDialogCrashesVerb(const std::vector<std::wstring>& args) {
-  return RunRecordVerb({L"dialog-crashes", L"dialog-crashes clear needs a program name.", true, ListCrashes, ClearCrash}, args);
+  return RunRecordVerb({L"dialog-crashes", L"dialog-crashes clear needs a program name.", true,
+                        ListCrashes, ClearCrash},
+                       args);
 }
 
 }  // namespace cmr

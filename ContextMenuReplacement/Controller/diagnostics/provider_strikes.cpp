@@ -101,7 +101,7 @@ int ListStrikes(bool json) {
       }
       line += L"],\"lastFault\":" + JsonOrNull(record.lastFault) + L"}";
     }
-    PrintLine(L"%s", line + L"]");
+    PrintJsonLine(line + L"]");
     return 0;
   }
   if (records.empty()) {
@@ -152,7 +152,9 @@ int ClearStrikes(const std::wstring& clsid) {
 }  // namespace
 
 int RunProviderStrikesVerb(const std::vector<std::wstring>& args) {
-  return RunRecordVerb({L"provider-strikes", L"provider-strikes clear needs a handler CLSID.", false, ListStrikes, ClearStrikes}, args);
+  return RunRecordVerb({L"provider-strikes", L"provider-strikes clear needs a handler CLSID.",
+                        false, ListStrikes, ClearStrikes},
+                       args);
 }
 
 }  // namespace cmr

@@ -4,6 +4,7 @@
 
 #include "common/console.h"
 #include "common/data_paths.h"
+#include "common/log.h"
 #include "common/unique_handle.h"
 #include "common/win32.h"
 #include "lifecycle/override_key.h"
@@ -89,9 +90,14 @@ void PutBackPrior(const LifecycleState& state, RestoreOutcome& outcome) {
   }
 }
 
-}  // namespace
+// A restore at logon has no console, so its outcome must reach the log to leave a trace.
+RestoreOutcome Logged(RestoreOutcome outcome) {
+  const bool failed = outcome.hadApplied && !outcome.restored && !outcome.leftAlone;
+  WriteLogLine(failed ? LogLevel::warning : LogLevel::info, L"[state] " + outcome.message);
+  return outcome;
+}
 
-RestoreOutcome restore() {
+RestoreOutcome Restore() {
   RestoreOutcome outcome;
   LifecycleState state = ReadState();
   if (!state.present || !state.suppressionApplied) {
@@ -101,7 +107,7 @@ RestoreOutcome restore() {
   }
   outcome.hadApplied = true;
   const ClassicModeReading reading = ReadClassicMode();
-  if (reading.keyPresent && reading.valueEmpty) {
+  if (HoldsOurOverride(reading)) {
     PutBackPrior(state, outcome);
   } else {
     // The user (or something acting for them) changed the switch after we wrote it.
@@ -122,6 +128,12 @@ RestoreOutcome restore() {
   (void)WriteState(state);
   (void)disarm_boot_restore();
   return outcome;
+}
+
+}  // namespace
+
+RestoreOutcome restore() {
+  return Logged(Restore());
 }
 
 int RunBootRestoreVerb() {

@@ -45,7 +45,8 @@ struct RestoreOutcome {
 // Puts back the recorded prior preference when the override still holds exactly what we
 // wrote, stands down otherwise. Whenever an applied suppression was recorded, the state then
 // loses SuppressionApplied and the boot restore is disarmed, even when putting the prior back
-// failed: a restore is attempted once, never retried at every logon.
+// failed: a restore is attempted once, never retried at every logon. The message is logged with
+// the "[state]" tag, at WARNING when putting the prior back failed.
 [[nodiscard]] RestoreOutcome restore();
 
 // The `boot-restore` verb: re-arms while the feature is still wanted and installed, restores

@@ -83,25 +83,39 @@ Status RecordState(const LifecycleState& state) {
   return Status::Ok();
 }
 
+// Before the override is written, a failed step leaves the state as this enable found it: a
+// state that says enabled, or applied, while nothing was applied would make a repair only
+// inject, and a restore act on a preference that was never changed.
+void PutBackState(const LifecycleState& before) {
+  if (before.present) {
+    (void)WriteState(before);
+  } else {
+    (void)DeleteStateKey();
+  }
+}
+
+bool RecordOrPutBack(const LifecycleState& state, const LifecycleState& before) {
+  if (const Status written = RecordState(state); !written) {
+    PrintLine(L"Could not record prior state, so nothing was changed: %s", written.message());
+    PutBackState(before);
+    return false;
+  }
+  return true;
+}
+
 // The classic strategy's persistent part: state, then the boot restore, then the override.
 // Returns false after printing why and undoing what was done.
-bool ApplyPersistent(suppression::strategy& chosen, LifecycleState& state) {
+bool ApplyPersistent(suppression::strategy& chosen, LifecycleState& state,
+                     const LifecycleState& before) {
   // The prior preference is stored before SuppressionApplied turns on. The record is written
   // value by value, SuppressionApplied first; written in one go, an interruption after that
   // first value would leave "applied" beside the previous enable's prior preference.
-  if (!state.suppressionApplied) {
-    if (const Status written = RecordState(state); !written) {
-      PrintLine(L"Could not record prior state, so nothing was changed: %s", written.message());
-      return false;
-    }
-  }
+  if (!state.suppressionApplied && !RecordOrPutBack(state, before)) return false;
   state.suppressionApplied = true;
-  if (const Status written = RecordState(state); !written) {
-    PrintLine(L"Could not record prior state, so nothing was changed: %s", written.message());
-    return false;
-  }
+  if (!RecordOrPutBack(state, before)) return false;
   if (const Status armed = arm_boot_restore(); !armed) {
     PrintLine(L"Could not arm the boot-time restore, so nothing was changed: %s", armed.message());
+    PutBackState(before);
     return false;
   }
   std::wstring message;
@@ -143,6 +157,7 @@ int RunEnableVerb(const EnableOptions& options) {
   }
 
   LifecycleState state = ReadState();
+  const LifecycleState before = state;
   const std::vector<uint64_t> explorerStarts = CurrentExplorerLink().StartTimes();
   if (CheckRestartLoop(state, explorerStarts.empty() ? 0 : explorerStarts.front(), NowFiletime(),
                        options.force)) {
@@ -152,9 +167,18 @@ int RunEnableVerb(const EnableOptions& options) {
 
   const ClassicModeReading reading = ReadClassicMode();
   const bool alreadyClassic = IsExplorerAlreadyClassic(reading, explorerStarts);
-  if (state.suppressionApplied) {
+  if (state.suppressionApplied && HoldsOurOverride(reading)) {
     // What is in the key now is what we wrote; the user's own preference is the recorded one.
     PrintLine(L"Already applied; keeping the originally recorded prior preference.");
+  } else if (state.suppressionApplied) {
+    // The user changed the switch after we wrote it. That newer choice is what a later restore
+    // must give back; it is recorded below before the override is written again.
+    state.priorOverrideKeyPresent = reading.keyPresent;
+    state.priorOverrideValue = reading.value;
+    PrintLine(
+        L"Already applied, but the override key was changed since; recording your newer choice "
+        L"'%s' (key %s) as the prior preference.",
+        reading.value, reading.keyPresent ? L"present" : L"absent");
   } else {
     state.priorOverrideKeyPresent = reading.keyPresent;
     state.priorOverrideValue = reading.value;
@@ -166,14 +190,11 @@ int RunEnableVerb(const EnableOptions& options) {
   state.suppressionAppliedAt = UtcNowText();
 
   if (chosen->persistence() == 1) {
-    if (!ApplyPersistent(*chosen, state)) return 1;
+    if (!ApplyPersistent(*chosen, state, before)) return 1;
   } else {
     // Deliberately clears an applied flag left by an earlier classic enable as well.
     state.suppressionApplied = false;
-    if (const Status written = RecordState(state); !written) {
-      PrintLine(L"Could not record prior state, so nothing was changed: %s", written.message());
-      return 1;
-    }
+    if (!RecordOrPutBack(state, before)) return 1;
   }
 
   const bool verified = chosen->verify(message);

@@ -51,9 +51,4 @@ DWORD DeleteOverrideParent() {
                            [] { return ::RegDeleteKeyW(HKEY_CURRENT_USER, kOverrideParentPath); });
 }
 
-DWORD DeleteOverrideParentTree() {
-  return RunPersistentStep(L"delete the volatile override parent",
-                           [] { return ::RegDeleteTreeW(HKEY_CURRENT_USER, kOverrideParentPath); });
-}
-
 }  // namespace cmr

@@ -19,10 +19,8 @@ namespace cmr {
 [[nodiscard]] DWORD SetOverrideValue(const std::wstring& value);
 // Deletes the override key; ERROR_FILE_NOT_FOUND when it is already gone.
 [[nodiscard]] DWORD DeleteOverrideKey();
-// Deletes the parent key only when nothing else lives under it.
+// Deletes the parent key only when nothing else lives under it: keys that another program
+// keeps there are never ours to destroy.
 [[nodiscard]] DWORD DeleteOverrideParent();
-// Deletes the parent key with everything under it: the way past a volatile parent, which
-// refuses the non-volatile override key (error 1021).
-[[nodiscard]] DWORD DeleteOverrideParentTree();
 
 }  // namespace cmr

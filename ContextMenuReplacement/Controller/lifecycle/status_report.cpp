@@ -94,7 +94,7 @@ int RunStatusVerb(bool json) {
   const StatusFacts facts = GatherFacts();
   if (json) {
     // Reads only: the pollers must never make the Hook publish a verdict.
-    PrintLine(L"%s", StatusJson(facts));
+    PrintJsonLine(StatusJson(facts));
     return 0;
   }
   PrintLine(L"Context-menu preference");

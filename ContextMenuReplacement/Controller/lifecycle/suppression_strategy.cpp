@@ -65,9 +65,10 @@ class classic_mode_registry final : public strategy {
 
   bool apply(std::wstring& message) override {
     DWORD result = cmr::CreateOverrideKey();
-    // A volatile parent only takes volatile children; ours must survive a reboot.
+    // A volatile parent only takes volatile children; ours must survive a reboot. The parent
+    // goes only when nothing else lives under it, so then the second create fails the same way.
     if (result == ERROR_CHILD_MUST_BE_VOLATILE) {
-      (void)cmr::DeleteOverrideParentTree();
+      (void)cmr::DeleteOverrideParent();
       result = cmr::CreateOverrideKey();
     }
     if (result != ERROR_SUCCESS) {

@@ -29,6 +29,11 @@ struct ClassicModeReading {
 
 [[nodiscard]] ClassicModeReading ReadClassicMode();
 
+// The override holds exactly what enable writes. Anything else there is the user's newer choice.
+[[nodiscard]] inline bool HoldsOurOverride(const ClassicModeReading& reading) {
+  return reading.keyPresent && reading.valueEmpty;
+}
+
 // Every running Explorer has already read the switch: it is on, and no Explorer started at or
 // before the switch was written. `explorerStartTimes` are the creation FILETIMEs of the
 // discovered Explorer processes, 0 for one whose time could not be read.

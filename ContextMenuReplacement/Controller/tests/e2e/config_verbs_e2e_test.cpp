@@ -8,6 +8,7 @@
 #include "common/data_paths.h"
 #include "common/file_io.h"
 #include "common/json_writer.h"
+#include "common/system_error.h"
 #include "common/text.h"
 #include "common/unique_handle.h"
 #include "config/menu_document.h"
@@ -58,6 +59,9 @@ TEST(ConfigVerbsE2e, InitPublishStatusAndRefusalsThatChangeNothing) {
            "\nEdit it, then run 'config publish' or leave 'config watch' running.\n",
        0},
       {{L"config", L"init", menu}, "'" + path + "' already exists; refusing to overwrite it.\n", 1},
+      {{L"config", L"init", menu + L"\\x.json"},
+       "Could not open '" + path + "\\x.json' for writing.\n",
+       1},
       {{L"config", L"publish", menu, L"--json"},
        "Publishing " + path + "\n" + PublishedText("version 1" + starterCounts),
        0},
@@ -115,7 +119,10 @@ TEST(ConfigVerbsE2e, InitPublishStatusAndRefusalsThatChangeNothing) {
       {file(L"trailing.json"),
        "  error:   JSON parse error at offset 15: The document contains a NUL byte.\n"},
       {folder, "  error:   '" + ToUtf8(folder) + "' is a folder, not a menu file.\n"},
+      // Never the temporary file the snapshot is written through.
+      {menu, "  error:   Could not open '" + ToUtf8(SnapshotFilePath(3)) + "' for writing.\n"},
   };
+  ASSERT_TRUE(::CreateDirectoryW(SnapshotFilePath(3).c_str(), nullptr));
   for (const auto& row : rows) {
     SCOPED_TRACE(ToUtf8(row.file));
     const RunResult run = RunController({L"config", L"publish", row.file});
@@ -125,6 +132,9 @@ TEST(ConfigVerbsE2e, InitPublishStatusAndRefusalsThatChangeNothing) {
     EXPECT_EQ(ReadBytes(ControlFilePath()), announced);
     EXPECT_EQ(ReadBytes(SnapshotFilePath(3)), "<unreadable>");
   }
+  // The writer's own reason goes to the log, ending in one full stop however the system's ends.
+  EXPECT_TRUE(Has(TodaysLog(), ToUtf8(SnapshotFilePath(3) + L"': " + ErrorText(5)) + "\n"));
+  ::RemoveDirectoryW(SnapshotFilePath(3).c_str());
 
   RunRows({{{L"config", L"check", untrusted},
             "  " + kEveryone +

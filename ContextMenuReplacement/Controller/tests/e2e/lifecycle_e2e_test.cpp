@@ -90,6 +90,10 @@ std::string ExportUserSoftware() {
 
 using Args = std::vector<std::wstring>;
 
+std::string Golden(const wchar_t* name) {
+  return ReadBytes(FromUtf8(CMR_GOLDEN_DIR) + L"/" + name);
+}
+
 const Args kEnable{L"enable", L"--yes", L"--no-restart"};
 const Args kRefusal{L"enable", L"--yes", L"--no-restart", L"--strategy", L"refusal"};
 
@@ -110,29 +114,59 @@ class LifecycleE2e : public ::testing::Test {
 };
 
 TEST_F(LifecycleE2e, EnableThenDisableGivesBackThePriorUnlessTheUserChoseAgain) {
+  const Preference odd{true, true, L"C:\\a \"b\"\x01.dll"};
+  const Preference longPrior{true, true, std::wstring(1000, L'\\')};
+  const std::string backslashes(1000, '\\'),
+      kept = "Already applied; keeping the originally recorded prior preference.\n";
   const struct {
+    const char* name;
     Preference prior;
+    const Preference* chosenBetween;  // the user's own choice made between two enables
+    std::string again;                // what the second enable says of the prior
+    std::string json;                 // priorKeyPresent and priorValue as status --json writes them
     const Preference* chosenAfterEnable;  // the user's own choice made while enabled
     std::string disabled;
   } rows[] = {
-      {kNoOverride, nullptr,
+      {"no key", kNoOverride, nullptr, kept, "false,\"priorValue\":\"\"", nullptr,
        "Preference: Removed the override key; the user is back on the Windows 11 modern menu.\n"},
-      {kNoOverride, &kTheirs,
+      {"odd value", odd, nullptr, kept, "true,\"priorValue\":\"C:\\\\a \\\"b\\\"\\u0001.dll\"",
+       nullptr, "Preference: Restored the prior override value 'C:\\a \"b\"\\u0001.dll'.\n"},
+      // Its status --json line is longer than any console line.
+      {"long value", longPrior, nullptr, kept,
+       "true,\"priorValue\":\"" + backslashes + backslashes + "\"", nullptr,
+       "Preference: Restored the prior override value '" + backslashes + "'.\n"},
+      {"user chose again", kNoOverride, nullptr, kept, "false,\"priorValue\":\"\"", &kTheirs,
        "Preference: The override key now holds 'C:\\Users\\me\\menu.dll', which is not what we "
        "wrote. Leaving the newer choice alone.\n"},
+      {"user chose between enables", kNoOverride, &kTheirs,
+       "Already applied, but the override key was changed since; recording your newer choice "
+       "'C:\\Users\\me\\menu.dll' (key present) as the prior preference.\n",
+       "true,\"priorValue\":\"C:\\\\Users\\\\me\\\\menu.dll\"", nullptr,
+       "Preference: Restored the prior override value 'C:\\Users\\me\\menu.dll'.\n"},
   };
   for (const auto& row : rows) {
-    SCOPED_TRACE(row.disabled);
+    SCOPED_TRACE(row.name);
     ResetLifecycle();
     SetPreference(row.prior);
-    EXPECT_TRUE(Has(RunController(kEnable),
-                    "Applied classic_mode_registry.\nVerification: the machine looks as intended "
-                    "(override key present: yes, effective mode: classic)\n"));
-    // A second enable keeps the first recorded prior, not the override it finds.
-    EXPECT_TRUE(Has(RunController(kEnable),
-                    "Already applied; keeping the originally recorded prior preference.\n"));
+    const std::string applied =
+        "Applied classic_mode_registry.\nVerification: the machine looks as intended (override "
+        "key present: yes, effective mode: classic)\n";
+    EXPECT_TRUE(Has(RunController(kEnable), applied));
+    if (row.chosenBetween) SetPreference(*row.chosenBetween);
+    EXPECT_TRUE(Has(RunController(kEnable), row.again + applied));
+    EXPECT_TRUE(Has(RunController({L"status", L"--json"}),
+                    "\"suppressionApplied\":true,\"priorKeyPresent\":" + row.json + ","));
     if (row.chosenAfterEnable) SetPreference(*row.chosenAfterEnable);
     EXPECT_TRUE(Has(RunController({L"disable"}), "\n" + row.disabled));
+    // The outcome reaches the log too, where a restore at logon leaves its only trace.
+    std::string logged = "[INFO] [state] " + row.disabled.substr(12);
+    if (const size_t at = logged.find("\\u0001"); at != std::string::npos)
+      logged = logged.substr(0, at) + '\x01' + logged.substr(at + 6);
+    EXPECT_TRUE(Has(TodaysLog(), logged));
+    const Preference* chosen = row.chosenAfterEnable ? row.chosenAfterEnable : row.chosenBetween;
+    EXPECT_EQ(ReadPreference(), chosen ? *chosen : row.prior);
+    EXPECT_FALSE(is_boot_restore_armed());
+    EXPECT_FALSE(ReadState().suppressionApplied || ReadState().featureEnabled);
   }
 }
 
@@ -181,34 +215,55 @@ TEST_F(LifecycleE2e, BootRestoreAcrossItsDecisionTable) {
 }
 
 // A volatile parent refuses a non-volatile child (1021): for the state key that stops the enable
-// before anything changes; the override key's parent is replaced instead.
-TEST_F(LifecycleE2e, VolatileParentKeys) {
+// before anything changes; the override key's parent is replaced, unless another program keeps a
+// key under it. An enable whose boot-time restore cannot be armed (the test build of the
+// controller fails that step) leaves the state as it found it.
+TEST_F(LifecycleE2e, EnableAgainstRegistryFaults) {
+  const std::wstring overrideParent = kOverrideParentPath;
   const struct {
-    const wchar_t* parent;
-    DWORD exitCode;
+    std::vector<std::wstring> volatileKeys;  // created in order; a second one must survive
+    const wchar_t* failing;                  // a step that fails with error 5
     std::string line;
   } rows[] = {
-      {L"Software\\Orvanta\\Brenlowpack", 1,
+      {{L"Software\\Orvanta\\Brenlowpack"},
+       nullptr,
        "\nCould not record prior state, so nothing was changed: Could not open the state key for "
        "writing: 1021\n"},
-      {L"Software\\Classes\\CLSID\\{86ca1aa0-34aa-4e8b-a509-50c905bae2a2}", 0,
-       "\nApplied classic_mode_registry.\n"},
+      {{overrideParent}, nullptr, "\nApplied classic_mode_registry.\n"},
+      {{overrideParent, overrideParent + L"\\TreatAs"},
+       nullptr,
+       "\nCould not apply the strategy: Could not create the override key: 1021\n"},
+      {{},
+       L"set the RunOnce entry",
+       "\nCould not arm the boot-time restore, so nothing was changed: Could not write the RunOnce "
+       "entry: 5\n"},
   };
   for (const auto& row : rows) {
-    SCOPED_TRACE(ToUtf8(row.parent));
+    SCOPED_TRACE(row.line);
     ResetLifecycle();
-    ::RegDeleteTreeW(HKEY_CURRENT_USER, row.parent);
-    UniqueHkey parent;
-    ASSERT_EQ(::RegCreateKeyExW(HKEY_CURRENT_USER, row.parent, 0, nullptr, REG_OPTION_VOLATILE,
-                                KEY_WRITE, nullptr, parent.put(), nullptr),
-              ERROR_SUCCESS);
-    parent.reset();
-    const RunResult run = RunController(kEnable);
-    EXPECT_EQ(run.exitCode, row.exitCode) << run.output;
+    for (const std::wstring& key : row.volatileKeys) {
+      ::RegDeleteTreeW(HKEY_CURRENT_USER, key.c_str());
+      UniqueHkey made;
+      ASSERT_EQ(::RegCreateKeyExW(HKEY_CURRENT_USER, key.c_str(), 0, nullptr, REG_OPTION_VOLATILE,
+                                  KEY_WRITE, nullptr, made.put(), nullptr),
+                ERROR_SUCCESS);
+    }
+    ::SetEnvironmentVariableW(L"CMR_STEP_FAIL", row.failing);
+    // Only the test build can fail a step; it has no Hook beside it to load.
+    const RunResult run =
+        row.failing ? RunControllerAt(JoinPath(ExecutableFolder(), L"step_controller.exe"), kEnable)
+                    : RunController(kEnable);
+    ::SetEnvironmentVariableW(L"CMR_STEP_FAIL", nullptr);
+    const bool applied = row.line == "\nApplied classic_mode_registry.\n";
+    EXPECT_EQ(run.exitCode, applied ? 0u : 1u) << run.output;
     EXPECT_TRUE(Has(run, row.line)) << run.output;
-    EXPECT_EQ(ReadPreference(), row.exitCode == 0 ? kEmptyOverride : kNoOverride);
-    EXPECT_EQ(is_boot_restore_armed(), row.exitCode == 0);
-    ::RegDeleteTreeW(HKEY_CURRENT_USER, row.parent);
+    EXPECT_EQ(ReadPreference(), applied ? kEmptyOverride : kNoOverride);
+    EXPECT_EQ(is_boot_restore_armed(), applied);
+    EXPECT_EQ(ReadState().featureEnabled, applied);
+    if (row.volatileKeys.size() > 1) {  // still there to delete
+      EXPECT_EQ(::RegDeleteTreeW(HKEY_CURRENT_USER, row.volatileKeys[1].c_str()), ERROR_SUCCESS);
+    }
+    if (!row.volatileKeys.empty()) ::RegDeleteTreeW(HKEY_CURRENT_USER, row.volatileKeys[0].c_str());
   }
 }
 
@@ -217,7 +272,7 @@ TEST_F(LifecycleE2e, DisclosureBeforeEnablingChangesNothing) {
   const std::string before = ExportUserSoftware();
   const RunResult run = RunController({L"enable"});
   EXPECT_EQ(run.exitCode, 2u);
-  EXPECT_EQ(run.output, ReadBytes(FromUtf8(CMR_GOLDEN_DIR) + L"/enable_disclosure.txt"));
+  EXPECT_EQ(run.output, Golden(L"enable_disclosure.txt"));
   EXPECT_EQ(ExportUserSoftware(), before);
   ASSERT_TRUE(WriteState(LifecycleState{}).ok());  // no strategy recorded
   EXPECT_TRUE(Has(RunController({L"status"}), "\n  Suppression applied:  no by none\n"));
@@ -306,11 +361,7 @@ TEST_F(LifecycleE2e, WithAStandInExplorer) {
   ASSERT_TRUE(WriteState(state).ok());
   const RunResult refused = RunController(kEnable);
   EXPECT_EQ(refused.exitCode, 3u);
-  EXPECT_TRUE(refused.output.ends_with(
-      "REFUSING to enable: Explorer has restarted 10 times in the last 10 minutes while this\n"
-      "feature was enabled. That is the signature of the hook destabilising Explorer, and\n"
-      "reinjecting would make it a loop you cannot get out of.\n\n"
-      "Look at the hook log first. Pass --force to override.\n"));
+  EXPECT_TRUE(refused.output.ends_with(Golden(L"enable_refused_restart_loop.txt")));
   EXPECT_EQ(ReadState(), state);
   EXPECT_NE(RunController({L"enable", L"--yes", L"--no-restart", L"--force"}).exitCode, 3u);
 }
@@ -378,11 +429,7 @@ TEST_F(LifecycleE2e, ReconcileEnablesAFreshAccountThenReinjectsThenRestarts) {
   const std::string modern = "command " + Pid(explorer) + " code=8 arg=4\n";
   RunResult run = RunController({L"reconcile"});
   EXPECT_EQ(run.exitCode, 0u) << run.output;
-  EXPECT_TRUE(Has(run,
-                  "RESTART REQUIRED: the preference is recorded and applied, but Explorer "
-                  "must\nrestart before the replacement menu appears. Skipped at the caller's "
-                  "request.\n"))
-      << run.output;
+  EXPECT_TRUE(Has(run, Golden(L"restart_required.txt"))) << run.output;
   EXPECT_EQ(ReadPreference(), kEmptyOverride);
   EXPECT_TRUE(ReadState().featureEnabled);
   EXPECT_TRUE(FileExists(SnapshotFilePath(1)));
@@ -570,7 +617,6 @@ TEST(LifecycleSteps, EachVerbInOrder) {
 
 INSTANTIATE_TEST_SUITE_P(Verbs, LifecycleInterruption, ::testing::ValuesIn(kScenarios),
                          [](const auto& info) { return std::string(info.param.name); });
-
 
 // An Explorer that answers every step but the one a row fails, and journals what was asked.
 struct ScriptedExplorer final : ExplorerLink {

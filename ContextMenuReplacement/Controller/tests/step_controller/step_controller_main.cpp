@@ -1,6 +1,7 @@
 // A test build of the controller: the shipped libraries and entry, plus an observer of the
 // persistent steps: with CMR_STEP_EXIT=N in the environment the process dies right after step N
-// (counted from 1) ran, with exit code 86 and no clean-up, so a test can interrupt any verb there.
+// (counted from 1) ran, with exit code 86 and no clean-up, so a test can interrupt any verb there;
+// with CMR_STEP_FAIL=<step name> every step of that name fails with error 5 (access denied).
 // With CMR_FILE_STEP_EXIT=N it dies in the Nth atomic file write: the temporary is written whole
 // and the rename never comes.
 // Built for the tests only; the shipped controller has no such observer.
@@ -24,9 +25,11 @@ unsigned long StepFromEnvironment(const wchar_t* name) {
 
 class InterruptingObserver final : public cmr::StepObserver {
  public:
-  DWORD BeforeStep(const wchar_t*) override {
+  InterruptingObserver() { ::GetEnvironmentVariableW(L"CMR_STEP_FAIL", failing_, 64); }
+
+  DWORD BeforeStep(const wchar_t* step) override {
     ++step_;
-    return ERROR_SUCCESS;
+    return std::wcscmp(step, failing_) == 0 ? ERROR_ACCESS_DENIED : ERROR_SUCCESS;
   }
   void AfterStep(const wchar_t*) override {
     // The hardest way out there is: no destructors, no flushing, like a power cut.
@@ -34,6 +37,7 @@ class InterruptingObserver final : public cmr::StepObserver {
   }
 
  private:
+  wchar_t failing_[64] = {};
   unsigned long exitAt_ = StepFromEnvironment(L"CMR_STEP_EXIT");
   unsigned long step_ = 0;
 };
