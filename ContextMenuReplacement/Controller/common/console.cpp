@@ -26,7 +26,7 @@ PendingOutput& Pending() {
   return pending;
 }
 
-constexpr size_t kFlushBytes = 64 * 1024;
+constexpr size_t kFlushBytes = size_t{64} * 1024;
 
 void WriteAll(HANDLE output, std::string_view bytes) {
   while (!bytes.empty()) {

@@ -145,14 +145,9 @@ Status WriteNewFile(const std::wstring& path, std::string_view bytes) {
   return {};
 }
 
-AppendTurn::AppendTurn() : mutex_(::CreateMutexW(nullptr, FALSE, L"Local\\BnlxCmrFileAppend")) {
-  if (!mutex_) return;
-  const DWORD wait = ::WaitForSingleObject(mutex_.get(), 1000);
-  held_ = wait == WAIT_OBJECT_0 || wait == WAIT_ABANDONED;
-}
-
-AppendTurn::~AppendTurn() {
-  if (held_) ::ReleaseMutex(mutex_.get());
+AppendTurn::AppendTurn() : mutex_(L"Local\\BnlxCmrFileAppend") {
+  // Not had within a second: the write goes ahead all the same.
+  (void)mutex_.Take(1000);
 }
 
 Status AppendToFile(const std::wstring& path, std::string_view bytes) {

@@ -7,6 +7,7 @@
 
 #include "common/status.h"
 #include "common/text.h"
+#include "common/named_mutex.h"
 #include "common/unique_handle.h"
 #include "common/win32.h"
 
@@ -43,13 +44,11 @@ namespace cmr {
 class AppendTurn {
  public:
   AppendTurn();
-  ~AppendTurn();
   AppendTurn(const AppendTurn&) = delete;
   AppendTurn& operator=(const AppendTurn&) = delete;
 
  private:
-  UniqueHandle mutex_;
-  bool held_ = false;
+  NamedMutex mutex_;
 };
 
 // Appends `bytes` at the end of the file, creating it and its folders when missing; never

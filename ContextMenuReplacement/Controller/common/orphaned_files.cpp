@@ -40,6 +40,7 @@ void RemoveOrphanedFiles(const std::wstring& folder, const std::wstring& pattern
   do {
     if ((entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0) continue;
     const std::optional<unsigned long> creator = creatorOf(entry.cFileName);
+    // One that cannot go now is still an orphan at the next clean-up.
     if (creator && !ProcessRuns(*creator)) (void)files.Delete(JoinPath(folder, entry.cFileName));
   } while (::FindNextFileW(find.get(), &entry));
 }

@@ -40,24 +40,18 @@ Status SnapshotFormat::SnapshotWriteFailure(const std::wstring&, Status failure)
 }
 
 Status PublicationLock::Acquire(const wchar_t* name) {
-  mutex_.reset(::CreateMutexW(nullptr, FALSE, name));
-  if (!mutex_)
-    return Win32Failure(fmt::format(L"Could not create the lock '{}'", name), ::GetLastError());
-  // WAIT_ABANDONED: the last holder died mid-publication. What it left is safe by
-  // construction (nothing is announced before it is complete), so go on.
-  const DWORD waited = ::WaitForSingleObject(mutex_.get(), kLockWaitMs);
-  if (waited == WAIT_OBJECT_0 || waited == WAIT_ABANDONED) {
-    held_ = true;
-    return {};
+  mutex_.emplace(name);
+  if (!mutex_->created()) {
+    return Win32Failure(fmt::format(L"Could not create the lock '{}'", name),
+                        mutex_->creationError());
   }
+  // Abandoned: the last holder died mid-publication. What it left is safe by construction
+  // (nothing is announced before it is complete), so go on.
+  if (mutex_->Take(kLockWaitMs)) return {};
   return Failure(
       L"Another process has been publishing for over {} seconds; nothing was "
       L"published.",
       kLockWaitMs / 1000);
-}
-
-PublicationLock::~PublicationLock() {
-  if (held_) ::ReleaseMutex(mutex_.get());
 }
 
 Result<uint32_t> ReadAnnouncedVersion(const SnapshotFormat& format, FileOperations& files) {

@@ -19,11 +19,12 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 
 #include "common/file_operations.h"
 #include "common/status.h"
-#include "common/unique_handle.h"
+#include "common/named_mutex.h"
 
 namespace cmr {
 
@@ -32,15 +33,13 @@ namespace cmr {
 class PublicationLock {
  public:
   PublicationLock() = default;
-  ~PublicationLock();
   PublicationLock(const PublicationLock&) = delete;
   PublicationLock& operator=(const PublicationLock&) = delete;
   // Waits up to 30 seconds; a holder that keeps it longer is stuck.
   [[nodiscard]] Status Acquire(const wchar_t* name);
 
  private:
-  UniqueHandle mutex_;
-  bool held_ = false;
+  std::optional<NamedMutex> mutex_;
 };
 
 class SnapshotFormat {

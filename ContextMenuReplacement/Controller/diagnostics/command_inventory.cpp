@@ -108,6 +108,8 @@ struct ComPtr {
 bool ProbeCommand(const InventoryCommand& command) {
   CLSID clsid{};
   CLSID expected{};
+  // The inventory's own identifiers, always well formed; a bad one leaves GUID_NULL, which the
+  // probes below then report as not creatable.
   (void)::CLSIDFromString(command.clsid.c_str(), &clsid);
   (void)::CLSIDFromString(command.canonicalName.c_str(), &expected);
   ComPtr<IUnknown> object;

@@ -11,6 +11,7 @@
 
 #include "common/console.h"
 #include "common/log.h"
+#include "common/named_mutex.h"
 #include "common/text.h"
 #include "common/unique_handle.h"
 #include "explorer/explorer_discovery.h"
@@ -37,24 +38,6 @@ void RestartLog(std::wstring_view text) {
   WriteLogLine(LogLevel::info, fmt::format(L"[Explorer restart] {}", text));
 }
 
-// Held for the whole sequence; released and closed on every way out.
-class RestartMutex {
- public:
-  RestartMutex() : mutex_(::CreateMutexW(nullptr, FALSE, kRestartMutexName)) {
-    if (!mutex_) return;
-    const DWORD wait = ::WaitForSingleObject(mutex_.get(), 0);
-    owned_ = wait == WAIT_OBJECT_0 || wait == WAIT_ABANDONED;
-  }
-  ~RestartMutex() {
-    if (owned_) ::ReleaseMutex(mutex_.get());
-  }
-  bool created() const { return mutex_.valid(); }
-  bool owned() const { return owned_; }
-
- private:
-  UniqueHandle mutex_;
-  bool owned_ = false;
-};
 
 // Runs the capture on a worker and waits for it up to the limit. A capture stuck in another
 // process is abandoned, never waited for: the worker owns everything it touches.
@@ -261,9 +244,10 @@ bool ReopenFolder(const ShellLaunch& launch, const explorer_restart::folder& fol
 }
 
 bool RunRestartSequence(const std::vector<DWORD>& processIds, const FolderCapture& capture) {
-  RestartMutex mutex;
+  // Held for the whole sequence; released and closed on every way out.
+  NamedMutex mutex(kRestartMutexName);
   if (!mutex.created()) return false;
-  if (!mutex.owned()) {
+  if (!mutex.Take(0)) {
     RestartLog(L"An Explorer restart is already in progress.");
     return false;
   }

@@ -82,7 +82,7 @@ void PutBackPrior(const LifecycleState& state, RestoreOutcome& outcome) {
     return;
   }
   std::wstring message;
-  if (suppression::make_strategy(suppression::kClassicModeRegistry)->remove(message)) {
+  if (suppression::make_strategy(SuppressionStrategy::classic)->remove(message)) {
     outcome.message = L"Removed the override key; the user is back on the Windows 11 modern menu.";
     outcome.restored = true;
   } else {
@@ -125,6 +125,8 @@ RestoreOutcome Restore() {
   // state goes first: a RunOnce entry left behind with nothing applied is harmless, the reverse
   // is not.
   state.suppressionApplied = false;
+  // Neither can be undone from here, and each alone already stops the loop: a cleared state
+  // makes the next run stand down, a removed entry stops the next run.
   (void)WriteState(state);
   (void)disarm_boot_restore();
   return outcome;
@@ -139,7 +141,7 @@ RestoreOutcome restore() {
 int RunBootRestoreVerb() {
   const LifecycleState state = ReadState();
   if (!state.present || !state.suppressionApplied) {
-    (void)disarm_boot_restore();
+    (void)disarm_boot_restore();  // an entry left armed finds nothing to do at the next logon
     PrintLine(L"%s", L"Nothing was applied; the boot-time restore had nothing to do.");
     return 0;
   }

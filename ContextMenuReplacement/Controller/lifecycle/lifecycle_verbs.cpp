@@ -86,6 +86,7 @@ Status RecordState(const LifecycleState& state) {
 // Before the override is written, a failed step leaves the state as this enable found it: a
 // state that says enabled, or applied, while nothing was applied would make a repair only
 // inject, and a restore act on a preference that was never changed.
+// Best effort: the step that failed has already said so, and nothing has been applied yet.
 void PutBackState(const LifecycleState& before) {
   if (before.present) {
     (void)WriteState(before);
@@ -124,14 +125,56 @@ bool ApplyPersistent(suppression::strategy& chosen, LifecycleState& state,
     // The restore, not a bare clear: a half-done apply can leave an override key behind that
     // already reads as classic, and only the restore takes it away again. It also clears
     // SuppressionApplied before it disarms, never the other way round.
+    // The restore logs its own outcome; the failure to apply is what this enable reports.
     (void)restore();
     LifecycleState after = ReadState();
     after.suppressionApplied = false;
     after.featureEnabled = false;
-    (void)WriteState(after);
+    (void)WriteState(after);  // the restore above already cleared what a logon would act on
     return false;
   }
   PrintLine(L"Applied %s.", suppression::strategy_name(chosen.id()));
+  return true;
+}
+
+// What the prior preference is from now on: the recorded one while our own override is still in
+// place, otherwise what the switch holds now.
+void RecordPrior(const ClassicModeReading& reading, LifecycleState& state) {
+  if (state.suppressionApplied && HoldsOurOverride(reading)) {
+    // What is in the key now is what we wrote; the user's own preference is the recorded one.
+    PrintLine(L"Already applied; keeping the originally recorded prior preference.");
+  } else if (state.suppressionApplied) {
+    // The user changed the switch after we wrote it. That newer choice is what a later restore
+    // must give back; it is recorded below before the override is written again.
+    state.priorOverrideKeyPresent = reading.keyPresent;
+    state.priorOverrideValue = reading.value;
+    PrintLine(
+        L"Already applied, but the override key was changed since; recording your newer choice "
+        L"'%s' (key %s) as the prior preference.",
+        reading.value, reading.keyPresent ? L"present" : L"absent");
+  } else {
+    state.priorOverrideKeyPresent = reading.keyPresent;
+    state.priorOverrideValue = reading.value;
+    PrintLine(L"Recorded your prior preference: %s (key %s)", reading.effectiveMode,
+              reading.keyPresent ? L"present" : L"absent");
+  }
+}
+
+// The restart a strategy needs before it takes effect; false when it failed (its own lines say
+// why).
+bool RestartIfNeeded(bool alreadyClassic, bool restartAllowed) {
+  PrintLine(L"");
+  if (alreadyClassic) {
+    PrintLine(L"Explorer was already running in classic mode, so no restart is needed for the");
+    PrintLine(L"preference to take effect.");
+  } else if (restartAllowed) {
+    PrintLine(L"Restarting Explorer so the change takes effect...");
+    if (!CurrentExplorerLink().RestartShell()) return false;
+  } else {
+    PrintLine(L"RESTART REQUIRED: the preference is recorded and applied, but Explorer must");
+    PrintLine(L"restart before the replacement menu appears. Skipped at the caller's request.");
+  }
+  PrintLine(L"");
   return true;
 }
 
@@ -139,7 +182,7 @@ bool ApplyPersistent(suppression::strategy& chosen, LifecycleState& state,
 
 int RunEnableVerb(const EnableOptions& options) {
   const std::unique_ptr<suppression::strategy> chosen =
-      suppression::make_strategy(static_cast<uint32_t>(options.strategy));
+      suppression::make_strategy(options.strategy);
   if (!chosen) {
     PrintLine(L"Unknown suppression strategy.");
     return 1;
@@ -167,25 +210,8 @@ int RunEnableVerb(const EnableOptions& options) {
 
   const ClassicModeReading reading = ReadClassicMode();
   const bool alreadyClassic = IsExplorerAlreadyClassic(reading, explorerStarts);
-  if (state.suppressionApplied && HoldsOurOverride(reading)) {
-    // What is in the key now is what we wrote; the user's own preference is the recorded one.
-    PrintLine(L"Already applied; keeping the originally recorded prior preference.");
-  } else if (state.suppressionApplied) {
-    // The user changed the switch after we wrote it. That newer choice is what a later restore
-    // must give back; it is recorded below before the override is written again.
-    state.priorOverrideKeyPresent = reading.keyPresent;
-    state.priorOverrideValue = reading.value;
-    PrintLine(
-        L"Already applied, but the override key was changed since; recording your newer choice "
-        L"'%s' (key %s) as the prior preference.",
-        reading.value, reading.keyPresent ? L"present" : L"absent");
-  } else {
-    state.priorOverrideKeyPresent = reading.keyPresent;
-    state.priorOverrideValue = reading.value;
-    PrintLine(L"Recorded your prior preference: %s (key %s)", reading.effectiveMode,
-              reading.keyPresent ? L"present" : L"absent");
-  }
-  state.suppressionStrategy = chosen->id();
+  RecordPrior(reading, state);
+  state.suppressionStrategy = static_cast<uint32_t>(chosen->id());
   state.featureEnabled = true;
   state.suppressionAppliedAt = UtcNowText();
 
@@ -203,25 +229,12 @@ int RunEnableVerb(const EnableOptions& options) {
   if (!verified) {
     PrintLine(
         L"Standing down and restoring, because an unverified suppression is worse than none.");
-    (void)restore();
+    (void)restore();  // it logs its own outcome; the mismatch is what this enable reports
     return 1;
   }
   // A verdict of the Hook's probe describes the state before this enable.
   DeleteProbeVerdict();
-  if (chosen->needs_restart()) {
-    PrintLine(L"");
-    if (alreadyClassic) {
-      PrintLine(L"Explorer was already running in classic mode, so no restart is needed for the");
-      PrintLine(L"preference to take effect.");
-    } else if (options.restart) {
-      PrintLine(L"Restarting Explorer so the change takes effect...");
-      if (!CurrentExplorerLink().RestartShell()) return 1;
-    } else {
-      PrintLine(L"RESTART REQUIRED: the preference is recorded and applied, but Explorer must");
-      PrintLine(L"restart before the replacement menu appears. Skipped at the caller's request.");
-    }
-    PrintLine(L"");
-  }
+  if (chosen->needs_restart() && !RestartIfNeeded(alreadyClassic, options.restart)) return 1;
   if (const int injected = CurrentExplorerLink().InjectHook(); injected != 0) return injected;
   PrintLine(L"");
   PrintLine(
@@ -236,6 +249,8 @@ int RunDisableVerb() {
   const RestoreOutcome outcome = restore();
   PrintLine(L"");
   PrintLine(L"Preference: %s", outcome.message);
+  // The restore has already cleared SuppressionApplied, so an entry left armed, or a feature
+  // still recorded on, only makes the next logon's restore or repair find nothing to do.
   (void)disarm_boot_restore();
   LifecycleState state = ReadState();
   state.featureEnabled = false;
@@ -252,6 +267,7 @@ int RunDisableVerb() {
 int RunUninstallVerb() {
   PrintLine(L"Removing everything Ravelin changed.");
   PrintLine(L"");
+  // No Hook to tell is the usual case here; uninstall goes on to restore either way.
   (void)CurrentExplorerLink().Send(HookShutdownCommand());
   const RestoreOutcome outcome = restore();
   PrintLine(L"Preference: %s", outcome.message);

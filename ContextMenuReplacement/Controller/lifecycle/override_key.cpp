@@ -19,6 +19,8 @@ DWORD ProbeClassesWritable() {
   });
   if (created != ERROR_SUCCESS) return created;
   probe.reset();
+  // The key could be written, which is all the probe asks; an empty probe key left behind is
+  // harmless and goes at the next probe.
   (void)RunPersistentStep(L"delete the capability probe key",
                           [] { return ::RegDeleteKeyW(HKEY_CURRENT_USER, kProbeKeyPath); });
   return ERROR_SUCCESS;

@@ -110,7 +110,7 @@ class classic_mode_registry final : public strategy {
     return L"classic_mode_registry (machine-persistent, needs an Explorer restart, covers "
            L"supported Explorer context menus)";
   }
-  uint32_t id() const override { return kClassicModeRegistry; }
+  SuppressionStrategy id() const override { return SuppressionStrategy::classic; }
 };
 
 // Changes nothing on the machine: the caller delivers the refusal to the Hook, so apply and
@@ -137,7 +137,7 @@ class runtime_activation_refusal final : public strategy {
     return L"runtime_activation_refusal (process-lifetime, no restart, no persistent state, "
            L"cannot suppress the desktop background)";
   }
-  uint32_t id() const override { return kRuntimeActivationRefusal; }
+  SuppressionStrategy id() const override { return SuppressionStrategy::refusal; }
 
  private:
   static bool delivered(std::wstring& message) {
@@ -148,18 +148,18 @@ class runtime_activation_refusal final : public strategy {
 
 }  // namespace
 
-std::unique_ptr<strategy> make_strategy(uint32_t id) {
+std::unique_ptr<strategy> make_strategy(SuppressionStrategy id) {
   switch (id) {
-    case kClassicModeRegistry: return std::make_unique<classic_mode_registry>();
-    case kRuntimeActivationRefusal: return std::make_unique<runtime_activation_refusal>();
+    case SuppressionStrategy::classic: return std::make_unique<classic_mode_registry>();
+    case SuppressionStrategy::refusal: return std::make_unique<runtime_activation_refusal>();
     default: return nullptr;
   }
 }
 
-const wchar_t* strategy_name(uint32_t id) {
+const wchar_t* strategy_name(SuppressionStrategy id) {
   switch (id) {
-    case kClassicModeRegistry: return L"classic_mode_registry";
-    case kRuntimeActivationRefusal: return L"runtime_activation_refusal";
+    case SuppressionStrategy::classic: return L"classic_mode_registry";
+    case SuppressionStrategy::refusal: return L"runtime_activation_refusal";
     default: return L"none";
   }
 }

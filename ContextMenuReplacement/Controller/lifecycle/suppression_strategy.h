@@ -12,6 +12,8 @@
 #include <string>
 #include <vector>
 
+#include "state/lifecycle_state.h"
+
 namespace cmr {
 
 inline constexpr wchar_t kOverrideParentPath[] =
@@ -44,9 +46,8 @@ struct ClassicModeReading {
 
 namespace context_menu_replacement::suppression {
 
-// The identifiers stored as SuppressionStrategy.
-inline constexpr uint32_t kClassicModeRegistry = 1;
-inline constexpr uint32_t kRuntimeActivationRefusal = 2;
+// A strategy is named by the SuppressionStrategy number the state records for it.
+using cmr::SuppressionStrategy;
 
 class strategy {
  public:
@@ -61,13 +62,13 @@ class strategy {
   virtual uint32_t persistence() const = 0;
   virtual bool verify(std::wstring& message) = 0;
   virtual std::wstring describe() const = 0;
-  virtual uint32_t id() const = 0;
+  virtual SuppressionStrategy id() const = 0;
 };
 
 // Null for an identifier other than 1 or 2.
-[[nodiscard]] std::unique_ptr<strategy> make_strategy(uint32_t id);
+[[nodiscard]] std::unique_ptr<strategy> make_strategy(SuppressionStrategy id);
 
 // "classic_mode_registry", "runtime_activation_refusal", or "none" for any other number.
-[[nodiscard]] const wchar_t* strategy_name(uint32_t id);
+[[nodiscard]] const wchar_t* strategy_name(SuppressionStrategy id);
 
 }  // namespace context_menu_replacement::suppression

@@ -288,7 +288,29 @@ class DocumentParser {
     }
     node.commandId = Text(entry, "command_id");
     const IdentityKind identity = ClassifyIdentity(node.commandId);
+    if (Status error = ParseExecution(entry, identity, node); !error) return error;
+    if (Status error = ParseQuickSettings(entry, node); !error) return error;
+    const Value* items = JsonMember(entry, "items");
+    if (Status error = CheckIconBand(items, node); !error) return error;
+    if (Status error = CheckIdentity(entry, identity, scope, node); !error) return error;
+    ReadPresentation(entry, node);
 
+    const bool holdsItems = node.kind == NodeKind::submenu || node.kind == NodeKind::iconBand ||
+                            node.kind == NodeKind::withheldSlots;
+    if (items == nullptr) return {};
+    if (!holdsItems) {
+      // Rows under a command or separator would be dropped without a word; refuse them.
+      return Failure(
+          L"Node '{}' cannot hold 'items': only submenu, icon_band and withheld-slots nodes have "
+          L"children.",
+          node.id);
+    }
+    return ParseItems(*items, depth + 1, scope, node.items);
+  }
+
+  // A user command's title, executable and arguments, bound to its identity; no other node may
+  // declare them.
+  Status ParseExecution(const Value& entry, IdentityKind identity, ModelNode& node) {
     const bool declaresExecution =
         entry.HasMember("title") || entry.HasMember("executable") || entry.HasMember("arguments");
     if (identity == IdentityKind::user) {
@@ -318,6 +340,10 @@ class DocumentParser {
           node.id));
     }
 
+    return {};
+  }
+
+  static Status ParseQuickSettings(const Value& entry, ModelNode& node) {
     if (const Value* browse = JsonMember(entry, "quick_browse"); browse != nullptr) {
       if (node.commandId != kQuickBrowseIdentity) {
         return Status::Failure(fmt::format(
@@ -344,7 +370,10 @@ class DocumentParser {
       node.quickPins = std::move(settings);
     }
 
-    const Value* items = JsonMember(entry, "items");
+    return {};
+  }
+
+  static Status CheckIconBand(const Value* items, const ModelNode& node) {
     if (node.kind == NodeKind::iconBand) {
       if (items == nullptr || !items->IsArray() || items->Empty()) {
         return Status::Failure(
@@ -358,6 +387,11 @@ class DocumentParser {
       }
     }
 
+    return {};
+  }
+
+  static Status CheckIdentity(const Value& entry, IdentityKind identity, LayoutScope& scope,
+                              ModelNode& node) {
     // Ephemeral identities name a row of one session; written into a document they would
     // point at a different command, or none, after the next restart.
     const bool placesCommand =
@@ -378,6 +412,10 @@ class DocumentParser {
       return Status::Failure(L"A placement layout can contain only one remaining-commands node.");
     }
 
+    return {};
+  }
+
+  static void ReadPresentation(const Value& entry, ModelNode& node) {
     node.titleOverride = Text(entry, "title_override");
     node.titleVerb = Text(entry, "title_verb");
     node.iconPath = Text(entry, "icon_path");
@@ -388,18 +426,6 @@ class DocumentParser {
     }
     node.from = Text(entry, "_from");
     node.fromOverlay = Flag(entry, "_from_overlay");
-
-    const bool holdsItems = node.kind == NodeKind::submenu || node.kind == NodeKind::iconBand ||
-                            node.kind == NodeKind::withheldSlots;
-    if (items == nullptr) return {};
-    if (!holdsItems) {
-      // Rows under a command or separator would be dropped without a word; refuse them.
-      return Failure(
-          L"Node '{}' cannot hold 'items': only submenu, icon_band and withheld-slots nodes have "
-          L"children.",
-          node.id);
-    }
-    return ParseItems(*items, depth + 1, scope, node.items);
   }
 
   Status ParseExtensionRules(const Value& document) {
