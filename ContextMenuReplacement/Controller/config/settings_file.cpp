@@ -265,6 +265,7 @@ bool ReadAppearance(const rapidjson::Value& settings, AppearanceGlobals& a, Mess
              L"'appearance.backgroundMode' must be one of system, light, dark, custom.",
              a.backgroundMode, errors);
 
+  // As above: a bad colour or switch is in `errors`, and the rest are still read.
   (void)ReadColour(settings, "appearance.customBackgroundColor", a.customBackgroundColor, errors);
   (void)ReadBool(settings, "appearance.customForegroundEnabled", a.customForegroundEnabled,
                  errors);

@@ -68,7 +68,7 @@ class classic_mode_registry final : public strategy {
     // A volatile parent only takes volatile children; ours must survive a reboot. The parent
     // goes only when nothing else lives under it, so then the second create fails the same way.
     if (result == ERROR_CHILD_MUST_BE_VOLATILE) {
-      (void)cmr::DeleteOverrideParent();
+      (void)cmr::DeleteOverrideParent();  // a parent that stays fails the create below
       result = cmr::CreateOverrideKey();
     }
     if (result != ERROR_SUCCESS) {
