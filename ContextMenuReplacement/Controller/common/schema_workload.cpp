@@ -59,7 +59,11 @@ class Counter {
   // array, by the schemas applied to that object or array.
   bool Descend(const Applied& parent, const Value* name, SizeType index, Applied& out) {
     Applied direct;
-    for (const auto& [schema, copies] : parent) {
+    for (const auto& entry : parent) {
+      // Named, not bound: a lambda may not capture a structured binding before C++20's fix
+      // reached every compiler (clang-tidy 14 refuses it).
+      const Value* schema = entry.first;
+      const size_t copies = entry.second;
       const auto add = [&](const Value* child) {
         if (child != nullptr && child->IsObject()) {
           size_t& slot = direct[child];
