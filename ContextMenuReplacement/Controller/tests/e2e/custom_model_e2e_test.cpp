@@ -369,34 +369,8 @@ TEST(CustomModelE2e, PlacementModelPublishedWholeAndReadBack) {
 }
 
 TEST(CustomModelE2e, ArgumentErrorsAndStubs) {
-  const std::string resetUsage =
-      "custom-model reset usage: custom-model reset [<schema> <baseline> [target]]\n";
-  const std::pair<std::vector<std::wstring>, std::string> rows[] = {
-      {{L"publish", L"schema.json"}, "custom-model publish needs <schema> <baseline>.\n"},
-      {{L"publish-user", L"a", L"b"},
-       "custom-model publish-user needs <schema> <baseline> <overlay>.\n"},
-      {{L"validate-user"}, "custom-model validate-user needs <schema> <baseline> <overlay>.\n"},
-      {{L"effective"}, "custom-model effective needs <target>.\n"},
-      {{L"effective", L"bogus"},
-       "Unknown target 'bogus'. Use desktop, folder-background, folder-item, drive, file-item, "
-       "class:<perceived-type>, file:<ext>, or namespace:<guid>[:none|single|multi].\n"},
-      {{L"reset"}, "custom-model reset needs <schema> <baseline> [target] in this pass.\n"},
-      {{L"reset", L"a"}, resetUsage},
-      {{L"prepare-reset", L"a", L"b", L"c", L"d"}, resetUsage},
-      {{L"reset", L"a", L"b"}, "ERROR: The schema or baseline file could not be read.\n"},
-      {{L"preview"}, "custom-model preview needs <target>.\n"},
-      {{L"preview", L"desktop"},
-       "Synthetic live preview is not implemented. Use the editor preview or an actual Explorer "
-       "context menu.\n"},
-      {{L"Publish"},
-       "Unknown custom-model action 'Publish'. Use publish, publish-user, validate-user, "
-       "effective, reset, or preview.\n"},
-  };
-  for (const auto& [args, output] : rows) {
-    const RunResult run = Model(args);
-    EXPECT_EQ(run.output, output) << ToUtf8(args[0]);
-    EXPECT_EQ(run.exitCode, 1u) << ToUtf8(args[0]);
-  }
+  const std::string golden = Golden(L"custom_model_arguments.txt");
+  EXPECT_EQ(RunTranscript(golden), golden);
 }
 
 }  // namespace
