@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "common/json_text.h"
+#include "tests/support/golden_file.h"
 #include "tests/support/shipped_schemas.h"
 #include "tests/support/staged_install.h"
 
@@ -43,36 +44,21 @@ Read Globals(const std::string& text) {
 }
 
 TEST(SettingsFile, EachRangeAtItsBoundsAndOnePast) {
-  const struct {
-    const char* key;
-    int minimum, maximum;
-  } ranges[] = {
-      {"appearance.fontSizeDip", 8, 32},
-      {"appearance.iconSizeDip", 8, 48},
-      {"appearance.menuHorizontalPaddingDip", 0, 32},
-      {"appearance.menuVerticalPaddingDip", 0, 32},
-      {"appearance.itemHorizontalMarginDip", 0, 24},
-      {"appearance.itemVerticalMarginDip", 0, 24},
-      {"appearance.separatorIntensityPercent", 0, 100},
-      {"appearance.animationDurationMs", 0, 1000},
-      {"appearance.hoverOpacityPercent", 0, 100},
-      {"appearance.menuMinimumWidthDip", 0, 600},
-      {"appearance.menuMaximumWidthDip", 0, 1200},
-      {"appearance.backgroundImageOpacityPercent", 0, 100},
-      {"appearance.backgroundOpacityPercent", 0, 100},
-  };
+  const auto ranges = GoldenRows(L"settings_ranges.tsv");
+  ASSERT_EQ(ranges.size(), 13u);
   for (const auto& r : ranges) {
-    SCOPED_TRACE(r.key);
+    SCOPED_TRACE(r[0]);
+    const int minimum = std::stoi(r[1]), maximum = std::stoi(r[2]);
     const auto read = [&](const std::string& value) {
-      return Globals(SettingsText(fmt::format(R"("{}":{})", r.key, value))).errors;
+      return Globals(SettingsText(fmt::format(R"("{}":{})", r[0], value))).errors;
     };
     const MessageList refused{fmt::format(L"'{}' must be a whole number from {} to {}.",
-                                          FromUtf8(r.key), r.minimum, r.maximum)};
-    EXPECT_EQ(read(std::to_string(r.minimum)), MessageList{});
-    EXPECT_EQ(read(std::to_string(r.maximum)), MessageList{});
-    EXPECT_EQ(read(std::to_string(r.minimum - 1)), refused);
-    EXPECT_EQ(read(std::to_string(r.maximum + 1)), refused);
-    EXPECT_EQ(read(std::to_string(r.minimum) + ".5"), refused);
+                                          FromUtf8(r[0]), minimum, maximum)};
+    EXPECT_EQ(read(std::to_string(minimum)), MessageList{});
+    EXPECT_EQ(read(std::to_string(maximum)), MessageList{});
+    EXPECT_EQ(read(std::to_string(minimum - 1)), refused);
+    EXPECT_EQ(read(std::to_string(maximum + 1)), refused);
+    EXPECT_EQ(read(std::to_string(minimum) + ".5"), refused);
   }
 }
 
@@ -124,30 +110,19 @@ TEST(SettingsFile, WordsColoursNamesAndSwitchesAreCheckedExactly) {
 }
 
 TEST(SettingsFile, EntryAndFileMessages) {
-  const struct {
-    std::string text;
-    std::wstring error;
-  } rows[] = {
-      {"{\"apps\": [", L"JSON parse error in the settings file at offset 10: Invalid value."},
-      {R"({"apps":{}})", L"The settings file has no 'apps' array."},
-      {R"({"apps":[{"app_id":"other"}]})",
-       L"No 'context-menu-replacement' entry in the settings file. It is added by settings "
-       L"migration; open the Settings app once to create it."},
-      {R"({"apps":[{"app_id":"context-menu-replacement","settings":[]}]})",
-       L"The 'context-menu-replacement' entry has no settings object."},
-      {SettingsText(""), L"The 'context-menu-replacement' settings have no 'menu.profiles'."},
-  };
+  const auto rows = GoldenRows(L"settings_entry_messages.tsv");
+  ASSERT_EQ(rows.size(), 5u);
   for (const auto& row : rows) {
-    SCOPED_TRACE(row.text);
+    SCOPED_TRACE(row[0]);
     MenuConfiguration config;
     MessageList errors, warnings;
-    EXPECT_FALSE(ReadSettingsText(row.text, config, errors, warnings));
-    EXPECT_EQ(errors, MessageList{row.error});
+    EXPECT_FALSE(ReadSettingsText(row[0], config, errors, warnings));
+    EXPECT_EQ(errors, MessageList{FromUtf8(row[1])});
     rapidjson::Document document;
-    EXPECT_FALSE(!document.Parse(row.text.c_str()).HasParseError() &&
+    EXPECT_FALSE(!document.Parse(row[0].c_str()).HasParseError() &&
                  ShippedSchemaAccepts(L"high-level-settings.schema.json", document));
     // Off unless the entry was found and says so, whatever else failed.
-    EXPECT_EQ(config.enabled, row.text.find(R"("status":"enabled")") != std::string::npos);
+    EXPECT_EQ(config.enabled, row[0].find(R"("status":"enabled")") != std::string::npos);
   }
 }
 

@@ -14,6 +14,7 @@
 #include "snapshot/user_icons.h"
 #include "tests/e2e/command_rows.h"
 #include "tests/e2e/harness.h"
+#include "tests/support/golden_file.h"
 #include "tests/support/todays_log.h"
 
 namespace cmr::e2e {
@@ -80,51 +81,24 @@ TEST(CustomModelE2e, ShippedBaselineReadBackPerTargetAndRefusalsChangeNothing) {
   for (int i = 0; i < 9'999; ++i)
     chain += fmt::format(R"("d{}":{{"$ref":"#/definitions/d{}"}},)", i, i + 1);
   chain += R"("d9999":{}}})";
-  const struct {
-    const wchar_t* verb;
+  struct Row {
+    std::wstring verb;
     int slot;  // the file the document stands in for: 1 schema, 2 baseline, 3 overlay
     std::string document, error, logged;
-  } rows[] = {
-      {L"publish", 1, R"({"definitions":{"a":{"$ref":"#/definitions/a"}}})",
-       "The schema at '#/definitions/a' refers back to itself without descending into the "
-       "document.",
-       ""},
+  };
+  // Written-out rows are kept as data (verb, slot, document, error, logged). One of them: each
+  // level doubles what the next applies, and the last applies the first to every member and
+  // element, eight validators more per value at each level of the baseline.
+  std::vector<Row> rows = {
       {L"publish", 1, chain,
        "The schema's chain of '$ref' references from '#' exceeds 32 links at '#/definitions/d31'.",
        ""},
-      // Each level doubles what the next applies, and the last applies the first to every
-      // member and element: eight validators more per value at each level of the baseline.
-      {L"validate", 1,
-       R"({"$ref":"#/definitions/a","definitions":{"a":{"allOf":[{"$ref":"#/definitions/b"},)"
-       R"({"$ref":"#/definitions/b"}]},"b":{"allOf":[{"$ref":"#/definitions/c"},{"$ref":)"
-       R"("#/definitions/c"}]},"c":{"allOf":[{"$ref":"#/definitions/d"},{"$ref":"#/definitions/)"
-       R"(d"}]},"d":{"additionalProperties":{"$ref":"#/definitions/a"},"items":{"$ref":"#/)"
-       R"(definitions/a"}}}})",
-       "The baseline does not satisfy custom-menu.schema.json.",
-       "baseline.json' does not satisfy custom-menu.schema.json: the schema would run more than "
-       "100000 schema "
-       "validators over the document; the limit is passed at '#/"},
-      {L"validate", 1, R"({"required":"document_kind"})",
-       "The schema's 'required' at '#/required' must be an array of strings.",
-       "doc.json': The schema's 'required' at '#/required' must be an array of strings."},
-      {L"validate", 2, R"({"document_kind":"baseline","schema_version":2,"layouts":[],"x":1})",
-       "The baseline does not satisfy custom-menu.schema.json.",
-       "doc.json' does not satisfy custom-menu.schema.json: the 'additionalProperties' rule at "
-       "schema "
-       "location '#' rejects '#/x'."},
-      {L"publish", 2, R"({"document_kind":"baseline","schema_version":2,"layouts":[]})",
-       "The baseline has no layouts, so the published model would claim no context.", ""},
       {L"publish", 2, OversizedBaseline(), "The custom model snapshot exceeded its size limit.",
        ""},
-      {L"validate", 2, broken, "The schema or baseline is not valid JSON.",
-       "doc.json' is not valid JSON at offset 29: Missing a name for object member."},
-      {L"publish-user", 3,
-       "{\"document_kind\":", "The schema, baseline or overlay is not valid JSON.",
-       "doc.json' is not valid JSON at offset 17: Invalid value."},
-      {L"publish-user", 3,
-       kHeader + R"("node_overrides":[{"layout_id":"drive-default","node_id":"nope"}]})",
-       "node_override references unknown node 'nope' in layout 'drive-default'.", ""},
   };
+  for (const auto& r : GoldenRows(L"custom_model_refusals.tsv"))
+    rows.push_back({FromUtf8(r[0]), std::stoi(r[1]), r[2], r[3], r[4]});
+  ASSERT_EQ(rows.size(), 10u);
   for (const auto& row : rows) {
     SCOPED_TRACE(row.error);
     std::vector<std::wstring> args = {row.verb, kSchema, kBaseline, scratch + L"\\doc.json"};
@@ -369,34 +343,8 @@ TEST(CustomModelE2e, PlacementModelPublishedWholeAndReadBack) {
 }
 
 TEST(CustomModelE2e, ArgumentErrorsAndStubs) {
-  const std::string resetUsage =
-      "custom-model reset usage: custom-model reset [<schema> <baseline> [target]]\n";
-  const std::pair<std::vector<std::wstring>, std::string> rows[] = {
-      {{L"publish", L"schema.json"}, "custom-model publish needs <schema> <baseline>.\n"},
-      {{L"publish-user", L"a", L"b"},
-       "custom-model publish-user needs <schema> <baseline> <overlay>.\n"},
-      {{L"validate-user"}, "custom-model validate-user needs <schema> <baseline> <overlay>.\n"},
-      {{L"effective"}, "custom-model effective needs <target>.\n"},
-      {{L"effective", L"bogus"},
-       "Unknown target 'bogus'. Use desktop, folder-background, folder-item, drive, file-item, "
-       "class:<perceived-type>, file:<ext>, or namespace:<guid>[:none|single|multi].\n"},
-      {{L"reset"}, "custom-model reset needs <schema> <baseline> [target] in this pass.\n"},
-      {{L"reset", L"a"}, resetUsage},
-      {{L"prepare-reset", L"a", L"b", L"c", L"d"}, resetUsage},
-      {{L"reset", L"a", L"b"}, "ERROR: The schema or baseline file could not be read.\n"},
-      {{L"preview"}, "custom-model preview needs <target>.\n"},
-      {{L"preview", L"desktop"},
-       "Synthetic live preview is not implemented. Use the editor preview or an actual Explorer "
-       "context menu.\n"},
-      {{L"Publish"},
-       "Unknown custom-model action 'Publish'. Use publish, publish-user, validate-user, "
-       "effective, reset, or preview.\n"},
-  };
-  for (const auto& [args, output] : rows) {
-    const RunResult run = Model(args);
-    EXPECT_EQ(run.output, output) << ToUtf8(args[0]);
-    EXPECT_EQ(run.exitCode, 1u) << ToUtf8(args[0]);
-  }
+  const std::string golden = Golden(L"custom_model_arguments.txt");
+  EXPECT_EQ(RunTranscript(golden), golden);
 }
 
 }  // namespace

@@ -45,14 +45,8 @@ bool Exists(const std::wstring& key, const wchar_t* value) {
 TEST(DiagnosticsE2e, RecordVerbsListAndClearExactlyTheNamedRecord) {
   ::RegDeleteTreeW(HKEY_CURRENT_USER, kCrashes.c_str());
   ::RegDeleteTreeW(HKEY_CURRENT_USER, kStrikes.c_str());
-  RunRows({
-      {{L"dialog-crashes"},
-       "No program is excluded from file-dialog enrolment after a crash.\n",
-       0},
-      {{L"dialog-crashes", L"--json"}, "[]\n", 0},
-      {{L"provider-strikes"}, "No context menu handler has been struck by the watchdog.\n", 0},
-      {{L"provider-strikes", L"--json"}, "[]\n", 0},
-  });
+  std::string golden = Golden(L"records_none.txt");
+  EXPECT_EQ(RunTranscript(golden), golden);
   const uint64_t notepad = At(20, 10), paint = At(21, 8, 15, 30);
   Set(kCrashes, L"notepad.exe", REG_QWORD, &notepad, sizeof notepad);
   Set(kCrashes, L"Paint \"x\".exe", REG_QWORD, &paint, sizeof paint);
@@ -66,65 +60,10 @@ TEST(DiagnosticsE2e, RecordVerbsListAndClearExactlyTheNamedRecord) {
   const uint64_t one[] = {At(1, 1), ~0ull};
   Set(kStruckOther, L"Strikes", REG_BINARY, one, sizeof one - 1);
   Set(kStruckOther, L"Name", REG_DWORD, one, 4);
-  RunRows({
-      {{L"dialog-crashes"},
-       "Programs excluded from file-dialog enrolment after a crash:\n"
-       "  'Paint \"x\".exe' crashed at 2026-11-21 08:15:30 UTC.\n"
-       "  'notepad.exe' crashed at 2026-11-20 10:15:00 UTC.\n"
-       "  'odd.exe' crashed at an unrecorded time.\n",
-       0},
-      {{L"dialog-crashes", L"--json"},
-       "[{\"program\":\"Paint \\\"x\\\".exe\",\"crashedAt\":\"2026-11-21T08:15:30Z\"},"
-       "{\"program\":\"notepad.exe\",\"crashedAt\":\"2026-11-20T10:15:00Z\"},"
-       "{\"program\":\"odd.exe\",\"crashedAt\":null}]\n",
-       0},
-      // Registry value names ignore case; a record is cleared only by its exact name.
-      {{L"dialog-crashes", L"clear", L"Notepad.exe"},
-       "No crash record exists for program 'Notepad.exe'.\n",
-       1},
-      {{L"dialog-crashes", L"clear"}, "dialog-crashes clear needs a program name.\n", 1},
-      {{L"dialog-crashes", L"clear", L"a", L"b"}, "Unexpected argument 'b'.\n", 1},
-      {{L"dialog-crashes", L"--json", L"x"}, "Unexpected argument 'x'.\n", 1},
-      {{L"dialog-crashes", L"--JSON"}, "Unknown dialog-crashes argument '--JSON'.\n", 1},
-      {{L"dialog-crashes", L"clear", L"notepad.exe"},
-       "Program 'notepad.exe' may enrol its file dialogs again; its crash record was removed.\n",
-       0},
-      // Strikes are listed as stored; the window counts back from the newest wherever it is.
-      {{L"provider-strikes"},
-       "Context menu handlers struck by the watchdog:\n"
-       "  {6A1C2F0E-1111-4C4C-9A9A-0123456789AB} 'Archiver': 3 of 3 strikes within seven days; "
-       "no longer activated.\n"
-       "    2026-11-18 09:15:00 UTC\n"
-       "    2026-11-20 10:15:00 UTC\n"
-       "    2026-11-13 10:14:59 UTC (expired)\n"
-       "    2026-11-13 10:15:00 UTC\n"
-       "    Last fault: Access violation in Invoke.\n"
-       "  {6A1C2F0E-2222-4C4C-9A9A-0123456789AB} '(unnamed)': 1 of 3 strikes within seven days; "
-       "still activated.\n"
-       "    2026-11-01 01:15:00 UTC\n",
-       0},
-      {{L"provider-strikes", L"--json"},
-       "[{\"clsid\":\"{6A1C2F0E-1111-4C4C-9A9A-0123456789AB}\",\"name\":\"Archiver\","
-       "\"blocked\":true,\"strikes\":[{\"at\":\"2026-11-18T09:15:00Z\",\"expired\":false},"
-       "{\"at\":\"2026-11-20T10:15:00Z\",\"expired\":false},"
-       "{\"at\":\"2026-11-13T10:14:59Z\",\"expired\":true},"
-       "{\"at\":\"2026-11-13T10:15:00Z\",\"expired\":false}],"
-       "\"lastFault\":\"Access violation in Invoke.\"},"
-       "{\"clsid\":\"{6A1C2F0E-2222-4C4C-9A9A-0123456789AB}\",\"name\":null,\"blocked\":false,"
-       "\"strikes\":[{\"at\":\"2026-11-01T01:15:00Z\",\"expired\":false}],\"lastFault\":null}]\n",
-       0},
-      {{L"provider-strikes", L"clear", L"Shell.Application"},
-       "'Shell.Application' is not a CLSID; write it as {xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx}.\n",
-       1},
-      {{L"provider-strikes", L"clear", L"{00000000-0000-0000-0000-000000000001}"},
-       "No strike record exists for handler '{00000000-0000-0000-0000-000000000001}'.\n",
-       1},
-      {{L"provider-strikes", L"clear"}, "provider-strikes clear needs a handler CLSID.\n", 1},
-      {{L"provider-strikes", L"clear", kHandler},
-       "The strike record of handler '{6A1C2F0E-1111-4C4C-9A9A-0123456789AB}' was removed; the "
-       "hook may activate it again.\n",
-       0},
-  });
+  // Registry value names ignore case (a record is cleared only by its exact name); strikes are
+  // listed as stored, the window counting back from the newest wherever it is.
+  golden = Golden(L"records.txt");
+  EXPECT_EQ(RunTranscript(golden), golden);
   EXPECT_FALSE(Exists(kCrashes, L"notepad.exe"));
   EXPECT_TRUE(Exists(kCrashes, L"odd.exe"));
   EXPECT_FALSE(Exists(kStruck, L"Strikes"));
@@ -148,26 +87,7 @@ TEST(DiagnosticsE2e, ClassicIconsAnswersEveryLineUntilTheEndOfInput) {
   const RunResult run =
       RunControllerAt(ControllerPath(), {L"classic-icons", L"--json"}, 60000, input);
   EXPECT_EQ(run.exitCode, 0u);
-  EXPECT_EQ(
-      run.output,
-      "{\"request\":{\"kind\":\"handler\",\"clsid\":\"{6A1C2F0E-1111-4C4C-9A9A-0123456789AB}\","
-      "\"label\":\"Pack \\\"it\\\"\"},\"icon\":\"C:\\\\windows\\\\system32\\\\shell32.dll,-3\"}\n"
-      "{\"request\":{\"kind\":\"handler\",\"clsid\":\"{6A1C2F0E-2222-4C4C-9A9A-0123456789AB}\","
-      "\"label\":\"None\"},\"icon\":null,\"reason\":\"The handler "
-      "'{6A1C2F0E-2222-4C4C-9A9A-0123456789AB}' has no DefaultIcon key.\"}\n"
-      "{\"request\":{\"kind\":\"verb\",\"root\":\"CmrIconRoot\",\"verbPath\":\"outer\\\\inner\"},"
-      "\"icon\":\"C:\\\\Tools\\\\a,b.exe,0\"}\n"
-      "{\"request\":{\"kind\":\"verb\",\"root\":\"CmrIconRoot\",\"verbPath\":\"bare\"},"
-      "\"icon\":null,\"reason\":\"The key 'CmrIconRoot\\\\shell\\\\bare' has no icon value of "
-      "type REG_SZ or REG_EXPAND_SZ.\"}\n"
-      "{\"request\":{\"kind\":\"verb\",\"root\":\"CmrIconRoot\",\"verbPath\":\"missing\"},"
-      "\"icon\":null,\"reason\":\"The verb key 'CmrIconRoot\\\\shell\\\\missing' does not "
-      "exist.\"}\n"
-      "{\"line\":7,\"error\":\"Line 7 has 2 fields; a request is "
-      "'handler<TAB>{CLSID}<TAB>label' or 'verb<TAB>root<TAB>verb path'.\"}\n"
-      "{\"line\":8,\"error\":\"Line 8 has the unknown request kind 'menu'.\"}\n"
-      "{\"line\":9,\"error\":\"Line 9 names 'Shell.Application', which is not a CLSID.\"}\n"
-      "{\"line\":10,\"error\":\"Line 10 has an empty root or verb path.\"}\n");
+  EXPECT_EQ(run.output, Golden(L"classic_icons.txt"));
   // No input at all is a clean end too.
   EXPECT_EQ(RunController({L"classic-icons"}).output, "");
   ::RegDeleteTreeW(HKEY_CURRENT_USER, (classes + L"CmrIconRoot").c_str());
@@ -187,32 +107,10 @@ void StartWineDesktopWithoutThePipe() {
 
 TEST(DiagnosticsE2e, InventoryPrintsTheShippedTableAndProbesEachClass) {
   StartWineDesktopWithoutThePipe();
-  const RunResult json = RunController({L"inventory", L"--json"});
-  EXPECT_EQ(json.exitCode, 0u);
-  EXPECT_EQ(json.output,
-            "[{\"identity\":\"product:quick-browse\",\"clsid\":"
-            "\"{4E0B7D52-8C1A-4F36-9B2E-61D3A7C05F10}\",\"canonicalName\":"
-            "\"{4E0B7D52-8C1A-4F36-9B2E-61D3A7C05F11}\",\"title\":\"Quick browse\",\"families\":"
-            "[\"desktop-background\",\"folder-background\",\"folder-item\",\"drive\"]},"
-            "{\"identity\":\"product:quick-pins\",\"clsid\":"
-            "\"{4E0B7D52-8C1A-4F36-9B2E-61D3A7C05F20}\",\"canonicalName\":"
-            "\"{4E0B7D52-8C1A-4F36-9B2E-61D3A7C05F21}\",\"title\":\"Quick pins\",\"families\":"
-            "[\"desktop-background\",\"folder-background\",\"folder-item\",\"drive\","
-            "\"file-item\"]}]\n");
   // None of the product's classes is registered in the test prefix. Wine's system message table
   // has no text for COM's codes, where Windows says "Class not registered".
-  const RunResult text = RunController({L"inventory"});
-  EXPECT_EQ(text.exitCode, 1u);
-  EXPECT_EQ(text.output,
-            "First-party command inventory (2 commands):\n"
-            "  product:quick-browse 'Quick browse' {4E0B7D52-8C1A-4F36-9B2E-61D3A7C05F10}\n"
-            "    Contexts: desktop-background, folder-background, folder-item, drive\n"
-            "    Activation: CoCreateInstance failed with 0x80040154: unable to get message from "
-            "FormatMessage.\n"
-            "  product:quick-pins 'Quick pins' {4E0B7D52-8C1A-4F36-9B2E-61D3A7C05F20}\n"
-            "    Contexts: desktop-background, folder-background, folder-item, drive, file-item\n"
-            "    Activation: CoCreateInstance failed with 0x80040154: unable to get message from "
-            "FormatMessage.\n");
+  const std::string golden = Golden(L"inventory.txt");
+  EXPECT_EQ(RunTranscript(golden), golden);
 }
 
 }  // namespace
