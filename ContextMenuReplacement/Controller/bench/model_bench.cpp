@@ -73,8 +73,11 @@ CMR_BENCH("model: text to typed model (parse, validate, flatten, parse)", 200) {
   const rapidjson::Document schema = cmr::bench::ParseOrAbort(SchemaText());
   rapidjson::Document baseline = cmr::bench::ParseOrAbort(BaselineText());
   cmr::ModelDocument model;
-  if (!cmr::ValidateAgainstSchema(schema, baseline, cmr::DocumentKind::baseline).message().empty() ||
-      !cmr::FlattenLayouts(baseline).message().empty() || !cmr::ParseModelDocument(baseline, model).message().empty()) {
+  if (!cmr::ValidateAgainstSchema(schema, baseline, cmr::DocumentKind::baseline)
+           .message()
+           .empty() ||
+      !cmr::FlattenLayouts(baseline).message().empty() ||
+      !cmr::ParseModelDocument(baseline, model).message().empty()) {
     std::abort();
   }
   cmr::bench::Consume(&model);

@@ -44,7 +44,8 @@ std::unique_ptr<Stages> Build(std::string text) {
       cmr::bench::ParseOrAbort(cmr::bench::StagedText(L"Schema\\custom-menu.schema.json"));
   stages->document = cmr::bench::ParseOrAbort(stages->text);
   stages->flattened.CopyFrom(stages->document, stages->flattened.GetAllocator());
-  if (!cmr::ValidateAgainstSchema(stages->schema, stages->document, cmr::DocumentKind::baseline).message()
+  if (!cmr::ValidateAgainstSchema(stages->schema, stages->document, cmr::DocumentKind::baseline)
+           .message()
            .empty() ||
       !cmr::FlattenLayouts(stages->flattened).message().empty() ||
       !cmr::ParseModelDocument(stages->flattened, stages->model).message().empty()) {
@@ -132,7 +133,9 @@ const Stages& Generated() {
 }
 
 void Validate(const Stages& s) {
-  if (!cmr::ValidateAgainstSchema(s.schema, s.document, cmr::DocumentKind::baseline).message().empty()) {
+  if (!cmr::ValidateAgainstSchema(s.schema, s.document, cmr::DocumentKind::baseline)
+           .message()
+           .empty()) {
     std::abort();
   }
 }
@@ -167,8 +170,11 @@ CMR_BENCH("custom model: shipped text to image (parse..compile)", 100) {
   const Stages& s = Shipped();
   rapidjson::Document document = cmr::bench::ParseOrAbort(s.text);
   cmr::ModelDocument model;
-  if (!cmr::ValidateAgainstSchema(s.schema, document, cmr::DocumentKind::baseline).message().empty() ||
-      !cmr::FlattenLayouts(document).message().empty() || !cmr::ParseModelDocument(document, model).message().empty()) {
+  if (!cmr::ValidateAgainstSchema(s.schema, document, cmr::DocumentKind::baseline)
+           .message()
+           .empty() ||
+      !cmr::FlattenLayouts(document).message().empty() ||
+      !cmr::ParseModelDocument(document, model).message().empty()) {
     std::abort();
   }
   const std::string image = cmr::FlattenCustomModel(cmr::CompileCustomModel(model), 1);

@@ -5,9 +5,9 @@
 #include <string>
 #include <string_view>
 
+#include "common/named_mutex.h"
 #include "common/status.h"
 #include "common/text.h"
-#include "common/named_mutex.h"
 #include "common/unique_handle.h"
 #include "common/win32.h"
 

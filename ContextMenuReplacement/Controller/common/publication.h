@@ -23,8 +23,8 @@
 #include <string>
 
 #include "common/file_operations.h"
-#include "common/status.h"
 #include "common/named_mutex.h"
+#include "common/status.h"
 
 namespace cmr {
 

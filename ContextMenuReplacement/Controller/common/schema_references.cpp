@@ -68,7 +68,8 @@ class SameValueGraph {
       const Value* ref = JsonMember(*objects_[i].value, "$ref");
       if (ref == nullptr) continue;
       if (!ref->IsString()) {
-        return Failure(L"The schema's '$ref' at '{}' is not a string.", Shown(objects_[i].location));
+        return Failure(L"The schema's '$ref' at '{}' is not a string.",
+                       Shown(objects_[i].location));
       }
       const std::string_view text(ref->GetString(), ref->GetStringLength());
       const rapidjson::Pointer pointer(text.data(), text.size());
@@ -113,8 +114,7 @@ class SameValueGraph {
 
  private:
   [[nodiscard]] size_t IndexOf(const Value* value) const {
-    return std::lower_bound(order_.begin(), order_.end(), std::make_pair(value, size_t{0}))
-        ->second;
+    return std::lower_bound(order_.begin(), order_.end(), std::make_pair(value, size_t{0}))->second;
   }
 
   std::vector<SchemaObject> objects_;

@@ -126,7 +126,7 @@ Status CheckPattern(const Value& pattern, const std::string& at) {
   // "((a{999}){999}){999}" would be built with a billion states.
   if (PatternStateBound(Text(pattern)) > kMaxPatternStates) {
     return Failure(L"The schema's pattern at '{}' expands to more than {} states.", Shown(at),
-                       kMaxPatternStates);
+                   kMaxPatternStates);
   }
   const rapidjson::internal::GenericRegex<rapidjson::UTF8<>> regex(pattern.GetString());
   if (!regex.IsValid()) {
@@ -150,7 +150,7 @@ Status CheckSize(const Value& schema) {
     if (value->IsObject()) {
       if (++count > kMaxSchemaObjects) {
         return Failure(L"The schema holds more than {} objects; the limit is exceeded at '{}'.",
-                           kMaxSchemaObjects, Shown(at));
+                       kMaxSchemaObjects, Shown(at));
       }
       for (const char* keyword : {"pattern", "patternProperties"}) {
         const Value* found = JsonMember(*value, keyword);
@@ -268,8 +268,8 @@ Status CheckSchemaShape(const rapidjson::Value& schema) {
                        [&](const Expectation& e) { return keyword == e.keyword; });
       if (expected == std::end(kExpectations)) continue;
       if (!expected->holds(content)) {
-        return Failure(L"The schema's '{}' at '{}' must be {}.", FromUtf8(keyword),
-                           Shown(where), expected->wording);
+        return Failure(L"The schema's '{}' at '{}' must be {}.", FromUtf8(keyword), Shown(where),
+                       expected->wording);
       }
       if (keyword == "pattern") {
         if (Status pattern = CheckPattern(content, where); !pattern) return pattern;

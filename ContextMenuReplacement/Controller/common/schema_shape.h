@@ -10,9 +10,9 @@
 #include <rapidjson/document.h>
 
 #include <string>
+#include <string_view>
 
 #include "common/status.h"
-#include <string_view>
 
 namespace cmr {
 

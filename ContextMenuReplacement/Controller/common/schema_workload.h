@@ -24,7 +24,7 @@ inline constexpr size_t kMaxSchemaValidators = 100'000;
 // schema and every "additionalProperties" of a key no property names, so it never counts low.
 // Fails with a whole sentence naming the value where kMaxSchemaValidators is passed.
 [[nodiscard]] Status CheckSchemaWorkload(const rapidjson::Value& schema,
-                                                 const rapidjson::Value& document);
+                                         const rapidjson::Value& document);
 
 // How many schema validators `document` would start against `schema`, at most
 // kMaxSchemaValidators + 1.

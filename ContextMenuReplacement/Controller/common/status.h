@@ -9,7 +9,8 @@
 //   caller-owned `MessageList` of errors and warnings instead; a document is valid exactly when
 //   its error list is empty.
 // - A failing platform call says which call on which object failed and carries the Win32 code
-//   and the system's text for it (`Win32Failure` in common/system_error.h), so no detail is lost on the way up.
+//   and the system's text for it (`Win32Failure` in common/system_error.h), so no detail is lost on
+//   the way up.
 // Nothing throws across a folder boundary.
 
 #include <fmt/xchar.h>
@@ -18,7 +19,6 @@
 #include <string>
 #include <utility>
 #include <vector>
-
 
 namespace cmr {
 

@@ -18,5 +18,4 @@ namespace cmr {
 // one-line message.
 [[nodiscard]] std::wstring EscapeControlCharacters(std::wstring_view text);
 
-
 }  // namespace cmr

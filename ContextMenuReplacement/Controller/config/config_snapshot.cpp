@@ -120,16 +120,11 @@ std::string EncodeControlBlock(const MenuConfiguration& configuration, uint32_t 
                               a.animationDurationMs,
                               a.showHotkeys,
                               a.showSeparators};
-  const uint32_t trailing[] = {a.backgroundImageFill,
-                               a.backgroundImageOpacityPercent,
-                               a.hoverOpacityPercent,
-                               a.snapshotBlurEnabled ? 0u : 1u,
-                               a.menuMinimumWidthDip,
-                               a.surfaceOptOutMask,
-                               a.customHeaderColor,
-                               a.customHeaderEnabled,
-                               a.customHotkeyColor,
-                               a.customHotkeyEnabled,
+  const uint32_t trailing[] = {a.backgroundImageFill, a.backgroundImageOpacityPercent,
+                               a.hoverOpacityPercent, a.snapshotBlurEnabled ? 0u : 1u,
+                               a.menuMinimumWidthDip, a.surfaceOptOutMask,
+                               a.customHeaderColor,   a.customHeaderEnabled,
+                               a.customHotkeyColor,   a.customHotkeyEnabled,
                                a.menuMaximumWidthDip};
   static_assert(kControlGlobalsOffset + sizeof(leading) == kControlFontFamilyOffset);
   static_assert(kControlTrailingOffset + sizeof(trailing) == kControlBytes);

@@ -19,9 +19,10 @@ namespace cmr {
 // `mask` is then untouched.
 [[nodiscard]] bool ParseModifierMask(std::wstring_view text, uint32_t& mask);
 
-// Reads a menu document (the DOM of menu.json) into `configuration`, which already holds its defaults. Appends every error
-// and warning in document order and keeps going where it can; only a non-object top level and
-// a missing 'profiles' array stop it. Returns true exactly when no error was added.
+// Reads a menu document (the DOM of menu.json) into `configuration`, which already holds its
+// defaults. Appends every error and warning in document order and keeps going where it can; only a
+// non-object top level and a missing 'profiles' array stop it. Returns true exactly when no error
+// was added.
 [[nodiscard]] bool ParseMenuDocument(const rapidjson::Value& document,
                                      MenuConfiguration& configuration, MessageList& errors,
                                      MessageList& warnings);

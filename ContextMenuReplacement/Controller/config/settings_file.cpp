@@ -267,8 +267,7 @@ bool ReadAppearance(const rapidjson::Value& settings, AppearanceGlobals& a, Mess
 
   // As above: a bad colour or switch is in `errors`, and the rest are still read.
   (void)ReadColour(settings, "appearance.customBackgroundColor", a.customBackgroundColor, errors);
-  (void)ReadBool(settings, "appearance.customForegroundEnabled", a.customForegroundEnabled,
-                 errors);
+  (void)ReadBool(settings, "appearance.customForegroundEnabled", a.customForegroundEnabled, errors);
   (void)ReadColour(settings, "appearance.customForegroundColor", a.customForegroundColor, errors);
   (void)ReadBool(settings, "appearance.customHeaderEnabled", a.customHeaderEnabled, errors);
   (void)ReadColour(settings, "appearance.customHeaderColor", a.customHeaderColor, errors);

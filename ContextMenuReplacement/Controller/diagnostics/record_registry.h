@@ -48,9 +48,9 @@ struct RegistryValueEntry {
 // The command line both record verbs share: no argument or "--json" lists the records, "clear
 // <name>" removes one. Argument errors print their line and give exit code 1.
 struct RecordVerb {
-  const wchar_t* name;          // "dialog-crashes"
-  const wchar_t* missingName;   // the line when "clear" has no name
-  bool emptyNameIsMissing;      // an empty name gets that line too
+  const wchar_t* name;         // "dialog-crashes"
+  const wchar_t* missingName;  // the line when "clear" has no name
+  bool emptyNameIsMissing;     // an empty name gets that line too
   int (*list)(bool json);
   int (*clear)(const std::wstring& name);
 };

@@ -38,7 +38,6 @@ void RestartLog(std::wstring_view text) {
   WriteLogLine(LogLevel::info, fmt::format(L"[Explorer restart] {}", text));
 }
 
-
 // Runs the capture on a worker and waits for it up to the limit. A capture stuck in another
 // process is abandoned, never waited for: the worker owns everything it touches.
 Result<std::vector<explorer_restart::folder>> CaptureWithLimit(const FolderCapture& capture) {

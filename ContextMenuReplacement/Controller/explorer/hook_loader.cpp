@@ -41,9 +41,9 @@ Status EnrolThread(const HookModule& hook, DWORD threadId, HWND window) {
       ::SetWindowsHookExW(WH_CALLWNDPROC, hook.bootstrap, hook.module.get(), threadId));
   if (!installed) {
     const DWORD error = ::GetLastError();
-    return Status::Failure(FormatConsoleText(L"  thread %lu: SetWindowsHookEx failed: %s",
-                                             threadId, ErrorText(error)),
-                           error);
+    return Status::Failure(
+        FormatConsoleText(L"  thread %lu: SetWindowsHookEx failed: %s", threadId, ErrorText(error)),
+        error);
   }
   DWORD_PTR reply = 0;
   const LRESULT sent = ::SendMessageTimeoutW(window, hook.bootstrapMessage, 0, 0, SMTO_ABORTIFHUNG,

@@ -48,7 +48,8 @@ int RunInstallVerb() {
   PrintLine(L"  Window topology:      %s", topologyOk ? L"as expected" : L"UNEXPECTED");
 
   bool anyAvailable = false;
-  for (const SuppressionStrategy id : {SuppressionStrategy::classic, SuppressionStrategy::refusal}) {
+  for (const SuppressionStrategy id :
+       {SuppressionStrategy::classic, SuppressionStrategy::refusal}) {
     const std::unique_ptr<suppression::strategy> candidate = suppression::make_strategy(id);
     std::wstring message;
     const bool available = candidate->is_available(message);

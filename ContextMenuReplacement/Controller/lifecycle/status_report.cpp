@@ -38,8 +38,9 @@ void PrintRecordedState(const LifecycleState& state) {
     PrintLine(L"  none - this feature has never been enabled on this account");
     return;
   }
-  PrintLine(L"  Suppression applied:  %s by %s", YesNo(state.suppressionApplied),
-            suppression::strategy_name(static_cast<SuppressionStrategy>(state.suppressionStrategy)));
+  PrintLine(
+      L"  Suppression applied:  %s by %s", YesNo(state.suppressionApplied),
+      suppression::strategy_name(static_cast<SuppressionStrategy>(state.suppressionStrategy)));
   PrintLine(L"  Feature enabled:      %s", YesNo(state.featureEnabled));
   PrintLine(L"  Prior preference:     key %s, value '%s'",
             state.priorOverrideKeyPresent ? L"present" : L"absent", state.priorOverrideValue);

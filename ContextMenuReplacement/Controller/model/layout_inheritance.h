@@ -44,8 +44,8 @@ inline constexpr size_t kMaxAncestors = 8;
 // any layout that inherits it copies its rows. Schema-3 placement edits belong here: a layout's
 // edits then act on its complete rows, and children inherit the edited result. Returns "" or a
 // refusal, which stops the resolution and is returned by it.
-using LayoutResolutionStep = std::function<Status(
-    rapidjson::Value& layout, rapidjson::Document::AllocatorType& allocator)>;
+using LayoutResolutionStep =
+    std::function<Status(rapidjson::Value& layout, rapidjson::Document::AllocatorType& allocator)>;
 
 // Resolves every layout's inheritance (parents first, each layout once). Refusals:
 //   "Duplicate layout id '{}'."  (abstract or not; checked before anything is resolved)
@@ -54,7 +54,7 @@ using LayoutResolutionStep = std::function<Status(
 //   "Layout '{}' inherits through more than 8 ancestors."
 //   "Layout '{}' does not inherit from another layout, so it must declare at least one item."
 [[nodiscard]] Status ResolveInheritance(rapidjson::Document& document,
-                                              const LayoutResolutionStep& step = {});
+                                        const LayoutResolutionStep& step = {});
 
 // Writes "_rank" (the zero-based index in its array) on every node, at every depth up to the
 // model's nesting limit, that has neither a numeric "order" nor a "_rank" yet.
@@ -66,7 +66,7 @@ void WriteFallbackRanks(rapidjson::Document& document);
 
 // ResolveInheritance, WriteFallbackRanks and DropAbstractLayouts in order; the first refusal.
 [[nodiscard]] Status FlattenLayouts(rapidjson::Document& document,
-                                          const LayoutResolutionStep& step = {});
+                                    const LayoutResolutionStep& step = {});
 
 // Where a node sits: the "items" array holding it and its index there.
 struct NodeLocation {

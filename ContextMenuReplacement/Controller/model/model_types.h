@@ -136,7 +136,7 @@ struct CommandDefinition {
   std::wstring executable;
   std::vector<std::wstring> arguments;
   std::wstring iconPath;
-  std::wstring cachedIcon;  // the ".ico" extracted from icon_path, when cached
+  std::wstring cachedIcon;   // the ".ico" extracted from icon_path, when cached
   bool fromOverlay = false;  // declared by the user's overlay
 };
 

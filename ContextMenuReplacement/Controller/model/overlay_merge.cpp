@@ -173,7 +173,8 @@ class Merger {
                        Wide(command));
       }
       for (Value& layout : Layouts().GetArray()) {
-        if (Value* items = JsonMutableMember(layout, "items"); items != nullptr && items->IsArray()) {
+        if (Value* items = JsonMutableMember(layout, "items");
+            items != nullptr && items->IsArray()) {
           ShareQuickPins(*items, command, *pins, 0);
         }
       }
@@ -417,16 +418,19 @@ Status VetOverlay(const DocumentHeader& baseline, rapidjson::Document& overlay, 
     Allocator& allocator = overlay.GetAllocator();
     if (migrates) {
       for (const char* section : {"node_overrides", "insertions"}) {
-        if (Value* entries = JsonMutableMember(overlay, section); entries != nullptr && entries->IsArray()) {
+        if (Value* entries = JsonMutableMember(overlay, section);
+            entries != nullptr && entries->IsArray()) {
           for (Value& entry : entries->GetArray()) {
             NormaliseMember(entry, "node_id", allocator);
             NormaliseMember(entry, "parent_id", allocator);
           }
         }
       }
-      if (Value* rules = JsonMutableMember(overlay, "extension_rules"); rules != nullptr && rules->IsArray()) {
+      if (Value* rules = JsonMutableMember(overlay, "extension_rules");
+          rules != nullptr && rules->IsArray()) {
         for (Value& rule : rules->GetArray()) {
-          if (Value* action = JsonMutableMember(rule, "action"); action != nullptr && action->IsObject()) {
+          if (Value* action = JsonMutableMember(rule, "action");
+              action != nullptr && action->IsObject()) {
             NormaliseMember(*action, "target_submenu_id", allocator);
           }
         }

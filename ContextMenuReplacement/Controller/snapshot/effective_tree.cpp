@@ -26,9 +26,7 @@ class TreeWalk {
       const NodeRow node = view_.Node(first + i);
       const std::wstring_view id = view_.Text(node.id);
       switch (static_cast<NodeKind>(node.kind)) {
-        case NodeKind::separator:
-          text += fmt::format(L"{}- (separator)\n", indent);
-          break;
+        case NodeKind::separator: text += fmt::format(L"{}- (separator)\n", indent); break;
         case NodeKind::extensionSlot:
           text += fmt::format(L"{}- [{}] (modern extension slot)\n", indent, id);
           break;

@@ -111,9 +111,10 @@ Status ParseTarget(std::wstring_view text, MenuTarget& target) {
     known = IsBracedGuid(rest);
   }
   if (!known) {
-    return Status::Failure(L"Unknown target '" + std::wstring(text) +
-           L"'. Use desktop, folder-background, folder-item, drive, file-item, "
-           L"class:<perceived-type>, file:<ext>, or namespace:<guid>[:none|single|multi].");
+    return Status::Failure(
+        L"Unknown target '" + std::wstring(text) +
+        L"'. Use desktop, folder-background, folder-item, drive, file-item, "
+        L"class:<perceived-type>, file:<ext>, or namespace:<guid>[:none|single|multi].");
   }
   target = std::move(parsed);
   return {};
