@@ -85,7 +85,7 @@ bool Accepts(Reader reader, const std::string& text) {
   }
   EXPECT_TRUE(read || (!errors.empty() && !errors[0].empty()));
   if (read && (reader == Reader::menu || reader == Reader::settings)) {
-    EXPECT_EQ(CheckSnapshotImage(FlattenConfiguration(configuration, 7), 7), L"");
+    EXPECT_EQ(CheckSnapshotImage(FlattenConfiguration(configuration, 7), 7).message(), L"");
   }
   return read;
 }

@@ -139,7 +139,7 @@ std::string EncodeControlBlock(const MenuConfiguration& configuration, uint32_t 
   return out.take();
 }
 
-std::wstring CheckSnapshotImage(std::string_view image, uint32_t expectedVersion) {
+Status CheckSnapshotImage(std::string_view image, uint32_t expectedVersion) {
   ByteImageReader in(image);
   const uint32_t magic = in.U32(0);
   const uint32_t layout = in.U32(4);
@@ -153,19 +153,19 @@ std::wstring CheckSnapshotImage(std::string_view image, uint32_t expectedVersion
   const uint64_t argumentsOffset = in.U32(36);
   const uint64_t poolOffset = in.U32(40);
   const uint64_t poolBytes = in.U32(44);
-  if (in.failed()) return L"The snapshot is shorter than its header.";
+  if (in.failed()) return Status::Failure(L"The snapshot is shorter than its header.");
   if (magic != kConfigMagic || layout != kConfigLayout)
-    return L"The snapshot has a foreign magic or layout.";
+    return Status::Failure(L"The snapshot has a foreign magic or layout.");
   if (version != expectedVersion) {
-    return fmt::format(L"The snapshot is version {}, not {}.", version, expectedVersion);
+    return Failure(L"The snapshot is version {}, not {}.", version, expectedVersion);
   }
-  if (total != image.size()) return L"The snapshot's totalBytes is not its size.";
+  if (total != image.size()) return Status::Failure(L"The snapshot's totalBytes is not its size.");
   if (profilesOffset != kSnapshotHeaderBytes ||
       itemsOffset < profilesOffset + kProfileRowBytes * profileCount ||
       argumentsOffset < itemsOffset + kItemRowBytes * itemCount ||
       poolOffset < argumentsOffset + kStringRefBytes * argumentCount || poolBytes % 2 != 0 ||
       poolOffset + poolBytes > total) {
-    return L"A region of the snapshot lies outside it or overlaps another.";
+    return Status::Failure(L"A region of the snapshot lies outside it or overlaps another.");
   }
   const uint64_t poolUnits = poolBytes / 2;
   auto stringInside = [&](uint64_t at) {
@@ -177,7 +177,7 @@ std::wstring CheckSnapshotImage(std::string_view image, uint32_t expectedVersion
   for (uint64_t p = 0; p < profileCount; ++p) {
     const uint64_t at = profilesOffset + kProfileRowBytes * p;
     if (uint64_t{in.U32(at + 4)} + in.U32(at + 8) > itemCount) {
-      return fmt::format(L"Profile {} names items outside the item region.", p);
+      return Failure(L"Profile {} names items outside the item region.", p);
     }
   }
   for (uint64_t i = 0; i < itemCount; ++i) {
@@ -185,15 +185,16 @@ std::wstring CheckSnapshotImage(std::string_view image, uint32_t expectedVersion
     if (in.U32(at) > static_cast<uint32_t>(ItemSource::separator) ||
         uint64_t{in.U32(at + 20)} + in.U32(at + 24) > argumentCount || !stringInside(at + 4) ||
         !stringInside(at + 12)) {
-      return fmt::format(L"Item {} is malformed.", i);
+      return Failure(L"Item {} is malformed.", i);
     }
   }
   for (uint64_t a = 0; a < argumentCount; ++a) {
     if (!stringInside(argumentsOffset + kStringRefBytes * a)) {
-      return fmt::format(L"Argument {} lies outside the string pool.", a);
+      return Failure(L"Argument {} lies outside the string pool.", a);
     }
   }
-  return in.failed() ? L"A row of the snapshot lies outside it." : L"";
+  if (in.failed()) return Status::Failure(L"A row of the snapshot lies outside it.");
+  return {};
 }
 
 }  // namespace cmr

@@ -65,6 +65,7 @@
 #include <string>
 #include <string_view>
 
+#include "common/status.h"
 #include "config/menu_configuration.h"
 
 namespace cmr {
@@ -107,8 +108,8 @@ struct SnapshotLayout {
 [[nodiscard]] std::string EncodeControlBlock(const MenuConfiguration& configuration,
                                              uint32_t version);
 
-// The checks a reader applies before it uses a row; returns the first failure as a sentence, or
-// an empty string when the image may be used for `expectedVersion`.
-[[nodiscard]] std::wstring CheckSnapshotImage(std::string_view image, uint32_t expectedVersion);
+// The checks a reader applies before it uses a row; fails with the first one that does not
+// hold, as a sentence. Success means the image may be used for `expectedVersion`.
+[[nodiscard]] Status CheckSnapshotImage(std::string_view image, uint32_t expectedVersion);
 
 }  // namespace cmr

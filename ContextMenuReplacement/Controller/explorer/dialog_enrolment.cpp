@@ -160,39 +160,41 @@ bool IsEligibleProgram(std::wstring_view program, const DialogSettings& settings
   return !Contains(settings.excludedProcessNames, program);
 }
 
-std::wstring DialogRefusal(const DialogCandidate& dialog, const DialogRules& rules) {
-  if (!rules.enabled) return L"inject-dialog: Ravelin is not enabled in Settings; nothing to do.";
+Status DialogRefusal(const DialogCandidate& dialog, const DialogRules& rules) {
+  if (!rules.enabled) {
+    return Status::Failure(L"inject-dialog: Ravelin is not enabled in Settings; nothing to do.");
+  }
   if (dialog.className != kDialogClass) {
-    return FormatConsoleText(L"inject-dialog: window 0x%llX is not a dialog.",
-                             HandleText(dialog.window));
+    return Status::Failure(FormatConsoleText(L"inject-dialog: window 0x%llX is not a dialog.",
+                                             HandleText(dialog.window)));
   }
   if (IsExplorerImageName(dialog.program)) {
-    return FormatConsoleText(L"inject-dialog: pid %lu is Explorer, which 'enable' already covers.",
-                             dialog.processId);
+    return Status::Failure(FormatConsoleText(
+        L"inject-dialog: pid %lu is Explorer, which 'enable' already covers.", dialog.processId));
   }
   if (!IsEligibleProgram(dialog.program, rules.settings)) {
-    return FormatConsoleText(
+    return Status::Failure(FormatConsoleText(
         L"inject-dialog: %s (pid %lu) is not eligible under the '%s' dialog setting.",
-        dialog.program, dialog.processId, rules.settings.mode);
+        dialog.program, dialog.processId, rules.settings.mode));
   }
   if (std::find(rules.crashExcluded.begin(), rules.crashExcluded.end(), dialog.program) !=
       rules.crashExcluded.end()) {
-    return FormatConsoleText(
+    return Status::Failure(FormatConsoleText(
         L"inject-dialog: %s crashed while the hook was loaded in it and stays off until it is "
         L"allowed again in Settings.",
-        dialog.program);
+        dialog.program));
   }
   if (!dialog.sameIntegrity) {
-    return FormatConsoleText(
+    return Status::Failure(FormatConsoleText(
         L"inject-dialog: %s (pid %lu) runs at a different integrity level (as administrator, or "
         L"sandboxed); its dialogs keep Windows' menu.",
-        dialog.program, dialog.processId);
+        dialog.program, dialog.processId));
   }
   if (!dialog.nativeArchitecture) {
-    return FormatConsoleText(
+    return Status::Failure(FormatConsoleText(
         L"inject-dialog: %s (pid %lu) is not the controller's architecture, or could not be "
         L"opened; its dialogs keep Windows' menu.",
-        dialog.program, dialog.processId);
+        dialog.program, dialog.processId));
   }
   return {};
 }
@@ -227,8 +229,8 @@ int RunInjectDialogVerb(const std::wstring& handleText) {
   DWORD processId = 0;
   const DWORD threadId = ::GetWindowThreadProcessId(window, &processId);
   const DialogCandidate dialog = Inspect(window, processId);
-  if (const std::wstring refusal = DialogRefusal(dialog, ReadRules()); !refusal.empty()) {
-    PrintLine(L"%s", refusal);
+  if (const Status refusal = DialogRefusal(dialog, ReadRules()); !refusal) {
+    PrintLine(L"%s", refusal.message());
     return 0;
   }
   WriteLogLine(LogLevel::info,

@@ -30,6 +30,7 @@
 #include <string_view>
 #include <vector>
 
+#include "common/status.h"
 #include "common/win32.h"
 #include "config/menu_configuration.h"
 
@@ -61,8 +62,8 @@ struct DialogRules {
 // "explorer.exe" are never admitted.
 [[nodiscard]] bool IsEligibleProgram(std::wstring_view program, const DialogSettings& settings);
 
-// The line of the first rule that refuses the dialog; empty when every rule admits it.
-[[nodiscard]] std::wstring DialogRefusal(const DialogCandidate& dialog, const DialogRules& rules);
+// Fails with the line of the first rule that refuses the dialog.
+[[nodiscard]] Status DialogRefusal(const DialogCandidate& dialog, const DialogRules& rules);
 
 // An unsigned number, hexadecimal after "0x" (or "0X"), decimal otherwise; nothing else.
 [[nodiscard]] std::optional<uint64_t> ParseWindowHandle(std::wstring_view text);

@@ -34,7 +34,7 @@ TEST(DialogEnrolment, TheFirstFailingRuleGivesTheLine) {
     DialogRules rules{
         !broken(0), {broken(3) ? L"off" : L"all-except", {}, {}}, {L"App.exe", L"app.ex"}};
     if (broken(4)) rules.crashExcluded.push_back(L"app.exe");
-    EXPECT_EQ(DialogRefusal(dialog, rules), lines[rule]) << k;
+    EXPECT_EQ(DialogRefusal(dialog, rules).message(), lines[rule]) << k;
   }
 }
 

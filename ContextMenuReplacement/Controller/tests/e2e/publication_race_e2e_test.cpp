@@ -31,7 +31,7 @@ int ReadConfiguration() {
   ControlReading control;
   if (!ReadControl(ControlFilePath(), control) || control.version == 0) return 0;
   const Result<std::string> image = ReadWholeFile(SnapshotFilePath(control.version));
-  return image && CheckSnapshotImage(image.value(), control.version).empty() ? 1 : 2;
+  return image && CheckSnapshotImage(image.value(), control.version).ok() ? 1 : 2;
 }
 
 int ReadCustomModel() {
