@@ -4,7 +4,7 @@
 
 namespace cmr {
 
-std::wstring ParseEnableOptions(const std::vector<std::wstring>& args, EnableOptions& options) {
+Status ParseEnableOptions(const std::vector<std::wstring>& args, EnableOptions& options) {
   for (size_t i = 0; i < args.size(); ++i) {
     const std::wstring& word = args[i];
     if (word == L"--yes") {
@@ -20,32 +20,33 @@ std::wstring ParseEnableOptions(const std::vector<std::wstring>& args, EnableOpt
       } else if (value == L"refusal") {
         options.strategy = SuppressionStrategy::refusal;
       } else {
-        return FormatConsoleText(L"Unknown strategy '%s'. Use classic or refusal.\n", value);
+        return Status::Failure(
+            FormatConsoleText(L"Unknown strategy '%s'. Use classic or refusal.\n", value));
       }
     } else {
-      return FormatConsoleText(L"Unknown option '%s'.\n", word);
+      return Status::Failure(FormatConsoleText(L"Unknown option '%s'.\n", word));
     }
   }
   return {};
 }
 
-std::wstring ParseReconcileOptions(const std::vector<std::wstring>& args,
-                                   ReconcileOptions& options) {
+Status ParseReconcileOptions(const std::vector<std::wstring>& args, ReconcileOptions& options) {
   for (const std::wstring& word : args) {
     if (word == L"--force") {
       options.force = true;
     } else if (word == L"--allow-restart") {
       options.allowRestart = true;
     } else {
-      return FormatConsoleText(L"Unknown reconcile option '%s'.\n", word);
+      return Status::Failure(FormatConsoleText(L"Unknown reconcile option '%s'.\n", word));
     }
   }
   return {};
 }
 
-std::wstring ParseConfigArguments(const std::vector<std::wstring>& args, ConfigArguments& parsed) {
+Status ParseConfigArguments(const std::vector<std::wstring>& args, ConfigArguments& parsed) {
   if (args.empty()) {
-    return L"config needs an action: init, path, check, validate, publish, watch, or status.\n";
+    return Status::Failure(
+        L"config needs an action: init, path, check, validate, publish, watch, or status.\n");
   }
   parsed.action = args[0];
   bool haveFile = false;
@@ -56,17 +57,18 @@ std::wstring ParseConfigArguments(const std::vector<std::wstring>& args, ConfigA
       parsed.file = args[i];
       haveFile = true;
     } else {
-      return FormatConsoleText(L"Unexpected argument '%s'.\n", args[i]);
+      return Status::Failure(FormatConsoleText(L"Unexpected argument '%s'.\n", args[i]));
     }
   }
   return {};
 }
 
-std::wstring ParseCustomModelArguments(const std::vector<std::wstring>& args,
-                                       CustomModelArguments& parsed) {
+Status ParseCustomModelArguments(const std::vector<std::wstring>& args,
+                                 CustomModelArguments& parsed) {
   if (args.empty()) {
-    return L"custom-model needs an action: publish, publish-user, validate-user, effective, or "
-           L"reset.\n";
+    return Status::Failure(
+        L"custom-model needs an action: publish, publish-user, validate-user, effective, or "
+        L"reset.\n");
   }
   parsed.action = args[0];
   for (size_t i = 1; i < args.size(); ++i) {

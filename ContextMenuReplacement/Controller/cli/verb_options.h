@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "common/status.h"
 #include "config/config_verbs.h"
 #include "lifecycle/lifecycle_verbs.h"
 #include "lifecycle/reconcile.h"
@@ -12,15 +13,15 @@
 
 namespace cmr {
 
-// Each returns the dispatcher's message for a bad command line, or an empty string when the
-// options were read. `args` are the arguments after the verb (argv[2..]).
-[[nodiscard]] std::wstring ParseEnableOptions(const std::vector<std::wstring>& args,
-                                              EnableOptions& options);
-[[nodiscard]] std::wstring ParseReconcileOptions(const std::vector<std::wstring>& args,
-                                                 ReconcileOptions& options);
-[[nodiscard]] std::wstring ParseConfigArguments(const std::vector<std::wstring>& args,
-                                                ConfigArguments& parsed);
-[[nodiscard]] std::wstring ParseCustomModelArguments(const std::vector<std::wstring>& args,
-                                                     CustomModelArguments& parsed);
+// Each fails with the dispatcher's message for a bad command line, line feed included. `args`
+// are the arguments after the verb (argv[2..]).
+[[nodiscard]] Status ParseEnableOptions(const std::vector<std::wstring>& args,
+                                        EnableOptions& options);
+[[nodiscard]] Status ParseReconcileOptions(const std::vector<std::wstring>& args,
+                                           ReconcileOptions& options);
+[[nodiscard]] Status ParseConfigArguments(const std::vector<std::wstring>& args,
+                                          ConfigArguments& parsed);
+[[nodiscard]] Status ParseCustomModelArguments(const std::vector<std::wstring>& args,
+                                               CustomModelArguments& parsed);
 
 }  // namespace cmr

@@ -12,7 +12,8 @@ TEST(VerbOptions, WhatEachVerbReceives) {
   EnableOptions enable;
   EXPECT_EQ(ParseEnableOptions({L"--strategy", L"refusal", L"--no-restart", L"--yes", L"--strategy",
                                 L"classic", L"--force"},
-                               enable),
+                               enable)
+                .message(),
             L"");
   // The last strategy wins; flags accumulate.
   EXPECT_EQ(enable.strategy, SuppressionStrategy::classic);
@@ -20,11 +21,14 @@ TEST(VerbOptions, WhatEachVerbReceives) {
 
   // Reading stops at the first unknown word, so nothing after it takes effect.
   ReconcileOptions reconcile;
-  EXPECT_NE(ParseReconcileOptions({L"--force", L"--bogus", L"--allow-restart"}, reconcile), L"");
+  EXPECT_NE(
+      ParseReconcileOptions({L"--force", L"--bogus", L"--allow-restart"}, reconcile).message(),
+      L"");
   EXPECT_TRUE(reconcile.force && !reconcile.allowRestart);
 
   CustomModelArguments custom;
-  EXPECT_EQ(ParseCustomModelArguments({L"publish", L"s.json", L"--json", L"b.json", L"x"}, custom),
+  EXPECT_EQ(ParseCustomModelArguments({L"publish", L"s.json", L"--json", L"b.json", L"x"}, custom)
+                .message(),
             L"");
   EXPECT_EQ(custom.arguments, (std::vector<std::wstring>{L"s.json", L"b.json", L"x"}));
   EXPECT_TRUE(custom.json);

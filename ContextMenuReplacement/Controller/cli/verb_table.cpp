@@ -34,8 +34,8 @@ int Refuse(const std::wstring& message) {
 
 int EnableVerb(const std::vector<std::wstring>& args) {
   EnableOptions options;
-  if (std::wstring message = ParseEnableOptions(args, options); !message.empty()) {
-    return Refuse(message);
+  if (const Status parsed = ParseEnableOptions(args, options); !parsed) {
+    return Refuse(parsed.message());
   }
   return RunEnableVerb(options);
 }
@@ -47,8 +47,8 @@ int InjectDialogVerb(const std::vector<std::wstring>& args) {
 
 int ReconcileVerb(const std::vector<std::wstring>& args) {
   ReconcileOptions options;
-  if (std::wstring message = ParseReconcileOptions(args, options); !message.empty()) {
-    return Refuse(message);
+  if (const Status parsed = ParseReconcileOptions(args, options); !parsed) {
+    return Refuse(parsed.message());
   }
   return RunReconcileVerb(options);
 }
@@ -135,16 +135,16 @@ int InventoryVerb(const std::vector<std::wstring>& args) {
 
 int ConfigVerb(const std::vector<std::wstring>& args) {
   ConfigArguments parsed;
-  if (std::wstring message = ParseConfigArguments(args, parsed); !message.empty()) {
-    return Refuse(message);
+  if (const Status read = ParseConfigArguments(args, parsed); !read) {
+    return Refuse(read.message());
   }
   return RunConfigVerb(parsed);
 }
 
 int CustomModelVerb(const std::vector<std::wstring>& args) {
   CustomModelArguments parsed;
-  if (std::wstring message = ParseCustomModelArguments(args, parsed); !message.empty()) {
-    return Refuse(message);
+  if (const Status read = ParseCustomModelArguments(args, parsed); !read) {
+    return Refuse(read.message());
   }
   return RunCustomModelVerb(parsed);
 }
