@@ -12,7 +12,7 @@ namespace cmr::e2e {
 namespace {
 
 TEST(CliE2e, DispatcherMessagesAndExitCodes) {
-  const std::string usage = ReadBytes(FromUtf8(CMR_GOLDEN_DIR) + L"/usage.txt");
+  const std::string usage = Golden(L"usage.txt");
   const auto unknown = [&](const std::string& verb) {
     return "Unknown verb '" + verb + "'\n\n" + usage;
   };
@@ -34,7 +34,7 @@ TEST(CliE2e, DispatcherMessagesAndExitCodes) {
       {{L"restart-explorer"}, "", 1, true},
   });
   // Every other refusal of the dispatcher and of the verbs' own words.
-  const std::string golden = ReadBytes(FromUtf8(CMR_GOLDEN_DIR) + L"/dispatcher_refusals.txt");
+  const std::string golden = Golden(L"dispatcher_refusals.txt");
   EXPECT_EQ(RunTranscript(golden), golden);
 }
 
@@ -44,7 +44,7 @@ TEST(CliE2e, SelfChecksRunWithoutTheLogAndALogFailureIsReported) {
   ResetUserData();
   (void)EnsureDirectories(JoinPath(ProductFolder(), L"Controller"));
   WriteBytes(JoinPath(ProductFolder(), L"Controller\\Logs"), "not a folder");
-  const std::string golden = ReadBytes(FromUtf8(CMR_GOLDEN_DIR) + L"/without_the_log.txt");
+  const std::string golden = Golden(L"without_the_log.txt");
   EXPECT_EQ(RunTranscript(golden), golden);
   ResetUserData();
 }

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "common/file_time.h"
 #include "common/text.h"
 #include "common/unique_handle.h"
 #include "tests/e2e/command_rows.h"
@@ -23,7 +24,7 @@ uint64_t At(WORD day, WORD hour, WORD minute = 15, WORD second = 0) {
   SYSTEMTIME system{2026, 11, 0, day, hour, minute, second, 0};
   FILETIME time{};
   ::SystemTimeToFileTime(&system, &time);
-  return (uint64_t{time.dwHighDateTime} << 32) | time.dwLowDateTime;
+  return FileTimeToInteger(time);
 }
 
 void Set(const std::wstring& key, const wchar_t* name, DWORD type, const void* data, size_t size) {

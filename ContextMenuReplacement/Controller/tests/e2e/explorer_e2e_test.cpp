@@ -130,7 +130,7 @@ TEST(ExplorerHook, ProbeInjectAndEachCommandAgainstOneSetOfExplorers) {
   EXPECT_EQ(rig.Count(Command(shell, 5, 1)), 1u) << rig.Journal();
 
   // Every word of every command verb: output, exit code, what the Hook got, the mode recorded.
-  const std::string golden = ReadBytes(FromUtf8(CMR_GOLDEN_DIR) + L"/hook_commands.txt");
+  const std::string golden = Golden(L"hook_commands.txt");
   size_t seen = rig.Journal().size();
   const auto sentAndRecorded = [&] {
     const std::string journal = rig.Journal(), toShell = "command " + Pid(shell) + " ";

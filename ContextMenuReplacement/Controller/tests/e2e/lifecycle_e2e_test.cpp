@@ -8,6 +8,7 @@
 #include "cli/entry.h"
 #include "common/data_paths.h"
 #include "common/file_io.h"
+#include "common/file_time.h"
 #include "common/text.h"
 #include "common/unique_handle.h"
 #include "config/config_publisher.h"
@@ -90,10 +91,6 @@ std::string ExportUserSoftware() {
 }
 
 using Args = std::vector<std::wstring>;
-
-std::string Golden(const wchar_t* name) {
-  return ReadBytes(FromUtf8(CMR_GOLDEN_DIR) + L"/" + name);
-}
 
 const Args kEnable{L"enable", L"--yes", L"--no-restart"};
 const Args kRefusal{L"enable", L"--yes", L"--no-restart", L"--strategy", L"refusal"};
@@ -322,9 +319,9 @@ TEST_F(LifecycleE2e, StatusInEachLifecycleState) {
       ConfigPublisher().Publish({}, PublishMode::publish, GlobalsPolicy::withDefaultGlobals,
                                 published);
     }
-    const std::wstring golden = FromUtf8(CMR_GOLDEN_DIR) + L"/status/" + FromUtf8(row.state);
-    EXPECT_EQ(RunController({L"status", L"--json"}).output, ReadBytes(golden + L".json"));
-    const std::string text = ReadBytes(golden + L".txt"), out = RunController({L"status"}).output;
+    const std::wstring golden = L"status/" + FromUtf8(row.state);
+    EXPECT_EQ(RunController({L"status", L"--json"}).output, Golden(golden + L".json"));
+    const std::string text = Golden(golden + L".txt"), out = RunController({L"status"}).output;
     const size_t hook = text.find("<hook>\n");
     EXPECT_EQ(out.substr(0, hook), text.substr(0, hook));
     EXPECT_TRUE(out.ends_with(text.substr(hook + 7))) << out;
@@ -356,8 +353,7 @@ TEST_F(LifecycleE2e, WithAStandInExplorer) {
   FILETIME now{};
   ::GetSystemTimeAsFileTime(&now);
   state.explorerRestarts = 9;
-  state.restartWindowStart =
-      ((uint64_t{now.dwHighDateTime} << 32) | now.dwLowDateTime) - 600'000'000ull;
+  state.restartWindowStart = FileTimeToInteger(now) - 600'000'000ull;
   state.lastExplorerStart = 1;  // not the Explorer running now
   ASSERT_TRUE(WriteState(state).ok());
   const RunResult refused = RunController(kEnable);
@@ -372,7 +368,7 @@ const char kNotEnabled[] = "Reconcile: Ravelin is not enabled in Settings; nothi
 uint64_t CreationTime(HANDLE process) {
   FILETIME creation{}, exit{}, kernel{}, user{};
   EXPECT_TRUE(::GetProcessTimes(process, &creation, &exit, &kernel, &user));
-  return (uint64_t{creation.dwHighDateTime} << 32) | creation.dwLowDateTime;
+  return FileTimeToInteger(creation);
 }
 
 void EnableInSettings() {
@@ -613,7 +609,7 @@ TEST(LifecycleSteps, EachVerbInOrder) {
   // The override's value cannot be set: the half-made key reads as classic, so the restore runs.
   for (const Scenario& s : {kScenarios[0], kScenarios[1]}) record(s, 26);
   ResetLifecycle();
-  EXPECT_EQ(recorded, ReadBytes(FromUtf8(CMR_GOLDEN_DIR) + L"/persistent_steps.txt"));
+  EXPECT_EQ(recorded, Golden(L"persistent_steps.txt"));
 }
 
 INSTANTIATE_TEST_SUITE_P(Verbs, LifecycleInterruption, ::testing::ValuesIn(kScenarios),

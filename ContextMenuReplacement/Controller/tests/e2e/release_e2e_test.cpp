@@ -40,7 +40,7 @@ TEST(ReleaseE2e, ManifestAndVersionInformation) {
       fmt::format(L"{}.{}.{}.{}", HIWORD(fixed->dwFileVersionMS), LOWORD(fixed->dwFileVersionMS),
                   HIWORD(fixed->dwFileVersionLS), LOWORD(fixed->dwFileVersionLS)),
       CMR_VERSION_TEXT);
-  std::istringstream rows(ReadBytes(FromUtf8(CMR_GOLDEN_DIR) + L"/release-resources.txt"));
+  std::istringstream rows(Golden(L"release-resources.txt"));
   for (std::string name, text; rows >> name && std::getline(rows >> std::ws, text);) {
     if (name == "manifest") {
       EXPECT_PRED2(Has, manifest, text);
